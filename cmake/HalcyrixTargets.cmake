@@ -1,0 +1,20 @@
+# What every target of the project shares: warnings, include root, and the configured texts.
+
+list(TRANSFORM HALCYRIX_UPDATE_HOSTS REPLACE "(.+)" "\"\\1\"" OUTPUT_VARIABLE quoted_hosts)
+list(JOIN quoted_hosts ", " HALCYRIX_UPDATE_HOST_LITERALS)
+configure_file(cmake/halcyrix_config.h.in config/halcyrix_config.h @ONLY)
+
+add_library(halcyrix_options INTERFACE)
+target_include_directories(halcyrix_options INTERFACE ${PROJECT_SOURCE_DIR}
+                                                      ${PROJECT_BINARY_DIR}/config)
+target_compile_definitions(halcyrix_options INTERFACE _FILE_OFFSET_BITS=64)
+target_compile_options(
+  halcyrix_options INTERFACE -Wall -Wextra -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual
+                             $<$<BOOL:${HALCYRIX_WERROR}>:-Werror>)
+
+# halcyrix_library(NAME SOURCES file... LINKS target...): one core folder.
+function(halcyrix_library name)
+  cmake_parse_arguments(arg "" "" "SOURCES;LINKS" ${ARGN})
+  add_library(${name} STATIC ${arg_SOURCES})
+  target_link_libraries(${name} PUBLIC halcyrix_options ${arg_LINKS})
+endfunction()

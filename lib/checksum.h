@@ -1,0 +1,22 @@
+// The one 32-bit checksum of the system: file contents, resume tails and version record keys.
+#ifndef HALCYRIX_LIB_CHECKSUM_H
+#define HALCYRIX_LIB_CHECKSUM_H
+
+#include <cstdint>
+
+// Initial values of the three uses.
+constexpr uint32_t kFileChecksumStart = 0x03133700;
+constexpr uint32_t kRangeChecksumStart = 0xa5be5705;
+constexpr uint32_t kComponentKeyStart = 0xacce55ed;
+
+// Stands for "no checksum" wherever a checksum is expected; no file has it.
+constexpr uint32_t kNoChecksum = 0xFFFFFFFF;
+
+// Bob Jenkins' lookup2 hash ("Hash Functions", Dr. Dobb's Journal, September 1997) with
+// 0xa5be5705 in the place of its golden ratio.
+//
+// Inputs in pieces are chained: each piece's result is the initial value of the next, and the
+// result depends on where the pieces are cut.
+uint32_t Checksum(const void* data, uint32_t length, uint32_t initial);
+
+#endif

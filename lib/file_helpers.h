@@ -1,0 +1,33 @@
+// Sizes, checksums and directories of local files.
+//
+// A read error counts as the end of the file. Files are below 4 GiB.
+#ifndef HALCYRIX_LIB_FILE_HELPERS_H
+#define HALCYRIX_LIB_FILE_HELPERS_H
+
+#include <cstdint>
+#include <string>
+
+#include "lib/progress_indicator.h"
+
+// The bytes at the end of a file that its tail checksum covers.
+constexpr int64_t kTailSize = 1024;
+
+// In bytes; -1 when the file cannot be opened for reading.
+int64_t FileSize(const std::string& path);
+
+// The checksum of the whole file, chained over pieces of 4096 bytes; kNoChecksum when it cannot be
+// opened. `progress` may be null; it is told of files of 500000 bytes and more.
+uint32_t FileChecksum(const std::string& path, ProgressIndicator* progress);
+
+// The checksum of `length` bytes from `offset`, chained over pieces of 1024 bytes; kNoChecksum when
+// the file cannot be opened.
+uint32_t FileRangeChecksum(const std::string& path, int64_t offset, int64_t length);
+
+// The range checksum of the last kTailSize of the file's first `size` bytes, or of them all when
+// they are fewer.
+uint32_t FileTailChecksum(const std::string& path, int64_t size);
+
+// Creates every directory named before the last slash. Errors show when the file is opened.
+void MakePath(const std::string& path);
+
+#endif

@@ -1,0 +1,29 @@
+// The comparison of a local file with what it ought to be.
+#ifndef HALCYRIX_LIB_LOCAL_FILE_CHECK_H
+#define HALCYRIX_LIB_LOCAL_FILE_CHECK_H
+
+#include <cstdint>
+#include <string>
+
+#include "lib/checksum.h"
+#include "lib/progress_indicator.h"
+
+enum CheckResult : int {
+    CHECK_BAD = 0,      // cannot be opened, or has the right length and another checksum
+    CHECK_GOOD = 1,     // length and checksum match
+    CHECK_DIFFERS = 2,  // has another length
+};
+
+struct LocalFileCheck {
+    CheckResult result = CHECK_BAD;
+    bool opened = false;
+    uint32_t length = 0;                  // found, when opened
+    uint32_t tailChecksum = kNoChecksum;  // of a file whose length differs
+};
+
+// Compares the file at `path` with a length and a whole-file checksum. Of a file of another length
+// only the tail is read. `progress` may be null.
+LocalFileCheck CheckLocalFile(const std::string& path, uint64_t length, uint32_t checksum,
+                              ProgressIndicator* progress);
+
+#endif

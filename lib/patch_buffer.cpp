@@ -1,0 +1,68 @@
+#include "lib/patch_buffer.h"
+
+#include <cstdio>
+
+#include "lib/patch_format.h"
+
+namespace {
+
+// The whole of a stream, as one span.
+SpanBuffer WholeStream(FILE* file, uint64_t size) {
+    SpanBuffer buffer;
+    buffer.spans.emplace(0, Span{file, 0, size});
+    return buffer;
+}
+
+}  // namespace
+
+bool PatchBuffer::AppendStretch(SpanBuffer* output, const SpanBuffer& source, uint64_t offset,
+                                uint64_t length) {
+    if (!source.Contains(offset, length)) return false;
+    const SpanBuffer stretch = source.SubSpan(offset, length);
+    spansPlaced += stretch.spans.size();
+    return spansPlaced <= kMaxPatchSpans && output->Append(stretch) <= kMaxPatchedSize;
+}
+
+bool PatchBuffer::Load(const std::string& patch_path, const std::string& target_path) {
+    patchFile = OpenForReading(patch_path);
+    if (!patchFile) return false;
+    targetFile = OpenForReading(target_path);
+    if (!targetFile) {
+        patchFile.reset();
+        return false;
+    }
+
+    PatchReader reader(patchFile.get());
+    const SpanBuffer patchImage = WholeStream(patchFile.get(), reader.Size());
+    spans = WholeStream(targetFile.get(), static_cast<uint64_t>(StreamSize(targetFile.get()))).spans;
+    SpanBuffer output;
+    for (;;) {
+        const PatchCommand command = reader.Next();
+        switch (command.kind) {
+            case PatchCommand::COPY:
+                if (!AppendStretch(&output, *this, command.offset, command.length)) return false;
+                break;
+            case PatchCommand::LITERAL:
+                if (!AppendStretch(&output, patchImage, command.dataPosition, command.length)) {
+                    return false;
+                }
+                break;
+            case PatchCommand::END_OF_PASS:
+                if (output.Size() == 0) break;
+                spans = std::move(output.spans);
+                output.spans.clear();
+                break;
+            case PatchCommand::END_OF_FILE:
+                if (output.Size() == 0) return true;
+                printf("warning: no terminator on patch %s\n", patch_path.c_str());
+                spans = std::move(output.spans);
+                return true;
+            case PatchCommand::UNKNOWN:
+                printf("Unknown patch command %02x in %s!\naborting...", command.byte,
+                       patch_path.c_str());
+                return false;
+            case PatchCommand::TRUNCATED:
+                return false;
+        }
+    }
+}

@@ -1,0 +1,19 @@
+// The application of downloaded patches to installed files.
+#ifndef HALCYRIX_LIB_PATCH_FILE_H
+#define HALCYRIX_LIB_PATCH_FILE_H
+
+#include <string>
+
+#include "lib/progress_indicator.h"
+
+// Runs the patch and puts the result in the target's place, by way of `target`.tmp. `progress` must
+// not be null. False when the target does not hold the new contents, which is logged except when
+// the old target cannot be deleted.
+[[nodiscard]] bool PatchFile(const std::string& target, const std::string& patch_path,
+                             ProgressIndicator* progress);
+
+// PatchFile(), with words to the player when it fails. The patch file is deleted in either case.
+void ApplyDownloadedPatch(const std::string& target, const std::string& patch_path,
+                          ProgressIndicator* progress);
+
+#endif

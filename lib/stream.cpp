@@ -1,0 +1,52 @@
+#include "lib/stream.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+namespace {
+
+constexpr mode_t kNewFileMode = 0666;  // before the umask
+
+Stream OpenStream(const std::string& path, int flags, const char* mode) {
+    const int fd = open(path.c_str(), flags | O_CLOEXEC | O_NONBLOCK, kNewFileMode);
+    if (fd == -1) return nullptr;
+    Stream stream(fdopen(fd, mode));
+    if (!stream) close(fd);
+    return stream;
+}
+
+}  // namespace
+
+Stream OpenForReading(const std::string& path) {
+    Stream stream = OpenStream(path, O_RDONLY, "rb");
+    struct stat status;
+    if (!stream || fstat(fileno(stream.get()), &status) == -1) return nullptr;
+    if (!S_ISREG(status.st_mode)) {
+        errno = S_ISDIR(status.st_mode) ? EISDIR : EINVAL;
+        return nullptr;
+    }
+    return stream;
+}
+
+Stream OpenForWriting(const std::string& path) {
+    return OpenStream(path, O_WRONLY | O_CREAT | O_TRUNC, "wb");
+}
+
+Stream OpenForAppending(const std::string& path) {
+    return OpenStream(path, O_WRONLY | O_CREAT | O_APPEND, "ab");
+}
+
+bool CloseWritten(Stream stream) {
+    const bool written = fflush(stream.get()) == 0 && !ferror(stream.get());
+    return (fclose(stream.release()) == 0) && written;
+}
+
+int64_t StreamSize(FILE* stream) {
+    fseeko(stream, 0, SEEK_END);
+    const int64_t size = ftello(stream);
+    fseeko(stream, 0, SEEK_SET);
+    return size;
+}

@@ -1,0 +1,30 @@
+// Standard I/O streams with an owner. All are opened close-on-exec.
+#ifndef HALCYRIX_LIB_STREAM_H
+#define HALCYRIX_LIB_STREAM_H
+
+#include <cstdint>
+#include <cstdio>
+#include <memory>
+#include <string>
+
+struct StreamCloser {
+    void operator()(FILE* stream) const { fclose(stream); }
+};
+using Stream = std::unique_ptr<FILE, StreamCloser>;
+
+// Opens a regular file for binary reading. Null with errno set when it cannot be opened or is
+// anything else: a directory opens but does not read, and a FIFO would block.
+Stream OpenForReading(const std::string& path);
+
+// Creates or truncates the file for binary writing. Null with errno set on failure. Neither this
+// nor OpenForAppending() waits at a FIFO.
+Stream OpenForWriting(const std::string& path);
+Stream OpenForAppending(const std::string& path);
+
+// Closes the stream; false when anything written to it, now or before, did not reach the system.
+[[nodiscard]] bool CloseWritten(Stream stream);
+
+// The size of the stream's file, which leaves the stream at its start.
+int64_t StreamSize(FILE* stream);
+
+#endif

@@ -1,0 +1,96 @@
+#include "lib/version_records.h"
+
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+#include "lib/checksum.h"
+#include "lib/stream.h"
+#include "log/gamelog.h"
+
+namespace {
+
+// A line is read in pieces of this size, terminator included; the rest of a longer one counts as
+// the next line.
+constexpr int kLineSize = 128;
+
+constexpr uint32_t kDefaultKey = 0;
+
+bool IsKeyless(const char* line) {
+    return line[0] == 'v';
+}
+
+std::string WithoutLineFeed(const char* line) {
+    std::string text = line;
+    if (!text.empty() && text.back() == '\n') text.pop_back();
+    return text;
+}
+
+// Copies the records that stay when the one of `key` is written anew.
+void CopyOtherRecords(FILE* from, FILE* to, uint32_t key) {
+    char line[kLineSize];
+    while (fgets(line, sizeof line, from) != nullptr) {
+        if (IsKeyless(line)) {
+            fprintf(to, "%08x %s\n", kDefaultKey, WithoutLineFeed(line).c_str());
+            continue;
+        }
+        unsigned long lineKey;
+        if (sscanf(line, "%8lx", &lineKey) != 1) return;
+        if (static_cast<uint32_t>(lineKey) == key || strlen(line) <= 2) continue;
+        fputs(line, to);
+    }
+}
+
+// Returns 0, or the error that kept the new file from being written whole.
+int WriteNewFile(uint32_t key, const std::string& version) {
+    Stream to = OpenForWriting(kVersionRecordTemporary);
+    if (!to) return errno;
+    if (const Stream from = OpenForReading(kVersionRecordFile)) {
+        CopyOtherRecords(from.get(), to.get(), key);
+    }
+    fprintf(to.get(), "%08lx %s\n", static_cast<unsigned long>(key), version.c_str());
+    // On the disk before the old file goes: a record must survive a power cut.
+    if (fflush(to.get()) != 0 || ferror(to.get()) || fsync(fileno(to.get())) != 0) return errno;
+    return CloseWritten(std::move(to)) ? 0 : errno;
+}
+
+}  // namespace
+
+uint32_t ComponentKey(const std::list<std::string>& components) {
+    uint32_t key = kComponentKeyStart;
+    for (const std::string& name : components) {
+        key = Checksum(name.data(), static_cast<uint32_t>(name.size()), key);
+    }
+    return key;
+}
+
+std::string ReadVersionRecord(uint32_t key) {
+    std::string found;
+    const Stream file = OpenForReading(kVersionRecordFile);
+    if (!file) return found;
+
+    char line[kLineSize];
+    while (fgets(line, sizeof line, file.get()) != nullptr) {
+        if (IsKeyless(line)) return WithoutLineFeed(line);
+        unsigned long lineKey;
+        char version[kLineSize];
+        if (sscanf(line, "%8lx %127s", &lineKey, version) != 2) break;
+        const auto recordKey = static_cast<uint32_t>(lineKey);
+        if (recordKey == kDefaultKey || recordKey == key) found = version;
+        if (recordKey == key) break;
+    }
+    return found;
+}
+
+void WriteVersionRecord(uint32_t key, const std::string& version) {
+    if (const int error = WriteNewFile(key, version)) {
+        gamelog->Printf("Can't write %s: %s; the version is not recorded\n",
+                        kVersionRecordTemporary, strerror(error));
+        unlink(kVersionRecordTemporary);
+        return;
+    }
+    unlink(kVersionRecordFile);
+    rename(kVersionRecordTemporary, kVersionRecordFile);
+}

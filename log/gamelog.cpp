@@ -1,0 +1,82 @@
+#include "log/gamelog.h"
+
+#include <cstdio>
+#include <ctime>
+
+namespace {
+
+constexpr size_t kTextLimit = 65535;  // with the terminator
+char log_buffer[65536];
+
+const char* const* message_table = nullptr;
+uint32_t message_count = 0;
+
+}  // namespace
+
+GameLog* gamelog = nullptr;
+int32_t GameLog::m_level = 0;
+
+void GameLog::Print(const char* text) {
+    char stamp[1024] = "";
+    const time_t now = time(nullptr);
+    const tm* local = localtime(&now);
+    if (local == nullptr || strftime(stamp, sizeof stamp - 1, "%c", local) == 0) stamp[0] = '\0';
+    printf("[%s] %s", stamp, text);
+    fflush(stdout);
+}
+
+void GameLog::FormatAndPrint(const char* format, va_list arguments) {
+    vsnprintf(log_buffer, kTextLimit, format, arguments);
+    Print(log_buffer);
+}
+
+void GameLog::Printf(const char* format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    FormatAndPrint(format, arguments);
+    va_end(arguments);
+}
+
+void GameLog::Printf(int32_t level, const char* format, ...) {
+    if (level > m_level) return;
+    va_list arguments;
+    va_start(arguments, format);
+    FormatAndPrint(format, arguments);
+    va_end(arguments);
+}
+
+void GameLog::PrintMsg(uint32_t msgno, ...) {
+    va_list arguments;
+    va_start(arguments, msgno);
+    FormatAndPrint(GetMessage(msgno), arguments);
+    va_end(arguments);
+}
+
+void GameLog::PrintMsg(int32_t level, uint32_t msgno, ...) {
+    if (level > m_level) return;
+    va_list arguments;
+    va_start(arguments, msgno);
+    FormatAndPrint(GetMessage(msgno), arguments);
+    va_end(arguments);
+}
+
+void GameLog::AppendToFile(const char* path, const char* format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    vsnprintf(log_buffer, kTextLimit, format, arguments);
+    va_end(arguments);
+    FILE* file = fopen(path, "ae");
+    if (file == nullptr) return;
+    fputs(log_buffer, file);
+    fflush(file);
+    fclose(file);
+}
+
+void GameLog::SetMessages(const char* const* table, uint32_t count) {
+    message_table = table;
+    message_count = count;
+}
+
+const char* GameLog::GetMessage(uint32_t msgno) {
+    return msgno < message_count ? message_table[msgno] : "(null)";
+}

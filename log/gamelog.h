@@ -1,0 +1,48 @@
+// The game log: the channel through which every part of the program reports what it does.
+#ifndef HALCYRIX_LOG_GAMELOG_H
+#define HALCYRIX_LOG_GAMELOG_H
+
+#include <cstdarg>
+#include <cstdint>
+
+// Formats log texts and hands each finished text to the virtual Print(). The base class writes to
+// standard output; the launcher derives from it to fill its console.
+//
+// Texts bring their own line end; nothing adds one. All formatted prints build their text in one
+// static buffer, which cuts it at 65534 characters: an override of Print() must not print to the
+// log again. One thread only.
+class GameLog {
+public:
+    virtual ~GameLog() = default;
+
+    // Writes `text` behind a local-time stamp, "[%s] %s", to standard output and flushes it.
+    virtual void Print(const char* text);
+
+    void Printf(const char* format, ...) __attribute__((format(printf, 2, 3)));
+    // Prints only when `level` is at most m_level.
+    void Printf(int32_t level, const char* format, ...) __attribute__((format(printf, 3, 4)));
+
+    // Like Printf, with the format taken from the message table.
+    void PrintMsg(uint32_t msgno, ...);
+    void PrintMsg(int32_t level, uint32_t msgno, ...);
+
+    // Appends the formatted text to the file at `path`, unstamped. A file that cannot be opened is
+    // passed over in silence.
+    static void AppendToFile(const char* path, const char* format, ...)
+        __attribute__((format(printf, 2, 3)));
+
+    // Installs the message table. The table is not copied and must outlive its use.
+    static void SetMessages(const char* const* table, uint32_t count);
+    // The format with this number, "(null)" for a number outside the table.
+    static const char* GetMessage(uint32_t msgno);
+
+    static int32_t m_level;
+
+private:
+    void FormatAndPrint(const char* format, va_list arguments);
+};
+
+// The one log in use, not owned. Null until the updater starts up; nothing may log before that.
+extern GameLog* gamelog;
+
+#endif

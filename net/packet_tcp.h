@@ -1,0 +1,46 @@
+// A TCP connection that carries packets, each in a frame of its own.
+#ifndef HALCYRIX_NET_PACKET_TCP_H
+#define HALCYRIX_NET_PACKET_TCP_H
+
+#include "net/frame.h"
+#include "net/tcp.h"
+
+// Gathers received bytes until a packet is complete and hands each complete packet on. Allocates
+// nothing while it runs.
+class RXPacketTCP : public RXTCP {
+public:
+    RXPacketTCP() = default;
+    // Takes over a descriptor that a listener has accepted.
+    RXPacketTCP(int32_t fd, uint32_t flags);
+
+    void OnReadable() override;
+
+    // One complete packet, of 0 to kMaxPayload bytes. `data` is valid during the call only. May
+    // send, close the connection (packets already received are still delivered) or connect anew
+    // (what was received of the old connection is forgotten).
+    virtual void OnPacket(const uint8_t* data, int length) = 0;
+
+    // The peer has closed the connection, or a frame was invalid and the connection is closed. May
+    // connect anew.
+    virtual void OnDisconnect() = 0;
+
+    // As RXTCP::Connect, with an empty receive buffer.
+    [[nodiscard]] int Connect(const char* host, int port);
+
+    // Hands one frame to the socket. Returns 0 for a payload of more than kMaxPayload bytes, which
+    // is logged, and when the send fails. There is no queue: a short write counts as sent.
+    int SendPacket(const void* data, int length);
+
+private:
+    bool DeliverPackets();
+
+    // Begins with the first byte of a frame that has not been delivered:
+    //
+    //   | length | payload ... | length | payl          unused |
+    //   0                                     m_rxLen          kMaxFrame
+    uint8_t m_rxBuf[kMaxFrame];
+    int32_t m_rxLen = 0;
+    uint32_t m_connection = 0;  // counts calls of Connect()
+};
+
+#endif

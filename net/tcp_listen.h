@@ -1,0 +1,24 @@
+// A listening TCP socket.
+#ifndef HALCYRIX_NET_TCP_LISTEN_H
+#define HALCYRIX_NET_TCP_LISTEN_H
+
+#include "net/tcp.h"
+
+// Listens once it is constructed, watched for reading; or is closed when the port could not be
+// bound, which is logged. Its owner registers it.
+class RXTCPListen : public RXTCP {
+public:
+    // `address` is a local IPv4 address in network byte order.
+    explicit RXTCPListen(int port, in_addr_t address = INADDR_ANY);
+
+    void OnReadable() override;
+
+    // A connection has been accepted. `fd` is in blocking mode, close-on-exec, registered nowhere,
+    // and belongs to the callee.
+    virtual void OnAccept(int32_t fd, const sockaddr_in& addr) = 0;
+
+protected:
+    sockaddr_in m_bindAddr{};
+};
+
+#endif

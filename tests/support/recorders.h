@@ -1,0 +1,51 @@
+// A log and a progress indicator that remember what they were told.
+#ifndef HALCYRIX_TESTS_SUPPORT_RECORDERS_H
+#define HALCYRIX_TESTS_SUPPORT_RECORDERS_H
+
+#include <functional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "lib/progress_indicator.h"
+#include "log/gamelog.h"
+
+// Is the log of the program while it lives.
+class RecordingLog : public GameLog {
+public:
+    RecordingLog() : m_before(std::exchange(gamelog, this)) {}
+    ~RecordingLog() override { gamelog = m_before; }
+
+    void Print(const char* text) override { m_text += text; }
+
+    const std::string& Text() const { return m_text; }
+    bool Has(const std::string& text) const { return m_text.find(text) != std::string::npos; }
+    int Count(const std::string& text) const {
+        int count = 0;
+        for (size_t at = m_text.find(text); at != std::string::npos; ++count) {
+            at = m_text.find(text, at + text.size());
+        }
+        return count;
+    }
+
+private:
+    GameLog* m_before;
+    std::string m_text;
+};
+
+class RecordingProgress : public ProgressIndicator {
+public:
+    void SetProgress(int32_t done, int32_t total) override { progress.emplace_back(done, total); }
+    void SetStatus(const char* text) override { statuses.emplace_back(text); }
+    void Finished(int32_t result) override {
+        results.push_back(result);
+        if (onFinished) onFinished(result);
+    }
+
+    std::vector<std::pair<int32_t, int32_t>> progress;
+    std::vector<std::string> statuses;
+    std::vector<int32_t> results;
+    std::function<void(int32_t)> onFinished;
+};
+
+#endif

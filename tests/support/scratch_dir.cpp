@@ -1,0 +1,31 @@
+#include "tests/support/scratch_dir.h"
+
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
+
+namespace fs = std::filesystem;
+
+ScratchDir::ScratchDir() : m_before(fs::current_path()) {
+    std::string name = (fs::temp_directory_path() / "halcyrix-test-XXXXXX").string();
+    if (mkdtemp(name.data()) == nullptr) abort();
+    m_path = name;
+    fs::current_path(m_path);
+}
+
+ScratchDir::~ScratchDir() {
+    fs::current_path(m_before);
+    std::error_code ignored;
+    fs::remove_all(m_path, ignored);
+}
+
+std::string ReadFile(const fs::path& path) {
+    std::ifstream file(path, std::ios::binary);
+    if (!file) return "(missing)";
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+void WriteFile(const fs::path& path, const std::string& contents) {
+    if (path.has_parent_path()) fs::create_directories(path.parent_path());
+    std::ofstream(path, std::ios::binary) << contents;
+}

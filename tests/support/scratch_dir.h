@@ -1,0 +1,28 @@
+// A directory of its own for a test.
+#ifndef HALCYRIX_TESTS_SUPPORT_SCRATCH_DIR_H
+#define HALCYRIX_TESTS_SUPPORT_SCRATCH_DIR_H
+
+#include <filesystem>
+#include <string>
+
+// Makes an empty directory the working directory; goes back and removes it with all its contents in
+// the end.
+class ScratchDir {
+public:
+    ScratchDir();
+    ~ScratchDir();
+    ScratchDir(const ScratchDir&) = delete;
+    ScratchDir& operator=(const ScratchDir&) = delete;
+
+    const std::filesystem::path& Path() const { return m_path; }
+
+private:
+    std::filesystem::path m_before;
+    std::filesystem::path m_path;
+};
+
+// Whole files; a missing one reads as "(missing)". Writing makes the directories of the path.
+std::string ReadFile(const std::filesystem::path& path);
+void WriteFile(const std::filesystem::path& path, const std::string& contents);
+
+#endif

@@ -1,0 +1,28 @@
+// What the update client keeps of the server's files.
+#ifndef HALCYRIX_UPDATE_RECORDS_H
+#define HALCYRIX_UPDATE_RECORDS_H
+
+#include <cstdint>
+#include <string>
+
+// One file of the server's list.
+struct FileRecord {
+    std::string name;            // the server's name for the file
+    uint32_t checksum = 0;       // of the latest version
+    uint32_t tailChecksum = 0;   // of the last 1024 bytes of a partial local copy
+    uint64_t length = 0;         // of the latest version
+    uint64_t currentLength = 0;  // of a partial local copy
+    bool resume = false;         // whether to ask for the rest of a partial local copy
+};
+
+// One download that the server has announced.
+struct DownloadEntry {
+    std::string source;  // of a patch, the local path where it is stored; else the server's name
+    std::string target;  // the local path of the file that is brought up to date
+    bool isPatch = false;
+
+    // Where the data of the download are written.
+    const std::string& OutputPath() const { return isPatch ? source : target; }
+};
+
+#endif

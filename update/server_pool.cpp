@@ -1,0 +1,5 @@
+#include "update/server_pool.h"
+
+#include "halcyrix_config.h"
+
+const char* const server_pool[] = {HALCYRIX_UPDATE_HOST_LITERALS, nullptr};

@@ -1,0 +1,8 @@
+// The update servers.
+#ifndef HALCYRIX_UPDATE_SERVER_POOL_H
+#define HALCYRIX_UPDATE_SERVER_POOL_H
+
+// Host names in the order in which they are tried, then null. Set by the build.
+extern const char* const server_pool[];
+
+#endif

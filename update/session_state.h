@@ -1,0 +1,52 @@
+// The states and events of an update session.
+#ifndef HALCYRIX_UPDATE_SESSION_STATE_H
+#define HALCYRIX_UPDATE_SESSION_STATE_H
+
+#include <array>
+
+enum SessionState : int {
+    STATE_IDLE,        // no session
+    STATE_INERT,       // what an empty return stack gives
+    STATE_CONNECTING,  // the connection, or its timeout
+    STATE_MOTD,        // message-of-the-day packets
+    STATE_VERSION,     // the latest version
+    STATE_FILE_LIST,   // file-list entries
+    STATE_VERIFY,      // own work: check the next file, fetching whole files
+    STATE_NEGOTIATE,   // own work: check the next file, asking for patches
+    STATE_CSUM_REPLY,
+    STATE_FULL_REPLY,
+    STATE_PATC_REPLY,
+    STATE_SEND_RSUM,  // own work: send the resume request
+    STATE_RSUM_REPLY,
+    STATE_QUEUE,        // queue status
+    STATE_SEND_DOWN,    // own work: send the download start
+    STATE_DOWN_HEADER,  // a download header
+    STATE_DOWN_DATA,    // download data
+    STATE_ENDING,       // the step that set it ends the session
+};
+
+enum SessionEvent : int {
+    EVENT_WRITABLE = 1,
+    EVENT_PACKET = 2,
+    EVENT_TIMER = 3,
+};
+
+// What a step returns that ended the session with success.
+constexpr int SESSION_COMPLETE = 204;
+
+// The states to go back to when a request has been answered. A push onto a full stack is dropped;
+// a pop from an empty one gives STATE_INERT.
+class ReturnStack {
+public:
+    void Push(int state) {
+        if (m_size < m_states.size()) m_states[m_size++] = state;
+    }
+    int Pop() { return m_size > 0 ? m_states[--m_size] : STATE_INERT; }
+    void Clear() { m_size = 0; }
+
+private:
+    std::array<int, 10> m_states{};
+    size_t m_size = 0;
+};
+
+#endif

@@ -1,0 +1,119 @@
+// The update client: one object that is the connection to the update server and runs the sessions.
+#ifndef HALCYRIX_UPDATE_UPDATE_CLIENT_H
+#define HALCYRIX_UPDATE_UPDATE_CLIENT_H
+
+#include <cstdint>
+#include <list>
+#include <map>
+#include <string>
+
+#include "lib/progress_indicator.h"
+#include "lib/stream.h"
+#include "net/event_loop.h"
+#include "net/packet_tcp.h"
+#include "update/records.h"
+#include "update/session_state.h"
+
+// Brings the working directory up to the latest version of a set of components, in a conversation
+// with one server of the pool; a lost connection starts the conversation anew on the next one.
+//
+// While it waits for a reply the client watches for reading alone; while it has work of its own it
+// watches for writing too, and the next writable event carries the work on.
+//
+// Owns its socket, lists and download file. The dispatcher and the indicator must outlive it, and
+// it must be idle when it is destroyed. The log must exist.
+class UpdateClient : public RXPacketTCP, public Timer_Event {
+public:
+    UpdateClient(EventLoop* loop, ProgressIndicator* progress);
+
+    void OnWritable() override;
+    void OnPacket(const uint8_t* data, int length) override;
+    void OnDisconnect() override;
+    void OnTimer(uint64_t now) override;
+
+    // Starts a session for the components, given as NUL-terminated strings up to a null pointer.
+    // Returns 0 when none was started: one is running, or no server is left to try. Otherwise the
+    // indicator's Finished() tells the end, unless no server can be reached.
+    int Start(int wantMotd, ...) __attribute__((sentinel));
+
+    // Sets m_localVersion to the version recorded for the components, empty when there is none.
+    void ReadVersionRecord();
+    // Records m_latestVersion for the components.
+    void WriteVersionRecord();
+
+    // Compares a local file with its record: 0 missing or bad, 1 good, 2 of another length, whose
+    // tail checksum is then in *checksum_out. *size_out is set when the file could be opened.
+    int CheckFile(const FileRecord& record, uint32_t* size_out, uint32_t* checksum_out);
+
+    // Applies every download that is left, in the order of their indexes, as a patch.
+    void ApplyPatches();
+
+private:
+    // One step of the session; SESSION_COMPLETE when it has ended with success, else 0.
+    int HandleEvent(SessionEvent event);
+
+    enum Manner { WRITABLE, PACKET };
+    void EndSession(int result, Manner manner);
+
+    // The connection (connecting.cpp).
+    int ConnectNext();
+    void PrintUnreachable();
+    int StepConnecting(SessionEvent event);
+    int MalformedReply();
+
+    // Greeting and file list (greeting.cpp).
+    void SendGreeting();
+    void RequestVersion();
+    int StepMotd();
+    int StepVersion();
+    int StepFileList();
+    void DecideByVersion();
+
+    // What each file needs (negotiating.cpp).
+    void RequestFull(const FileRecord& record, int returnState);
+    void RequestPatch(const FileRecord& record, int returnState);
+    void SendRequest(const FileRecord& record, int returnState, int replyState);
+    bool InsertDownload(uint32_t index, DownloadEntry entry);
+    void WaitForReply(int state);
+    void CarryOn(int state);
+    int RefuseName(const std::string& name);
+    int StepVerify();
+    int StepNegotiate();
+    int StepChecksumReply();
+    int StepFullReply();
+    int StepPatchReply();
+    int StepSendResume();
+    int StepResumeReply();
+
+    // The download stream (downloading.cpp).
+    void RequestQueue();
+    int StepQueue();
+    int StepSendDownload();
+    int StepDownloadHeader();
+    int StepDownloadData();
+    int FinishDownloads();
+
+    EventLoop::IO_Entry m_registration{};
+    int m_connected = 0;
+    EventLoop* m_loop;
+    int m_state = STATE_IDLE;
+    std::list<FileRecord> m_checkList;
+    std::map<uint32_t, DownloadEntry> m_downloads;
+    std::map<uint32_t, DownloadEntry>::iterator m_currentDownload = m_downloads.end();
+    std::string m_latestVersion;
+    std::string m_localVersion;
+    FileRecord m_request;
+    std::list<std::string> m_components;
+    bool m_wantMotd = false;
+    int m_serverIndex = 0;
+    std::string m_pendingRequest;
+    const uint8_t* m_packet = nullptr;
+    int m_packetLength = 0;
+    ProgressIndicator* m_progress;
+    Stream m_file;
+    uint32_t m_bytesTotal = 0;
+    uint32_t m_bytesDone = 0;
+    uint32_t m_receivedCount = 0;
+};
+
+#endif
