@@ -9,10 +9,10 @@ struct PatchCommand {
     enum Kind { COPY, LITERAL, END_OF_PASS, END_OF_FILE, UNKNOWN, TRUNCATED };
 
     Kind kind;
-    uint8_t byte = 0;            // the command byte
-    uint32_t offset = 0;         // COPY
-    uint32_t length = 0;         // COPY, LITERAL
-    uint64_t dataPosition = 0;   // LITERAL: where in the patch file its data begin
+    uint8_t byte = 0;           // the command byte
+    uint32_t offset = 0;        // COPY
+    uint32_t length = 0;        // COPY, LITERAL
+    uint64_t dataPosition = 0;  // LITERAL: where in the patch file its data begin
 };
 
 // Reads the commands of an open patch file from its start; the data of a literal are stepped over.

@@ -43,8 +43,7 @@ std::string EncodeNamed(std::string_view tag, std::string_view name) {
     return payload;
 }
 
-std::string EncodeVersioned(std::string_view tag, std::string_view version,
-                            std::string_view name) {
+std::string EncodeVersioned(std::string_view tag, std::string_view version, std::string_view name) {
     std::string payload(tag);
     PutText(&payload, version);
     PutText(&payload, name);

@@ -76,9 +76,9 @@ std::optional<FullReply> DecodeFullReply(const uint8_t* data, size_t length);
 struct PatchReply {
     std::string downloadName;
     uint32_t index;
-    uint32_t length;    // of what will be sent
+    uint32_t length;  // of what will be sent
     uint32_t checksum;
-    bool isPatch;       // else the whole file is sent
+    bool isPatch;  // else the whole file is sent
 };
 std::string Encode(const PatchReply& message);
 std::optional<PatchReply> DecodePatchReply(const uint8_t* data, size_t length);
@@ -93,7 +93,7 @@ struct QueueStatus {
     bool ready;
     uint16_t position;  // 0 is the first
     uint16_t queueLength;
-    uint16_t rate;      // places served per 100 seconds
+    uint16_t rate;  // places served per 100 seconds
 };
 std::string Encode(const QueueStatus& message);
 std::optional<QueueStatus> DecodeQueueStatus(const uint8_t* data, size_t length);

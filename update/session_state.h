@@ -3,6 +3,7 @@
 #define HALCYRIX_UPDATE_SESSION_STATE_H
 
 #include <array>
+#include <cstddef>
 
 enum SessionState : int {
     STATE_IDLE,        // no session
@@ -48,5 +49,8 @@ private:
     std::array<int, 10> m_states{};
     size_t m_size = 0;
 };
+
+// The one stack of the process; emptied whenever a conversation starts anew.
+extern ReturnStack s_returnStates;
 
 #endif

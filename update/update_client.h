@@ -6,6 +6,7 @@
 #include <list>
 #include <map>
 #include <string>
+#include <string_view>
 
 #include "lib/progress_indicator.h"
 #include "lib/stream.h"
@@ -49,34 +50,40 @@ public:
     void ApplyPatches();
 
 private:
-    // One step of the session; SESSION_COMPLETE when it has ended with success, else 0.
+    // One step of the session; SESSION_COMPLETE when it has ended with success, else 0. So do the
+    // steps of the states return.
     int HandleEvent(SessionEvent event);
 
+    // The kind of event whose step ended the session; the words of success depend on it.
     enum Manner { WRITABLE, PACKET };
     void EndSession(int result, Manner manner);
 
-    // The connection (connecting.cpp).
+    // Ways to leave a step: to wait for a reply, to carry on with own work, to fail the session, or
+    // to treat a reply that does not parse as a lost connection.
+    void WaitForReply(SessionState state);
+    void CarryOn(int state);
+    int Fail();
+    int RefuseName(const std::string& name);
+    int MalformedReply();
+
+    // connecting.cpp: reaching a server.
     int ConnectNext();
     void PrintUnreachable();
     int StepConnecting(SessionEvent event);
-    int MalformedReply();
 
-    // Greeting and file list (greeting.cpp).
-    void SendGreeting();
+    // greeting.cpp: from the greeting to the end of the file list.
+    bool SendGreeting();
     void RequestVersion();
     int StepMotd();
     int StepVersion();
     int StepFileList();
     void DecideByVersion();
 
-    // What each file needs (negotiating.cpp).
-    void RequestFull(const FileRecord& record, int returnState);
-    void RequestPatch(const FileRecord& record, int returnState);
-    void SendRequest(const FileRecord& record, int returnState, int replyState);
-    bool InsertDownload(uint32_t index, DownloadEntry entry);
-    void WaitForReply(int state);
-    void CarryOn(int state);
-    int RefuseName(const std::string& name);
+    // negotiating.cpp: what each file needs.
+    void RequestFull(const FileRecord& record, SessionState returnState);
+    void RequestPatch(const FileRecord& record, SessionState returnState);
+    void SendRequest(const FileRecord& record, SessionState returnState, SessionState replyState);
+    void AddDownload(uint32_t index, uint32_t length, DownloadEntry entry);
     int StepVerify();
     int StepNegotiate();
     int StepChecksumReply();
@@ -85,13 +92,17 @@ private:
     int StepSendResume();
     int StepResumeReply();
 
-    // The download stream (downloading.cpp).
+    // downloading.cpp: the queue and the download stream.
     void RequestQueue();
+    void ShowProgress();
     int StepQueue();
     int StepSendDownload();
     int StepDownloadHeader();
     int StepDownloadData();
+    int FailWriting(const std::string& path);
     int FinishDownloads();
+
+    int SendText(std::string_view payload);
 
     EventLoop::IO_Entry m_registration{};
     int m_connected = 0;

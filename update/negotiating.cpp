@@ -1,0 +1,163 @@
+// What each file of the latest version needs: nothing, a patch, or to be fetched whole.
+
+#include "lib/checksum.h"
+#include "lib/file_helpers.h"
+#include "lib/local_file_check.h"
+#include "lib/server_name.h"
+#include "log/gamelog.h"
+#include "update/messages.h"
+#include "update/update_client.h"
+
+void UpdateClient::RequestFull(const FileRecord& record, SessionState returnState) {
+    m_pendingRequest = EncodeNamed(kTagFull, record.name);
+    SendRequest(record, returnState, STATE_FULL_REPLY);
+}
+
+void UpdateClient::RequestPatch(const FileRecord& record, SessionState returnState) {
+    m_pendingRequest = EncodeVersioned(kTagPatch, m_localVersion, record.name);
+    SendRequest(record, returnState, STATE_PATC_REPLY);
+}
+
+void UpdateClient::SendRequest(const FileRecord& record, SessionState returnState,
+                               SessionState replyState) {
+    m_request = record;
+    s_returnStates.Push(returnState);
+    SendText(m_pendingRequest);
+    WaitForReply(replyState);
+}
+
+// Without patches: every file that is not right is fetched whole, or from where it was cut off.
+int UpdateClient::StepVerify() {
+    while (!m_checkList.empty()) {
+        FileRecord& record = m_checkList.front();
+        uint32_t size = 0;
+        uint32_t tailChecksum = 0;
+        const int found = CheckFile(record, &size, &tailChecksum);
+        if (found == CHECK_GOOD) {
+            m_checkList.pop_front();
+            continue;
+        }
+        if (found == CHECK_DIFFERS) {
+            record.currentLength = size;
+            record.tailChecksum = tailChecksum;
+            record.resume = true;
+        }
+        RequestFull(record, STATE_VERIFY);
+        m_checkList.pop_front();
+        return 0;
+    }
+    if (!m_downloads.empty()) {
+        RequestQueue();
+        return 0;
+    }
+    m_state = STATE_ENDING;
+    return SESSION_COMPLETE;
+}
+
+// With patches: of every file that is not right the checksum in the installed version decides.
+int UpdateClient::StepNegotiate() {
+    while (!m_checkList.empty()) {
+        const FileRecord& record = m_checkList.front();
+        uint32_t size = 0;
+        uint32_t tailChecksum = 0;
+        if (CheckFile(record, &size, &tailChecksum) == CHECK_GOOD) {
+            m_checkList.pop_front();
+            continue;
+        }
+        m_pendingRequest = EncodeVersioned(kTagChecksum, m_localVersion, record.name);
+        SendText(m_pendingRequest);
+        WaitForReply(STATE_CSUM_REPLY);
+        return 0;
+    }
+    if (!m_downloads.empty()) {
+        RequestQueue();
+        return 0;
+    }
+    m_state = STATE_ENDING;
+    WriteVersionRecord();
+    return SESSION_COMPLETE;
+}
+
+int UpdateClient::StepChecksumReply() {
+    const auto reply = DecodeChecksumReply(m_packet, m_packetLength);
+    if (!reply) return MalformedReply();
+    const FileRecord& record = m_checkList.front();
+    const uint32_t local = FileChecksum(LocalPath(record.name), m_progress);
+    if (reply->checksum != kNoChecksum && reply->checksum == local) {
+        RequestPatch(record, STATE_NEGOTIATE);
+    } else if (local == record.checksum) {
+        CarryOn(STATE_NEGOTIATE);
+    } else {
+        RequestFull(record, STATE_NEGOTIATE);
+    }
+    m_checkList.pop_front();
+    return 0;
+}
+
+void UpdateClient::AddDownload(uint32_t index, uint32_t length, DownloadEntry entry) {
+    m_bytesTotal += length;
+    const auto [position, inserted] = m_downloads.try_emplace(index, std::move(entry));
+    if (!inserted) {
+        gamelog->Printf("couldn't insert file index %d?\n", static_cast<int32_t>(index));
+    }
+    m_currentDownload = position;
+}
+
+int UpdateClient::StepFullReply() {
+    const auto reply = DecodeFullReply(m_packet, m_packetLength);
+    if (!reply) return MalformedReply();
+    AddDownload(reply->index, reply->length,
+                DownloadEntry{m_request.name, LocalPath(m_request.name), false});
+    CarryOn(m_request.resume ? STATE_SEND_RSUM : s_returnStates.Pop());
+    return 0;
+}
+
+int UpdateClient::StepPatchReply() {
+    const auto reply = DecodePatchReply(m_packet, m_packetLength);
+    if (!reply) return MalformedReply();
+    const std::string& name = reply->downloadName;
+    if ((reply->isPatch || !name.empty()) && !IsSafeServerName(name)) return RefuseName(name);
+    AddDownload(reply->index, reply->length,
+                DownloadEntry{name, LocalPath(m_request.name), reply->isPatch});
+
+    if (reply->isPatch) {
+        // A patch left by an earlier session is resumed. Length and checksum stand in each other's
+        // place, so that any file that is there counts as one of another length.
+        FileRecord patch;
+        patch.name = "patch/" + name;
+        patch.checksum = reply->length;
+        patch.length = reply->checksum;
+        uint32_t size = 0;
+        uint32_t tailChecksum = 0;
+        const int found = CheckFile(patch, &size, &tailChecksum);
+        if (found == CHECK_DIFFERS || size == reply->length) {
+            m_request = std::move(patch);
+            m_request.currentLength = size;
+            m_request.tailChecksum = tailChecksum;
+            CarryOn(STATE_SEND_RSUM);
+            return 0;
+        }
+    }
+    CarryOn(s_returnStates.Pop());
+    return 0;
+}
+
+int UpdateClient::StepSendResume() {
+    SendText(Encode(
+        ResumeRequest{static_cast<uint32_t>(m_request.currentLength), m_request.tailChecksum}));
+    WaitForReply(STATE_RSUM_REPLY);
+    return 0;
+}
+
+int UpdateClient::StepResumeReply() {
+    const auto reply = DecodeResumeReply(m_packet, m_packetLength);
+    if (!reply) return MalformedReply();
+    if (reply->accepted) {
+        gamelog->Printf("resuming download of %s\n", m_request.name.c_str());
+        m_bytesDone += static_cast<uint32_t>(m_request.currentLength);
+    } else {
+        gamelog->Printf("redownloading %s\n", m_request.name.c_str());
+    }
+    CarryOn(s_returnStates.Pop());
+    return 0;
+}
