@@ -30,38 +30,24 @@ int UpdateClient::HandleEvent(SessionEvent event) {
     if (m_state == STATE_CONNECTING) return StepConnecting(event);
     if (event == EVENT_WRITABLE) {
         switch (m_state) {
-            case STATE_VERIFY:
-                return StepVerify();
-            case STATE_NEGOTIATE:
-                return StepNegotiate();
-            case STATE_SEND_RSUM:
-                return StepSendResume();
-            case STATE_SEND_DOWN:
-                return StepSendDownload();
+            case STATE_VERIFY: return StepVerify();
+            case STATE_NEGOTIATE: return StepNegotiate();
+            case STATE_SEND_RSUM: return StepSendResume();
+            case STATE_SEND_DOWN: return StepSendDownload();
         }
     }
     if (event == EVENT_PACKET) {
         switch (m_state) {
-            case STATE_MOTD:
-                return StepMotd();
-            case STATE_VERSION:
-                return StepVersion();
-            case STATE_FILE_LIST:
-                return StepFileList();
-            case STATE_CSUM_REPLY:
-                return StepChecksumReply();
-            case STATE_FULL_REPLY:
-                return StepFullReply();
-            case STATE_PATC_REPLY:
-                return StepPatchReply();
-            case STATE_RSUM_REPLY:
-                return StepResumeReply();
-            case STATE_QUEUE:
-                return StepQueue();
-            case STATE_DOWN_HEADER:
-                return StepDownloadHeader();
-            case STATE_DOWN_DATA:
-                return StepDownloadData();
+            case STATE_MOTD: return StepMotd();
+            case STATE_VERSION: return StepVersion();
+            case STATE_FILE_LIST: return StepFileList();
+            case STATE_CSUM_REPLY: return StepChecksumReply();
+            case STATE_FULL_REPLY: return StepFullReply();
+            case STATE_PATC_REPLY: return StepPatchReply();
+            case STATE_RSUM_REPLY: return StepResumeReply();
+            case STATE_QUEUE: return StepQueue();
+            case STATE_DOWN_HEADER: return StepDownloadHeader();
+            case STATE_DOWN_DATA: return StepDownloadData();
         }
     }
     return 0;
