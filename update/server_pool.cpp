@@ -2,4 +2,4 @@
 
 #include "halcyrix_config.h"
 
-const char* const server_pool[] = {HALCYRIX_UPDATE_HOST_LITERALS, nullptr};
+const char* server_pool[] = {HALCYRIX_UPDATE_HOST_LITERALS, nullptr};

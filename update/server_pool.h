@@ -3,6 +3,6 @@
 #define HALCYRIX_UPDATE_SERVER_POOL_H
 
 // Host names in the order in which they are tried, then null. Set by the build.
-extern const char* const server_pool[];
+extern const char* server_pool[];
 
 #endif
