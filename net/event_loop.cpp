@@ -169,7 +169,8 @@ int EventLoop::Dispatch(int wait) {
         if (ready <= 0) return total;
         total += ready;
         HandleSets(&read, &write);
-        if (m_stop) return total;
+        // Nothing is handled any more, so that select() would find the same readiness for ever.
+        if (m_stop && !wait) return total;
     }
 }
 
@@ -181,6 +182,8 @@ int EventLoop::Run() {
         timeval* limit = SelectTimeout(untilTimer, &timeout);
         fd_set read, write;
         const int count = BuildSets(&read, &write);
+        // It may have deleted the last event, and select() would then wait for nothing.
+        if (m_io.empty() && m_timers.empty()) return m_exitCode;
         if (select(count, &read, &write, nullptr, limit) != -1) HandleSets(&read, &write);
 
         for (m_pollCursor = m_polls.begin(); m_pollCursor != m_polls.end();) {

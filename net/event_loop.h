@@ -111,13 +111,15 @@ public:
 
     // One pass: polls, due timers, and every ready descriptor until select() finds none. With
     // `wait` 0 nothing is waited for; otherwise the pass lasts until a select() ends by the next
-    // timer's due time. Returns how many ready descriptors select() reported.
+    // timer's due time. Returns how many ready descriptors select() reported, but 0 when the last
+    // registration goes during the pass, or a waiting pass is stopped.
     int Dispatch(int wait);
 
     // Serves until Stop() or until nothing is registered; returns the exit code.
     int Run();
 
-    // Ends Run(), or the pass under way, before the next event is served; later ones end likewise.
+    // Ends Run(), or the pass under way, before the next descriptor event is served; later ones end
+    // likewise. Timers that are due, and the polls of Dispatch(), are still served.
     void Stop(int exitCode);
 
 private:
