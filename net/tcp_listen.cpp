@@ -19,13 +19,15 @@ RXTCPListen::RXTCPListen(int port, in_addr_t address) {
     m_fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     const int on = 1;
     setsockopt(m_fd, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
-    if (bind(m_fd, reinterpret_cast<const sockaddr*>(&m_bindAddr), sizeof m_bindAddr) == -1) {
+    const bool bound =
+        bind(m_fd, reinterpret_cast<const sockaddr*>(&m_bindAddr), sizeof m_bindAddr) == 0;
+    if (bound) SetNonBlocking(m_fd);
+    // Two sockets may be bound to a port as long as neither listens: the second then fails here.
+    if (!bound || listen(m_fd, kBacklog) == -1) {
         gamelog->Printf("RXTCPListen: %s\n", strerror(errno));
         Close();
         return;
     }
-    SetNonBlocking(m_fd);
-    listen(m_fd, kBacklog);
     SetFlags(IO_READ);
 }
 

@@ -4,8 +4,8 @@
 
 #include "net/tcp.h"
 
-// Listens once it is constructed, watched for reading; or is closed when the port could not be
-// bound, which is logged. Its owner registers it.
+// Listens once it is constructed, watched for reading; or is closed when the port is not to be had,
+// which is logged. Its owner registers it.
 class RXTCPListen : public RXTCP {
 public:
     // `address` is a local IPv4 address in network byte order.
