@@ -34,8 +34,9 @@ bool PatchBuffer::Load(const std::string& patch_path, const std::string& target_
 
     PatchReader reader(patchFile.get());
     const SpanBuffer patchImage = WholeStream(patchFile.get(), reader.Size());
-    spans =
-        WholeStream(targetFile.get(), static_cast<uint64_t>(StreamSize(targetFile.get()))).spans;
+    const auto targetSize = static_cast<uint64_t>(StreamSize(targetFile.get()));
+    if (targetSize > kMaxPatchedSize) return false;
+    spans = WholeStream(targetFile.get(), targetSize).spans;
     SpanBuffer output;
     for (;;) {
         const PatchCommand command = reader.Next();

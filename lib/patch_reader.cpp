@@ -20,7 +20,9 @@ bool PatchReader::ReadNumber(uint32_t* number) {
 
 PatchCommand PatchReader::Next() {
     const int byte = getc(m_patch);
-    if (byte == EOF) return {PatchCommand::END_OF_FILE};
+    // A file that cannot be read to its end is no shorter patch.
+    if (byte == EOF)
+        return {m_position < m_size ? PatchCommand::TRUNCATED : PatchCommand::END_OF_FILE};
     ++m_position;
     PatchCommand command{PatchCommand::UNKNOWN, static_cast<uint8_t>(byte)};
     switch (byte) {
