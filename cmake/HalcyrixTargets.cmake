@@ -8,8 +8,10 @@ add_library(halcyrix_options INTERFACE)
 target_include_directories(halcyrix_options INTERFACE ${PROJECT_SOURCE_DIR}
                                                       ${PROJECT_BINARY_DIR}/config)
 target_compile_definitions(halcyrix_options INTERFACE _FILE_OFFSET_BITS=64)
+# Assertions stay on in every build: a broken invariant must stop the program before it writes files.
 target_compile_options(
-  halcyrix_options INTERFACE -Wall -Wextra -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual
+  halcyrix_options INTERFACE -UNDEBUG
+                             -Wall -Wextra -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual
                              $<$<BOOL:${HALCYRIX_WERROR}>:-Werror>)
 
 # halcyrix_library(NAME SOURCES file... LINKS target...): one core folder.

@@ -1,5 +1,7 @@
 #include "lib/server_name.h"
 
+#include <algorithm>
+
 std::string LocalPath(const std::string& name) {
     const size_t slash = name.find('/');
     return slash == std::string::npos ? name : name.substr(slash + 1);

@@ -17,6 +17,7 @@ uint64_t SpanBuffer::Size() const {
 }
 
 uint64_t SpanBuffer::Append(const SpanBuffer& other) {
+    if (&other == this) return Append(SpanBuffer(other));
     uint64_t end = Size();
     for (const auto& [start, span] : other.spans) {
         spans.insert_or_assign(spans.end(), end, span);
@@ -79,7 +80,7 @@ bool SpanBuffer::Write(FILE* out, ProgressIndicator* progress) const {
         if (written == 0) return false;
         done += written;
     }
-    return true;
+    return fflush(out) == 0;  // a full device may show only here
 }
 
 bool SpanBuffer::WriteFile(const std::string& path, ProgressIndicator* progress) const {
