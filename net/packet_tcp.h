@@ -10,14 +10,15 @@
 class RXPacketTCP : public RXTCP {
 public:
     RXPacketTCP() = default;
-    // Takes over a descriptor that a listener has accepted.
+    // Takes over a descriptor that a listener has accepted, made non-blocking: a read that fills
+    // the buffer is followed by another.
     RXPacketTCP(int32_t fd, uint32_t flags);
 
     void OnReadable() override;
 
     // One complete packet, of 0 to kMaxPayload bytes. `data` is valid during the call only. May
     // send, close the connection (packets already received are still delivered) or connect anew
-    // (what was received of the old connection is forgotten).
+    // (what was received of the old connection is forgotten), but not destroy the object.
     virtual void OnPacket(const uint8_t* data, int length) = 0;
 
     // The peer has closed the connection, or a frame was invalid and the connection is closed. May

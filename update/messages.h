@@ -2,7 +2,7 @@
 //
 // Requests begin with a four-letter tag; integers are little-endian; texts end with a NUL. Encoding
 // gives a payload; decoding does no I/O and tells a malformed payload by std::nullopt. Bytes beyond
-// a message's last field are passed over.
+// a reply's last field are passed over; a request ends with its last field.
 #ifndef HALCYRIX_UPDATE_MESSAGES_H
 #define HALCYRIX_UPDATE_MESSAGES_H
 
