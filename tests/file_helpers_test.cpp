@@ -10,7 +10,6 @@
 #include "lib/stream.h"
 #include "tests/support/recorders.h"
 #include "tests/support/scratch_dir.h"
-#include "tests/support/seeded.h"
 
 namespace {
 

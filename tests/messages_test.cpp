@@ -62,11 +62,9 @@ TEST(Requests, GiveTheServerTheirFields) {
     const auto patch = DecodeExactly(DecodeRequest, EncodeVersioned(kTagPatch, "1.4", "x/y"));
     EXPECT_EQ(patch->version, "1.4");
     EXPECT_EQ(patch->name, "x/y");
-    EXPECT_EQ(DecodeExactly(DecodeRequest, EncodeNamed(kTagComponent, "common"))->name, "common");
     const auto resume = DecodeExactly(DecodeRequest, Encode(ResumeRequest{5000, 0xFFFFFFFE}));
     EXPECT_EQ(resume->resume.offset, 5000u);
     EXPECT_EQ(resume->resume.tailChecksum, 0xFFFFFFFEu);
-    EXPECT_FALSE(DecodeExactly(DecodeRequest, "NOPE"));
     EXPECT_FALSE(DecodeExactly(DecodeRequest, "NOPEname\0"sv));
 }
 
@@ -95,16 +93,11 @@ TEST(Replies, AreTheseBytesAndRefusedWhenCutAnywhere) {
         SCOPED_TRACE(testing::PrintToString(c.expected));
         EXPECT_EQ(c.encoded, c.expected);
         EXPECT_EQ(c.recode(c.encoded), c.encoded);
-        EXPECT_EQ(c.recode(c.encoded + "more"), c.encoded);
+        EXPECT_EQ(c.recode(c.encoded + "\x80"), c.encoded);
         for (size_t cut = 0; cut < c.encoded.size(); ++cut) {
             EXPECT_FALSE(c.recode(c.encoded.substr(0, cut))) << "cut to " << cut;
         }
     }
-}
-
-TEST(Replies, TakeAnyNonZeroByteForYes) {
-    EXPECT_TRUE(DecodeExactly(DecodeResumeReply, "\x80")->accepted);
-    EXPECT_TRUE(DecodeExactly(DecodeQueueStatus, "\x02\0\0\0\0\0\0"sv)->ready);
 }
 
 }  // namespace

@@ -1,42 +1,14 @@
 #include "net/tcp.h"
 
 #include <fcntl.h>
-#include <gtest/gtest.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
 
-#include "net/tcp_listen.h"
 #include "tests/support/recorders.h"
+#include "tests/support/test_listener.h"
 
 namespace {
-
-// Keeps the last connection that it accepted.
-class Listener : public RXTCPListen {
-public:
-    explicit Listener(int port = 0) : RXTCPListen(port, htonl(INADDR_LOOPBACK)) {}
-    ~Listener() override { Drop(); }
-
-    void OnAccept(int32_t fd, const sockaddr_in& addr) override {
-        Drop();
-        accepted = fd;
-        peer = addr;
-    }
-    void Drop() {
-        if (accepted != -1) close(std::exchange(accepted, -1));
-    }
-    int Port() const {
-        sockaddr_in address{};
-        socklen_t length = sizeof address;
-        getsockname(m_fd, reinterpret_cast<sockaddr*>(&address), &length);
-        return ntohs(address.sin_port);
-    }
-
-    int accepted = -1;
-    sockaddr_in peer{};
-};
 
 bool IsCloseOnExec(int fd) {
     return (fcntl(fd, F_GETFD) & FD_CLOEXEC) != 0;
@@ -46,47 +18,39 @@ bool IsBlocking(int fd) {
     return (fcntl(fd, F_GETFL) & O_NONBLOCK) == 0;
 }
 
-// Waits for the outcome of a connection attempt.
 std::string Outcome(RXTCP* socket) {
     EXPECT_EQ(socket->m_flags, IO_WRITE | IO_READ);
-    fd_set writable;
-    FD_ZERO(&writable);
-    FD_SET(socket->m_fd, &writable);
-    select(socket->m_fd + 1, nullptr, &writable, nullptr, nullptr);
+    Await(socket->m_fd, IO_WRITE);
     const char* error = socket->ConnectError();
     return error == nullptr ? "connected" : error;
 }
 
 TEST(Tcp, ConnectsWithoutWaitingAndDropsTheEarlierConnection) {
-    Listener listener;
-    EXPECT_EQ(listener.m_flags, IO_READ);
-    EXPECT_FALSE(IsBlocking(listener.m_fd));
-    EXPECT_TRUE(IsCloseOnExec(listener.m_fd));
-
+    TestListener listener;
     RXTCP socket;
     EXPECT_EQ(socket.IsOpen(), 0);
     ASSERT_EQ(socket.Connect("127.0.0.1", listener.Port()), 1);
-    EXPECT_EQ(socket.IsOpen(), 1);
-    EXPECT_FALSE(IsBlocking(socket.m_fd));
-    EXPECT_TRUE(IsCloseOnExec(socket.m_fd));
     EXPECT_EQ(Outcome(&socket), "connected");
+    EXPECT_EQ(socket.IsOpen(), 1);
 
     listener.OnReadable();
-    ASSERT_NE(listener.accepted, -1);
-    EXPECT_TRUE(IsBlocking(listener.accepted));
-    EXPECT_TRUE(IsCloseOnExec(listener.accepted));
+    const int accepted = listener.accepted;
+    ASSERT_NE(accepted, -1);
     EXPECT_EQ(listener.peer.sin_addr.s_addr, htonl(INADDR_LOOPBACK));
+    for (const int fd : {listener.m_fd, socket.m_fd, accepted}) {
+        EXPECT_TRUE(IsCloseOnExec(fd));
+        EXPECT_EQ(IsBlocking(fd), fd == accepted);
+    }
     listener.OnReadable();  // nobody there
-    EXPECT_NE(listener.accepted, -1);
+    EXPECT_EQ(listener.accepted, accepted);
 
     ASSERT_EQ(socket.Connect("127.0.0.1", listener.Port()), 1);
-    char byte;
-    EXPECT_EQ(read(listener.accepted, &byte, 1), 0) << "the earlier connection is closed";
+    EXPECT_EQ(listener.Hear(1), "") << "the earlier connection is closed";
 }
 
 TEST(Tcp, KeepsQuietAboutNamesThatDoNotResolve) {
     RecordingLog log;
-    Listener listener;
+    TestListener listener;
     RXTCP socket;
     ASSERT_EQ(socket.Connect("127.0.0.1", listener.Port()), 1);
     EXPECT_EQ(socket.Connect("300.300.300.300", listener.Port()), 0);
@@ -99,11 +63,7 @@ TEST(Tcp, KeepsQuietAboutNamesThatDoNotResolve) {
 
 TEST(Tcp, TellsOfARefusalWhenItComes) {
     RecordingLog log;
-    int port;
-    {
-        Listener gone;
-        port = gone.Port();
-    }
+    const int port = TestListener().Port();
     RXTCP socket;
     ASSERT_EQ(socket.Connect("127.0.0.1", port), 1);
     EXPECT_EQ(Outcome(&socket), strerror(ECONNREFUSED));
@@ -118,8 +78,9 @@ TEST(Tcp, TellsOfARefusalWhenItComes) {
 
 TEST(Listener, StaysClosedWhenThePortIsTaken) {
     RecordingLog log;
-    Listener first;
-    Listener second(first.Port());
+    TestListener first;
+    TestListener second(first.Port());
+    EXPECT_EQ(first.m_flags, IO_READ);
     EXPECT_EQ(log.Text(), "RXTCPListen: " + std::string(strerror(EADDRINUSE)) + "\n");
     EXPECT_EQ(second.m_fd, -1);
     EXPECT_EQ(second.m_flags, 0u);

@@ -1,4 +1,4 @@
-// A directory of its own for a test.
+// A directory of its own for a test, and files to put there.
 #ifndef HALCYRIX_TESTS_SUPPORT_SCRATCH_DIR_H
 #define HALCYRIX_TESTS_SUPPORT_SCRATCH_DIR_H
 
@@ -24,5 +24,8 @@ private:
 // Whole files; a missing one reads as "(missing)". Writing makes the directories of the path.
 std::string ReadFile(const std::filesystem::path& path);
 void WriteFile(const std::filesystem::path& path, const std::string& contents);
+
+// Contents that look random and are the same in every run.
+std::string SeededBytes(size_t size, unsigned seed);
 
 #endif
