@@ -90,6 +90,12 @@ TEST(ReceivePacket, PutsFramesTogetherHoweverTheyArrive) {
     }
 }
 
+TEST(ReceivePacket, ReadsOnAtOnceWhenTheBufferWasFilled) {
+    Connection connection;
+    connection.Receive(Frame(std::string(8190, 'x')) + Frame("next"));
+    EXPECT_EQ(connection.packets.size(), 2u);
+}
+
 TEST(ReceivePacket, DropsTheConnectionAtAnInvalidLength) {
     for (const auto& header : {"\x1f\xff"s, "\xff\xff"s}) {
         RecordingLog log;

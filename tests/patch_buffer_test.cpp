@@ -11,8 +11,6 @@
 
 namespace {
 
-using namespace std::literals;
-
 std::string Number(uint32_t value) {
     std::string bytes;
     for (int shift = 24; shift >= 0; shift -= 8) bytes += static_cast<char>(value >> shift);
@@ -91,25 +89,19 @@ TEST(Patch, RunsItsCommands) {
         std::string said = "";
     } cases[] = {
         {"", old},
-        {"R", old},
         {Literal("hello") + "R", "hello"},
         {Copy(10, 20) + "R", old.substr(10, 20)},
         {Copy(0, 100) + Literal("") + Copy(100, 0) + "RRR", old},
         {Literal("abc") + Copy(0, 2) + "R" + Copy(1, 2) + "R", "bc"},
-        {Literal("a") + "R" + Copy(0, 1) + Literal("b") + Copy(0, 1) + "R", "aba"},
         {Literal("hi"), "hi", "warning: no terminator on patch patch\n"},
         {Literal("hi") + "Rc", std::nullopt, "Unknown patch command 63 in patch!\naborting..."},
-        {"\xff"s, std::nullopt, "Unknown patch command ff in patch!\naborting..."},
         {Copy(0, 101) + "R", std::nullopt},
-        {Copy(100, 1) + "R", std::nullopt},
         {Copy(101, 0) + "R", std::nullopt},
         {Copy(0xFFFFFFFF, 1) + "R", std::nullopt},
         {Copy(1, 0xFFFFFFFF) + "R", std::nullopt},
         {Literal("abc") + "R" + Copy(1, 3) + "R", std::nullopt},
         {"L" + Number(3) + "ab", std::nullopt},
         {"L" + Number(0xFFFFFFFF) + "R", std::nullopt},
-        {"L\0\0\0"s, std::nullopt},
-        {Literal("hi") + "R" + Copy(0, 1).substr(0, 8), std::nullopt},
     };
     for (const auto& c : cases) {
         const Outcome outcome = RunPatch(c.patch);
@@ -142,34 +134,25 @@ TEST(Patch, NeedsBothFiles) {
     ScratchDir scratch;
     std::filesystem::create_directory("directory");
     WriteFile("file", "R");
-    for (const auto& [patch, target] : {std::pair("missing", "file"),
-                                        {"file", "missing"},
-                                        {"directory", "file"},
-                                        {"file", "directory"}}) {
-        EXPECT_FALSE(PatchBuffer().Load(patch, target)) << patch << ", " << target;
+    for (const char* other : {"missing", "directory"}) {
+        EXPECT_FALSE(PatchBuffer().Load(other, "file"));
+        EXPECT_FALSE(PatchBuffer().Load("file", other));
     }
 }
 
 TEST(Patch, StaysBelow4GiB) {
     ScratchDir scratch;
     WriteFile("old", "");
-    const uint32_t half = 0x80000000;
-    const struct {
-        uint64_t oldSize;
-        std::string patch;
-        bool loads;
-    } cases[] = {
-        {half, Copy(0, half) + Copy(0, half - 1) + "R", true},
-        {half, Copy(0, half) + Copy(0, half) + "R", false},
-        {half, Copy(0, half) + Copy(0, half) + "R" + Copy(0, 1) + "R", false},
-        {0xFFFFFFFF, "", true},
-        {0x100000000, "", false},
+    const auto loads = [](uint64_t oldSize, const std::string& patch) {
+        std::filesystem::resize_file("old", oldSize);  // takes no room: the file is all hole
+        WriteFile("patch", patch);
+        return PatchBuffer().Load("patch", "old");
     };
-    for (const auto& c : cases) {
-        std::filesystem::resize_file("old", c.oldSize);  // takes no room: the file is all hole
-        WriteFile("patch", c.patch);
-        EXPECT_EQ(PatchBuffer().Load("patch", "old"), c.loads) << testing::PrintToString(c.patch);
-    }
+    const uint32_t half = 0x80000000;
+    EXPECT_TRUE(loads(half, Copy(0, half) + Copy(0, half - 1) + "R"));
+    EXPECT_FALSE(loads(half, Copy(0, half) + Copy(0, half) + "R" + Copy(0, 1) + "R"));
+    EXPECT_TRUE(loads(0xFFFFFFFF, ""));
+    EXPECT_FALSE(loads(0x100000000, ""));
 }
 
 TEST(Patch, DoesNotMultiplyItsSpansWithoutEnd) {

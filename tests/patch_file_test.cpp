@@ -5,7 +5,6 @@
 #include <functional>
 
 #include "halcyrix_config.h"
-#include "tests/support/private_network.h"
 #include "tests/support/recorders.h"
 #include "tests/support/scratch_dir.h"
 #include "tests/support/small_disk.h"
@@ -23,13 +22,10 @@ std::string Contents(const std::string& path) {
 }
 
 // Interferes while the new contents are being written.
-class Meddler : public RecordingProgress {
-public:
-    explicit Meddler(std::function<void()> meddle) : m_meddle(std::move(meddle)) {}
-    void SetProgress(int32_t, int32_t) override { m_meddle(); }
+struct Meddler : RecordingProgress {
+    void SetProgress(int32_t, int32_t) override { meddle(); }
 
-private:
-    std::function<void()> m_meddle;
+    std::function<void()> meddle;
 };
 
 TEST(PatchFile, PutsTheNewContentsInTheTargetsPlace) {
@@ -74,7 +70,8 @@ TEST(PatchFile, LeavesThisBehindWhenItFails) {
         SCOPED_TRACE(c.log);
         ScratchDir scratch;
         RecordingLog log;
-        Meddler progress(c.meddle);
+        Meddler progress;
+        progress.meddle = c.meddle;
         WriteFile("file", "old");
         WriteFile("patch", c.patch);
         c.before();
@@ -106,9 +103,3 @@ TEST(PatchFile, KeepsTheOldFileOnAFullDisk) {
 }
 
 }  // namespace
-
-int main(int argc, char** argv) {
-    testing::InitGoogleTest(&argc, argv);
-    EnterPrivateNetwork();
-    return RUN_ALL_TESTS();
-}

@@ -35,16 +35,12 @@ TEST(SpanBuffer, TilesWhatIsAppended) {
     EXPECT_THAT(buffer.SubSpan(115, 115).spans, buffer.SubSpan(0, 115).spans);
 }
 
-TEST(SpanBuffer, CutsStretchesAcrossItsSpans) {
+TEST(SpanBuffer, CutsStretchesThatItHoldsAndRefusesOthers) {
     const SpanBuffer buffer = Tiles({{stdin, 0, 100}, {stdout, 1000, 50}});
     EXPECT_THAT(buffer.SubSpan(90, 20).spans,
                 ElementsAre(Pair(0, Span{stdin, 90, 10}), Pair(10, Span{stdout, 1000, 10})));
     EXPECT_THAT(buffer.SubSpan(100, 50).spans, ElementsAre(Pair(0, Span{stdout, 1000, 50})));
     EXPECT_EQ(buffer.SubSpan(0, 150).spans, buffer.spans);
-}
-
-TEST(SpanBuffer, RefusesStretchesThatItDoesNotHold) {
-    const SpanBuffer buffer = Tiles({{stdin, 0, 100}, {stdout, 1000, 50}});
     const std::pair<uint64_t, uint64_t> ranges[] = {
         {0, 0}, {500, 0}, {0, 151}, {149, 2}, {150, 1}, {1, UINT64_MAX}, {UINT64_MAX, 2}};
     for (const auto& [offset, length] : ranges) {

@@ -3,8 +3,6 @@
 #include <arpa/inet.h>
 #include <sys/socket.h>
 
-#include <random>
-
 #include "lib/checksum.h"
 #include "update/messages.h"
 
@@ -135,11 +133,4 @@ uint32_t ContentsChecksum(const std::string& contents) {
         value = Checksum(contents.data() + at, piece, value);
     }
     return value;
-}
-
-std::string SeededBytes(size_t count, uint32_t seed) {
-    std::mt19937 generator(seed);
-    std::string bytes(count, '\0');
-    for (char& byte : bytes) byte = static_cast<char>(generator());
-    return bytes;
 }

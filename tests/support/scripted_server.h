@@ -85,7 +85,4 @@ private:
 // The whole-file checksum of contents in memory.
 uint32_t ContentsChecksum(const std::string& contents);
 
-// Bytes that look random and are the same in every run.
-std::string SeededBytes(size_t count, uint32_t seed);
-
 #endif

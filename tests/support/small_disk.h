@@ -2,9 +2,14 @@
 #ifndef HALCYRIX_TESTS_SUPPORT_SMALL_DISK_H
 #define HALCYRIX_TESTS_SUPPORT_SMALL_DISK_H
 
+#include <sys/mount.h>
 #include <sys/resource.h>
 
+#include <csignal>
+#include <filesystem>
 #include <string>
+
+#include "tests/support/private_network.h"
 
 // Makes an empty directory at `path` that holds no more than kSize bytes of files. Where no file
 // system can be mounted, no single file can grow beyond kSize instead.
@@ -12,15 +17,28 @@ class SmallDisk {
 public:
     static constexpr size_t kSize = 65536;
 
-    explicit SmallDisk(const std::string& path);
-    ~SmallDisk();
+    explicit SmallDisk(const std::string& path) : m_path(std::filesystem::absolute(path)) {
+        std::filesystem::create_directory(m_path);
+        m_mounted = MountSmallFileSystem(m_path.c_str(), kSize);
+        if (!m_mounted) LimitFiles(kSize);
+    }
+    ~SmallDisk() {
+        m_mounted ? void(umount2(m_path.c_str(), MNT_DETACH)) : LimitFiles(RLIM_INFINITY);
+    }
     SmallDisk(const SmallDisk&) = delete;
     SmallDisk& operator=(const SmallDisk&) = delete;
 
 private:
+    static void LimitFiles(rlim_t size) {
+        signal(SIGXFSZ, SIG_IGN);
+        rlimit limit;
+        getrlimit(RLIMIT_FSIZE, &limit);
+        limit.rlim_cur = std::min(size, limit.rlim_max);
+        setrlimit(RLIMIT_FSIZE, &limit);
+    }
+
     std::string m_path;
     bool m_mounted;
-    rlimit m_limit{};  // before, when not mounted
 };
 
 #endif
