@@ -1,5 +1,3 @@
-#include "release/command_serve.h"
-
 #include <arpa/inet.h>
 #include <sys/signalfd.h>
 #include <unistd.h>
@@ -8,6 +6,7 @@
 #include <memory>
 
 #include "log/gamelog.h"
+#include "release/commands.h"
 #include "release/update_server.h"
 
 namespace {
@@ -45,26 +44,23 @@ private:
     EventLoop::IO_Entry m_entry;
 };
 
-int Serve(const ServeArguments& arguments) {
+ExitStatus Serve(const ServeArguments& arguments) {
     GameLog log;
     gamelog = &log;
     signal(SIGPIPE, SIG_IGN);
 
     std::string error;
     const std::unique_ptr<Store> store = Store::Open(arguments.store, &error);
-    if (!store) {
-        fprintf(stderr, "%s\n", error.c_str());
-        return 1;
-    }
+    if (!store) return Problem(error);
     EventLoop loop;
     const StopSignals signals(&loop);
     UpdateServer server(&loop, store.get(), arguments.server);
-    if (!server.IsOpen()) return 1;
+    if (!server.IsOpen()) return EXIT_PROBLEM;
     log.Printf("serving %zu releases of %s on %s:%d\n", store->Releases().size(),
                arguments.store.c_str(), arguments.address.c_str(), arguments.server.port);
-    const int status = loop.Run();
+    loop.Run();
     log.Printf("stopping\n");
-    return status;
+    return EXIT_DONE;
 }
 
 std::string CheckAddress(const std::string& text) {
@@ -74,10 +70,10 @@ std::string CheckAddress(const std::string& text) {
 
 }  // namespace
 
-void AddServeCommand(CLI::App* tool, int* status) {
+void AddServeCommand(CLI::App* app, ExitStatus* status) {
     auto arguments = std::make_shared<ServeArguments>();
     ServerOptions& server = arguments->server;
-    CLI::App* command = tool->add_subcommand("serve", "Serve the releases of a store to updaters");
+    CLI::App* command = AddCommand(app, "serve", "Serve a store's releases to updaters");
     command->add_option("STORE", arguments->store, "The store")->required();
     command->add_option("--listen", arguments->address, "Local IPv4 address to listen on")
         ->check(CheckAddress)

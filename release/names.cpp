@@ -45,8 +45,8 @@ std::string FileNameFault(const std::string& name) {
     if (HasControl(name)) return "has a control character";
     if (!IsSafeServerName(name)) return "is refused by the updater: too long, or not a path inside";
     const std::string path = LocalPath(name);
-    if (path == kVersionRecordFile || path == kVersionRecordTemporary || path == kPatchFolder ||
-        path.starts_with(std::string(kPatchFolder) + "/")) {
+    const std::string first = path.substr(0, path.find('/'));
+    if (first == kVersionRecordFile || first == kVersionRecordTemporary || first == kPatchFolder) {
         return "is a name that the updater uses itself";
     }
     return {};

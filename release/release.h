@@ -29,6 +29,8 @@ public:
     const std::string& Directory() const { return m_directory; }
     const std::string& Version() const { return m_manifest.version; }
     uint32_t Sequence() const { return m_manifest.sequence; }
+    // The indexes of the release: from the first to before the next.
+    uint32_t FirstIndex() const { return m_manifest.firstIndex; }
     uint64_t NextIndex() const { return m_manifest.NextIndex(); }
 
     std::span<const std::string> Components() const { return m_manifest.components; }

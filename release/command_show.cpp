@@ -1,0 +1,70 @@
+#include <cinttypes>
+#include <cstdio>
+#include <memory>
+
+#include "lib/patch_reader.h"
+#include "lib/stream.h"
+#include "release/commands.h"
+#include "release/whole_file.h"
+
+namespace {
+
+struct Totals {
+    uint64_t copies = 0;
+    uint64_t copied = 0;
+    uint64_t literals = 0;
+    uint64_t literal = 0;
+    uint64_t passes = 0;
+};
+
+// Prints the command; false for one that is no command.
+bool ShowCommand(const PatchCommand& command, Totals* totals) {
+    switch (command.kind) {
+        case PatchCommand::COPY:
+            printf("copy     offset %10" PRIu32 "  length %10" PRIu32 "\n", command.offset,
+                   command.length);
+            ++totals->copies;
+            totals->copied += command.length;
+            return true;
+        case PatchCommand::LITERAL:
+            printf("literal  from   %10" PRIu64 "  length %10" PRIu32 "\n", command.dataPosition,
+                   command.length);
+            ++totals->literals;
+            totals->literal += command.length;
+            return true;
+        case PatchCommand::END_OF_PASS:
+            printf("end of pass\n");
+            ++totals->passes;
+            return true;
+        default: return false;
+    }
+}
+
+ExitStatus Show(const std::string& path) {
+    const Stream patch = OpenForReading(path);
+    if (!patch) return Problem(SystemError(path));
+    PatchReader reader(patch.get());
+    Totals totals;
+    PatchCommand command = reader.Next();
+    while (ShowCommand(command, &totals)) command = reader.Next();
+    printf("%" PRIu64 " copies of %" PRIu64 " bytes, %" PRIu64 " literals of %" PRIu64
+           " bytes, %" PRIu64 " passes; the patch has %" PRIu64 " bytes\n",
+           totals.copies, totals.copied, totals.literals, totals.literal, totals.passes,
+           reader.Size());
+    if (command.kind == PatchCommand::UNKNOWN) {
+        char byte[8];
+        snprintf(byte, sizeof byte, "%02x", command.byte);
+        return Problem(path + ": unknown command " + byte);
+    }
+    if (command.kind == PatchCommand::TRUNCATED) return Problem(path + ": ends within a command");
+    return EXIT_DONE;
+}
+
+}  // namespace
+
+void AddShowCommand(CLI::App* app, ExitStatus* status) {
+    const auto path = std::make_shared<std::string>();
+    CLI::App* command = AddCommand(app, "show", "List the commands of a patch");
+    command->add_option("PATCH", *path, "The patch")->required();
+    command->callback([path, status] { *status = Show(*path); });
+}

@@ -1,0 +1,29 @@
+// The bytes of a file, mapped into memory.
+#ifndef HALCYRIX_RELEASE_MAPPED_FILE_H
+#define HALCYRIX_RELEASE_MAPPED_FILE_H
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+// A read-only mapping, which lasts as long as the object. Nobody may cut the file short meanwhile:
+// touching a byte that is gone ends the program.
+class MappedFile {
+public:
+    MappedFile() = default;
+    ~MappedFile();
+    MappedFile(const MappedFile&) = delete;
+    MappedFile& operator=(const MappedFile&) = delete;
+
+    // Maps a regular file. Call once on a new object.
+    [[nodiscard]] bool Open(const std::string& path, std::string* error);
+
+    const uint8_t* Data() const { return m_data; }  // null for an empty file
+    size_t Size() const { return m_size; }
+
+private:
+    const uint8_t* m_data = nullptr;
+    size_t m_size = 0;
+};
+
+#endif
