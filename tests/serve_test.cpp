@@ -1,0 +1,345 @@
+// The update server and the update client, at work on real files.
+
+#include <arpa/inet.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <csignal>
+
+#include "lib/checksum.h"
+#include "release/update_server.h"
+#include "tests/support/private_network.h"
+#include "tests/support/programs.h"
+#include "tests/support/recorders.h"
+#include "tests/support/scratch_dir.h"
+#include "tests/support/scripted_server.h"
+#include "update/update_client.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using std::string_literals::operator""s;
+using testing::HasSubstr;
+
+using Tree = std::map<std::string, std::string>;  // contents by "component/path"
+
+Tree FirstGame() {
+    Tree tree = {{"linux64/halcyrix", SeededBytes(100000, 1)},
+                 {"linux64/drivers/lib.so", SeededBytes(8190 * 3, 2)},
+                 {"common/manual.html", "<html>The manual.</html>\n"},
+                 {"common/empty", ""}};
+    for (uint32_t i = 0; i < 300; ++i) {
+        tree["common/data/" + std::to_string(i)] = SeededBytes(100 + i * 37, 1000 + i);
+    }
+    return tree;
+}
+
+// The next version: changed in places, with files that come and go.
+Tree Changed(Tree tree) {
+    for (uint32_t i = 0; i < 300; i += 7) {
+        tree["common/data/" + std::to_string(i)].insert(50, "a change");
+    }
+    tree["linux64/halcyrix"].replace(5000, 100, SeededBytes(150, 3));
+    tree.erase("common/data/1");
+    tree["common/data/new"] = SeededBytes(3000, 4);
+    return tree;
+}
+
+// A store in the scratch directory, published into with the maker's tool.
+class ServeTest : public testing::Test {
+protected:
+    void Publish(const std::string& version, const Tree& tree) {
+        fs::remove_all(scratch.Path() / "tree");
+        std::vector<std::string> command = {HALCYRIX_RELEASE_PROGRAM, "publish", StorePath(),
+                                            version};
+        std::set<std::string> components;
+        for (const auto& [name, data] : tree) {
+            WriteFile(scratch.Path() / "tree" / name, data);
+            components.insert(name.substr(0, name.find('/')));
+        }
+        for (const std::string& component : components) {
+            command.push_back(component + "=" + (scratch.Path() / "tree" / component).string());
+        }
+        std::string output;
+        ASSERT_EQ(RunProgram(command, &output), 0) << output;
+        std::string error;
+        store = Store::Open(StorePath(), &error);
+        ASSERT_TRUE(store) << error;
+    }
+
+    std::string StorePath() const { return (scratch.Path() / "store").string(); }
+
+    ScratchDir scratch;
+    std::unique_ptr<Store> store;
+};
+
+// A player's updater, whose home is the working directory.
+struct Player {
+    explicit Player(EventLoop* loop) : client(loop, &progress) {}
+
+    void Start() { ASSERT_EQ(client.Start(1, "linux64", "common", nullptr), 1); }
+    bool Done() const { return !progress.results.empty(); }
+
+    RecordingProgress progress;
+    UpdateClient client;
+};
+
+// Stops the dispatcher when the condition holds; it is asked between the handlers.
+class StopWhen : public Poll_Event {
+public:
+    StopWhen(EventLoop* loop, std::function<bool()> condition)
+        : Poll_Event(loop), m_condition(std::move(condition)) {
+        Register();
+    }
+    ~StopWhen() override { Unregister(); }
+    void OnPoll() override {
+        if (m_condition()) m_loop->Stop(0);
+    }
+
+private:
+    std::function<bool()> m_condition;
+};
+
+void ExpectTree(const Tree& tree) {
+    for (const auto& [name, data] : tree) {
+        EXPECT_TRUE(ReadFile(name.substr(name.find('/') + 1)) == data) << name;
+    }
+}
+
+ServerOptions OnHost(const char* address) {
+    ServerOptions options;
+    options.address = inet_addr(address);
+    return options;
+}
+
+TEST_F(ServeTest, InstallsPatchesAndRepairs) {
+    const Tree first = FirstGame();
+    const Tree second = Changed(first);
+    Publish("1.0", first);
+    WriteFile("home/keep", "the player's own");
+    WriteFile("motd", "Hello.\n");
+    fs::current_path("home");
+
+    ServerOptions options = OnHost("127.0.0.1");
+    options.motdFile = "../motd";
+    const auto session = [&](const char* logged) {
+        RecordingLog log;
+        EventLoop loop;
+        UpdateServer server(&loop, store.get(), options);
+        Player player(&loop);
+        const StopWhen done(&loop, [&] { return player.Done() && log.Has(" s\n"); });
+        player.Start();
+        loop.Run();
+        EXPECT_TRUE(log.Has("Hello.\n"));
+        EXPECT_THAT(log.Text(), HasSubstr(logged));
+        EXPECT_FALSE(log.Has("dropped")) << log.Text();
+        return player.progress;
+    };
+    session(" linux64+common - -> 1.0: 304 files, ");
+    ExpectTree(first);
+
+    Publish("1.1", second);
+    const RecordingProgress update = session(" linux64+common 1.0 -> 1.1: 45 files, ");
+    ExpectTree(second);
+    EXPECT_THAT(update.statuses, testing::Contains("Patching halcyrix..."));
+    EXPECT_FALSE(fs::exists("halcyrix.patches/0"));
+    EXPECT_TRUE(fs::is_empty("halcyrix.patches"));
+
+    fs::resize_file("halcyrix", 70000);
+    WriteFile("data/5", "spoilt");
+    const RecordingProgress repair = session(" linux64+common - -> 1.1: 2 files, ");
+    EXPECT_EQ(repair.progress.front().first, 70000);
+    ExpectTree(second);
+    EXPECT_EQ(ReadFile("keep"), "the player's own");
+    EXPECT_EQ(ReadFile("data/1"), first.at("common/data/1"));
+}
+
+// The connection dies in the middle of the third file; the downloads that the client keeps of it
+// mean the same to the second host.
+TEST_F(ServeTest, FinishesAtTheSecondHostWhenTheFirstDies) {
+    Tree first = {{"common/1", SeededBytes(3 << 20, 1)},
+                  {"common/2", SeededBytes(3 << 20, 2)},
+                  {"common/3", SeededBytes(12 << 20, 3)},
+                  {"linux64/4", SeededBytes(3 << 20, 4)}};
+    Tree second = first;
+    for (auto& [name, data] : second)
+        data.replace(data.size() / 2, 2 << 20, SeededBytes(2 << 20, 9));
+    const fs::path home = scratch.Path() / "home";
+    fs::create_directory(home);
+
+    // Once with whole files, once with patches.
+    for (const auto& [version, tree] : {std::pair{"1.0", first}, std::pair{"1.1", second}}) {
+        Publish(version, tree);
+        fs::current_path(home);
+        RecordingLog log;
+        EventLoop loop;
+        auto dying = std::make_unique<UpdateServer>(&loop, store.get(), OnHost("127.0.0.1"));
+        UpdateServer living(&loop, store.get(), OnHost("127.0.0.2"));
+        Player player(&loop);
+        const StopWhen done(&loop, [&] {
+            const auto& told = player.progress;
+            const bool downloading =
+                !told.statuses.empty() && told.statuses.back() == "Downloading updates...";
+            const bool inThird =
+                downloading && told.progress.back().first > told.progress.back().second / 8 * 5;
+            if (inThird) dying.reset();
+            return player.Done();
+        });
+        player.Start();
+        loop.Run();
+        EXPECT_TRUE(log.Has("Disconnected\nConnecting to 127.0.0.2")) << log.Text();
+        EXPECT_TRUE(log.Has("couldn't insert file index"));
+        EXPECT_FALSE(log.Has("failed!"));
+        ExpectTree(tree);
+    }
+}
+
+// Connects, says its words, and counts what comes back.
+class RawClient : public RXPacketTCP {
+public:
+    RawClient(EventLoop* loop, std::vector<std::string> words)
+        : m_loop(loop), m_words(std::move(words)) {
+        EXPECT_EQ(Connect("127.0.0.1", kUpdatePort), 1);
+        m_entry = m_loop->AddIO(this);
+    }
+    ~RawClient() override { m_loop->RemoveIO(m_entry); }
+
+    void Say(const std::string& word) { SendPacket(word.data(), static_cast<int>(word.size())); }
+
+    void OnWritable() override {
+        for (const std::string& word : m_words) Say(word);
+        SetFlags(IO_READ);
+    }
+    void OnPacket(const uint8_t*, int) override {
+        ++packets;
+        if (onPacket) onPacket(*this);
+    }
+    void OnDisconnect() override {
+        dropped = true;
+        Close();
+    }
+
+    std::function<void(RawClient&)> onPacket;
+    int packets = 0;
+    bool dropped = false;
+
+private:
+    EventLoop* m_loop;
+    EventLoop::IO_Entry m_entry;
+    std::vector<std::string> m_words;
+};
+
+TEST_F(ServeTest, LetsClientsWaitInOrderWhileOneDoesNotRead) {
+    Publish("1.0", {{"linux64/big", SeededBytes(20 << 20, 1)}, {"common/x", "x"}});
+    fs::create_directory("home");
+    fs::current_path("home");
+    ServerOptions options = OnHost("127.0.0.1");
+    options.slots = 1;
+    RecordingLog log;
+    EventLoop loop;
+    UpdateServer server(&loop, store.get(), options);
+    RawClient holder(&loop, {"PVERA", "ARCHlinux64\0"s, "ARCHcommon\0"s, "GETV"});
+    holder.onPacket = [](RawClient& client) {
+        // After the version and the list of two: ask for a file, take the slot, and stop reading.
+        if (client.packets == 4) client.Say("FULLlinux64/big\0"s);
+        if (client.packets == 5) client.Say("REQD");
+        if (client.packets < 6) return;
+        client.Say("DOWN");
+        client.SetFlags(0);
+    };
+    Player first(&loop);
+    Player second(&loop);
+    bool firstWasFirst = false;
+    const StopWhen done(&loop, [&] {
+        const auto waits = [](const Player& player, const char* place) {
+            const auto& statuses = player.progress.statuses;
+            return !statuses.empty() && statuses.back().find(place) == 0;
+        };
+        if (holder.packets == 6 && first.progress.statuses.empty()) first.Start();
+        if (waits(first, "Waiting; #1/1") && second.progress.statuses.empty()) second.Start();
+        if (waits(second, "Waiting; #2/2 in queue, approx. 00:00:00")) holder.Close();
+        if (first.Done() && !second.Done()) firstWasFirst = true;
+        return second.Done();
+    });
+    loop.Run();
+    EXPECT_TRUE(firstWasFirst);
+    EXPECT_TRUE(log.Has("hung up early")) << log.Text();
+}
+
+TEST_F(ServeTest, DropsClientsThatBreakTheProtocol) {
+    Publish("1.0", {{"linux64/x", "x"}, {"common/y", "y"}, {"linux64upd/update.rlb", "u"}});
+    const std::vector<std::string> greeting = {"PVERA", "ARCHlinux64\0"s, "ARCHcommon\0"s};
+    const std::vector<std::string> cases[] = {
+        {"GET / HTTP/1.0"},
+        {""},
+        {"PVERB"},
+        {"PVERA", "GETV"},
+        {"PVERA", "PVERA"},
+        {"PVERA", "ARCHlinux64"},
+        {"PVERA", "ARCHlinux65\0"s, "GETV"},
+        {"PVERA", "ARCH../x\0"s},
+        {"PVERA", "ARCHlinux64\0"s, "FULLlinux64/x\0"s},
+        {"PVERA", "ARCHlinux64\0"s, "GETV", "REQD", "DOWN", "DOWN"},
+        {"PVERA", "ARCHlinux64\0"s, "GETV", "FULLlinux64/../x\0"s},
+        {"PVERA", "ARCHlinux64\0"s, "GETV", "FULLlinux64upd/update.rlb\0"s},
+        {"PVERA", "ARCHlinux64\0"s, "GETV", "RSUM\0\0\0\1\0\0\0\0"s},
+        {"PVERA", "ARCHlinux64\0"s, "GETV", "FULLlinux64/x\0"s, "FULLlinux64/x\0"s},
+        {"PVERA", "ARCHlinux64\0"s, "MOTD", "MOTD"},
+    };
+    for (const auto& words : cases) {
+        SCOPED_TRACE(words.back());
+        RecordingLog log;
+        EventLoop loop;
+        UpdateServer server(&loop, store.get(), OnHost("127.0.0.1"));
+        RawClient client(&loop, words);
+        const StopWhen done(&loop, [&] { return client.dropped; });
+        loop.Run();
+        EXPECT_EQ(log.Count("dropped: broke the protocol\n"), 1) << log.Text();
+        EXPECT_EQ(log.Count("\n"), 1) << log.Text();
+    }
+}
+
+TEST_F(ServeTest, RefusesMoreClientsThanItCanWatch) {
+    Publish("1.0", FirstGame());
+    RecordingLog log;
+    EventLoop loop;
+    ServerOptions options = OnHost("127.0.0.1");
+    options.slots = 900;  // leaves room for a hundred clients and no more
+    UpdateServer server(&loop, store.get(), options);
+    std::list<RawClient> crowd;
+    for (int i = 0; i < 120; ++i) crowd.emplace_back(&loop, std::vector<std::string>{"PVERA"});
+    const auto refused = [&] {
+        return std::count_if(crowd.begin(), crowd.end(), [](auto& c) { return c.dropped; });
+    };
+    const StopWhen done(&loop, [&] { return refused() == 20; });
+    loop.Run();
+    EXPECT_EQ(log.Count("refused a client: 100 are being served, and no more can be\n"), 20);
+}
+
+TEST(DownloadQueue, AdmitsInOrderAndReckonsTheRate) {
+    DownloadQueue queue(2);
+    ClientSession* const sessions[] = {reinterpret_cast<ClientSession*>(8),
+                                       reinterpret_cast<ClientSession*>(16),
+                                       reinterpret_cast<ClientSession*>(24)};
+    for (ClientSession* session : sessions) queue.Join(session);
+    EXPECT_EQ(queue.Admit(0), sessions[0]);
+    EXPECT_EQ(queue.Admit(0), sessions[1]);
+    EXPECT_EQ(queue.Admit(0), nullptr);
+    EXPECT_EQ(queue.Rate(), 0);
+    queue.Leave(sessions[0], 10'000, true);
+    EXPECT_EQ(queue.Rate(), 20) << "two slots, ten seconds each";
+    queue.Leave(sessions[1], 99'000, false);
+    EXPECT_EQ(queue.Rate(), 20) << "a broken download says nothing";
+    queue.Leave(sessions[2], 99'000, false);
+    EXPECT_EQ(queue.Admit(99'000), nullptr);
+    EXPECT_EQ(queue.Downloading(), 0);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    testing::InitGoogleTest(&argc, argv);
+    signal(SIGPIPE, SIG_IGN);
+    EnterPrivateNetwork();
+    return RUN_ALL_TESTS();
+}
