@@ -7,7 +7,7 @@
 
 std::string UserHome() {
     const char* home = getenv("HOME");
-    if (home != nullptr) return home;
+    if (home != nullptr && *home != '\0') return home;
     const passwd* account = getpwuid(getuid());
     return account != nullptr ? account->pw_dir : "";
 }

@@ -72,8 +72,7 @@ std::optional<std::string> Model(std::string current, const std::string& patch) 
             case 'R':
                 if (!output.empty()) current = std::exchange(output, {});
                 break;
-            default:
-                return std::nullopt;
+            default: return std::nullopt;
         }
     }
     return output.empty() ? current : output;

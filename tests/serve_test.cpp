@@ -4,11 +4,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <csignal>
-
 #include "lib/checksum.h"
 #include "release/update_server.h"
-#include "tests/support/private_network.h"
 #include "tests/support/programs.h"
 #include "tests/support/recorders.h"
 #include "tests/support/scratch_dir.h"
@@ -50,8 +47,7 @@ class ServeTest : public testing::Test {
 protected:
     void Publish(const std::string& version, const Tree& tree) {
         fs::remove_all(scratch.Path() / "tree");
-        std::vector<std::string> command = {HALCYRIX_RELEASE_PROGRAM, "publish", StorePath(),
-                                            version};
+        std::vector<std::string> command = {RELEASE_TOOL, "publish", StorePath(), version};
         std::set<std::string> components;
         for (const auto& [name, data] : tree) {
             WriteFile(scratch.Path() / "tree" / name, data);
@@ -336,10 +332,3 @@ TEST(DownloadQueue, AdmitsInOrderAndReckonsTheRate) {
 }
 
 }  // namespace
-
-int main(int argc, char** argv) {
-    testing::InitGoogleTest(&argc, argv);
-    signal(SIGPIPE, SIG_IGN);
-    EnterPrivateNetwork();
-    return RUN_ALL_TESTS();
-}

@@ -3,10 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <csignal>
-
 #include "lib/checksum.h"
-#include "tests/support/private_network.h"
 #include "tests/support/recorders.h"
 #include "tests/support/scratch_dir.h"
 #include "tests/support/scripted_server.h"
@@ -572,10 +569,3 @@ TEST(ReturnStack, HoldsTenStatesAndNeverRunsOut) {
 }
 
 }  // namespace
-
-int main(int argc, char** argv) {
-    testing::InitGoogleTest(&argc, argv);
-    signal(SIGPIPE, SIG_IGN);
-    EnterPrivateNetwork();
-    return RUN_ALL_TESTS();
-}
