@@ -11,7 +11,7 @@
 #include "release/whole_file.h"
 
 namespace {
-constexpr size_t kPiece = 128 * 1024;
+constexpr size_t kPiece = size_t{128} * 1024;
 }
 
 bool HaveSameContents(const std::string& one, const std::string& other) {

@@ -9,7 +9,7 @@
 
 namespace {
 
-constexpr size_t kPairs = 256 * 256;
+constexpr size_t kPairs = size_t{256} * 256;
 
 // Four windows for each word of the filter: about one in a hundred others passes it.
 constexpr size_t kOldBytesPerWord = 4 * MatchFinder::kStride;

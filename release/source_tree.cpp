@@ -20,7 +20,7 @@ bool ScanFolder(const std::string& folder, const std::string& prefix,
     for (fs::directory_iterator entry(folder, fault), end; !fault && entry != end;
          entry.increment(fault)) {
         const std::string name = entry->path().filename().string();
-        const std::string path = folder + "/" + name;
+        const std::string path = entry->path().string();
         struct stat link;
         SourceFile file{prefix + name, {}};
         if (lstat(path.c_str(), &link) != 0 || stat(path.c_str(), &file.status) != 0) {
