@@ -312,6 +312,23 @@ TEST_F(ServeTest, RefusesMoreClientsThanItCanWatch) {
     EXPECT_EQ(log.Count("refused a client: 100 are being served, and no more can be\n"), 20);
 }
 
+TEST_F(ServeTest, StopsOnASignalAndSaysWhenThePortIsTaken) {
+    Publish("1.0", {{"linux64/x", "x"}});
+    std::string output;
+    const std::string serve = RELEASE_TOOL " serve " + StorePath() + " --listen 127.0.0.1";
+    const std::string stopped = "mkfifo said; " + serve +
+                                " >said & exec 3<said; read -r line <&3; kill -TERM $!; wait $! && "
+                                "echo $line && cat <&3";
+    EXPECT_EQ(RunProgram({"/bin/sh", "-c", stopped}, &output), 0);
+    EXPECT_THAT(output, testing::AllOf(HasSubstr("on 127.0.0.1:21024"), HasSubstr("stopping\n")));
+
+    RecordingLog log;
+    EventLoop loop;
+    UpdateServer server(&loop, store.get(), OnHost("127.0.0.1"));
+    EXPECT_EQ(RunProgram({"/bin/sh", "-c", serve}, &output), 1);
+    EXPECT_THAT(output, HasSubstr("RXTCPListen: Address already in use\n"));
+}
+
 TEST(DownloadQueue, AdmitsInOrderAndReckonsTheRate) {
     DownloadQueue queue(2);
     ClientSession* const sessions[] = {reinterpret_cast<ClientSession*>(8),
