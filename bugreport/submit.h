@@ -1,0 +1,9 @@
+// The crash report, from the player's words to the receiver's answer.
+#ifndef HALCYRIX_BUGREPORT_SUBMIT_H
+#define HALCYRIX_BUGREPORT_SUBMIT_H
+
+// Collects the report in the working directory, posts it to bugreport_host and waits for the
+// answer. Returns what PostBugReport() does.
+int SubmitBugReport(const char* userName, const char* description, const char* crashAddress);
+
+#endif
