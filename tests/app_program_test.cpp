@@ -11,12 +11,15 @@
 #include <optional>
 
 #include "app/actions.h"
+#include "app/bugreport_main.h"
 #include "app/quit.h"
+#include "app/support.h"
 #include "app/updater.h"
 #include "app/updater_main.h"
 #include "tests/support/gtk_windows.h"
 #include "tests/support/private_network.h"
 #include "tests/support/recorders.h"
+#include "tests/support/report_receiver.h"
 #include "tests/support/scratch_dir.h"
 #include "tests/support/scripted_server.h"
 #include "tests/support/start_script.h"
@@ -118,6 +121,62 @@ private:
     EventLoop m_loop;
     ScriptedServer m_server{&m_loop, "127.0.0.1", nullptr};
 };
+
+TEST(BugReport, IsAllThatItsModeDoes) {
+    const ScratchDir home;
+    WriteFile(kCopy, kStartScript);
+    ReportReceiver receiver;
+    if (!receiver.Listens()) GTEST_SKIP() << "port 80 is not to be had";
+    Program reporter(LOCAL_UPDATER, {"halcyrix-updater", "-bugreport", "0x1234"});
+    EXPECT_TRUE(reporter.Shows("Halcyrix Bug Report"));
+    reporter.Close("Halcyrix Bug Report");
+    EXPECT_EQ(reporter.Wait(), 0);
+    EXPECT_EQ(ReadFile("told"), "(missing)");
+    EXPECT_FALSE(receiver.IsWanted());
+}
+
+gboolean FillIn(gpointer button) {
+    gtk_entry_set_text(GTK_ENTRY(lookup_widget(bugwindow, "username_entry")), "A b");
+    GtkWidget* view = lookup_widget(bugwindow, "bug_entry");
+    gtk_text_buffer_set_text(gtk_text_view_get_buffer(GTK_TEXT_VIEW(view)), "It\ncrashed", -1);
+    const char* name = static_cast<const char*>(button);
+    gtk_button_clicked(GTK_BUTTON(lookup_widget(bugwindow, name)));
+    return FALSE;
+}
+
+TEST(BugReport, IsSentOnSubmitAndNotOnCancel) {
+    const struct {
+        Arguments arguments;
+        const char* button;
+        std::string address;  // empty when nothing is sent
+    } cases[] = {
+        {{"x", "-bugreport", "0x1234", "more"}, "bug_submit", "0x1234"},
+        {{"x", "-bugreport"}, "bug_submit", "none"},
+        {{"x", "-bugreport", "0x1234"}, "bug_cancel", ""},
+    };
+    const ScratchDir game;
+    ReportReceiver receiver;
+    if (!receiver.Listens()) GTEST_SKIP() << "port 80 is not to be had";
+    for (const auto& c : cases) {
+        const pid_t child = fork();
+        if (child == 0) {
+            g_idle_add(FillIn, const_cast<char*>(c.button));
+            std::vector<char*> pointers;
+            for (const std::string& a : c.arguments) pointers.push_back(strdup(a.c_str()));
+            _exit(bugreport_main(static_cast<int>(pointers.size()), pointers.data()));
+        }
+        if (!c.address.empty()) {
+            const std::string request = receiver.Receive("HTTP/1.1 500 No\n\n");
+            EXPECT_TRUE(request.starts_with(
+                "POST /x/postbug?username=A%20b&platform=Linux&IP=" + c.address + " HTTP/1.1\n"));
+            EXPECT_NE(request.find("\n\nIt\ncrashed\n*****"), std::string::npos);
+        }
+        int status = -1;
+        waitpid(child, &status, 0);
+        EXPECT_EQ(status, 0);
+        EXPECT_FALSE(receiver.IsWanted());
+    }
+}
 
 TEST(Phases, AskForTheUpdaterFirstAndThenForTheGame) {
     const std::string own = "PVERA ARCHlinux64upd GETV ";

@@ -4,6 +4,7 @@
 
 #include <gtk/gtk.h>
 
+#include <map>
 #include <string>
 
 // From now on a warning of GTK is a failure of the running test.
@@ -21,9 +22,8 @@ std::string LabelText(GtkWidget* container);
 
 std::string TextOf(GtkWidget* textView);
 
-// A named widget in one line: its type, where and how it is packed, and its settings.
-std::string Describe(GtkWidget* window, const char* name);
-
-void ExpectVerticalBarAlone(GtkWidget* scrolledWindow);
+// Expects named widgets, each described in one line: its type, where and how it is packed, and its
+// settings.
+void ExpectTree(GtkWidget* window, const std::map<std::string, std::string>& descriptions);
 
 #endif

@@ -1,0 +1,97 @@
+#include "app/bugwindow.h"
+
+#include "app/bugreport_main.h"
+#include "app/support.h"
+
+namespace {
+
+constexpr int kBorder = 4;
+constexpr int kLabelPadding = 3;
+constexpr int kSeparatorPadding = 6;
+
+constexpr char kCrashText[] =
+    "We apologize, but Halcyrix Online has crashed.  It would be\n"
+    "extremely helpful to us for you to fill out this brief bug report.  This \n"
+    "form will automatically send information about the crash to \n"
+    "Brenmoor, where we will try to address the problem as soon as we can.\n"
+    "Please press the Help button for more information on what data this \n"
+    "form sends to Brenmoor.";
+constexpr char kRequestText[] =
+    "Please provide any additional information you can, such as the \n"
+    "events leading up to the crash, or anything else that you believe\n"
+    "might have contributed.";
+
+GtkWidget* new_label(GtkWidget* window, const char* name, GtkWidget* box, const char* text) {
+    GtkWidget* label = named(window, name, gtk_label_new(text));
+    gtk_box_pack_start(GTK_BOX(box), label, FALSE, FALSE, 0);
+    return label;
+}
+
+void add_user_name(GtkWidget* window, GtkWidget* vbox) {
+    GtkWidget* hbox = named(window, "hbox1", gtk_hbox_new(FALSE, 0));
+    gtk_box_pack_start(GTK_BOX(vbox), hbox, FALSE, FALSE, 0);
+    GtkWidget* label = new_label(window, "label2", hbox, "Your Halcyrix username: ");
+    gtk_label_set_justify(GTK_LABEL(label), GTK_JUSTIFY_CENTER);
+    GtkWidget* entry = named(window, "username_entry", gtk_entry_new());
+    gtk_box_pack_start(GTK_BOX(hbox), entry, TRUE, TRUE, 0);
+}
+
+void add_description(GtkWidget* window, GtkWidget* vbox) {
+    GtkWidget* inner = named(window, "vbox3", gtk_vbox_new(FALSE, 0));
+    gtk_box_pack_start(GTK_BOX(vbox), inner, TRUE, TRUE, 0);
+    GtkWidget* label = new_label(window, "label3", inner, kRequestText);
+    gtk_misc_set_padding(GTK_MISC(label), 0, kLabelPadding);
+    GtkWidget* scrolled = new_scrolled_window(window, "scrolledwindow2");
+    gtk_box_pack_start(GTK_BOX(inner), scrolled, TRUE, TRUE, 0);
+    new_text_view(window, "bug_entry", scrolled);
+}
+
+void add_buttons(GtkWidget* window, GtkWidget* vbox) {
+    GtkWidget* buttons = new_button_box(window, "hbuttonbox2");
+    gtk_box_pack_start(GTK_BOX(vbox), buttons, FALSE, TRUE, 0);
+    GtkWidget* submit = new_button(window, "bug_submit", buttons, "Submit");
+    GtkWidget* help = new_button(window, "bug_help", buttons, "Help");
+    gtk_widget_hide(help);
+    GtkWidget* cancel = new_button(window, "bug_cancel", buttons, "Cancel");
+
+    g_signal_connect(submit, "clicked", G_CALLBACK(on_bug_submit_clicked), nullptr);
+    g_signal_connect(help, "clicked", G_CALLBACK(on_bug_help_clicked), nullptr);
+    g_signal_connect(cancel, "clicked", G_CALLBACK(on_bug_cancel_clicked), nullptr);
+}
+
+}  // namespace
+
+GtkWidget* create_bugwindow() {
+    GtkWidget* window = gtk_window_new(GTK_WINDOW_TOPLEVEL);
+    store_widget(window, "bugwindow", window);
+    gtk_window_set_title(GTK_WINDOW(window), "Halcyrix Bug Report");
+
+    GtkWidget* vbox = named(window, "vbox2", gtk_vbox_new(FALSE, 0));
+    gtk_container_add(GTK_CONTAINER(window), vbox);
+    gtk_container_set_border_width(GTK_CONTAINER(vbox), kBorder);
+
+    GtkWidget* label = new_label(window, "label1", vbox, kCrashText);
+    gtk_misc_set_padding(GTK_MISC(label), kLabelPadding, kLabelPadding);
+    GtkWidget* separator = named(window, "hseparator1", gtk_hseparator_new());
+    gtk_box_pack_start(GTK_BOX(vbox), separator, FALSE, TRUE, kSeparatorPadding);
+    add_user_name(window, vbox);
+    add_description(window, vbox);
+    add_buttons(window, vbox);
+
+    g_signal_connect(window, "delete_event", G_CALLBACK(on_bugwindow_delete_event), nullptr);
+    return window;
+}
+
+GtkWidget* create_bughelp() {
+    GtkWidget* window = gtk_window_new(GTK_WINDOW_TOPLEVEL);
+    store_widget(window, "bughelp", window);
+    gtk_window_set_title(GTK_WINDOW(window), "Halcyrix Bug Report Help");
+
+    GtkWidget* scrolled = new_scrolled_window(window, "scrolledwindow3");
+    gtk_container_add(GTK_CONTAINER(window), scrolled);
+    GtkWidget* view = new_text_view(window, "text2", scrolled);
+    gtk_text_view_set_editable(GTK_TEXT_VIEW(view), FALSE);
+
+    g_signal_connect(window, "delete_event", G_CALLBACK(on_bughelp_delete_event), nullptr);
+    return window;
+}
