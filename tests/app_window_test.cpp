@@ -47,22 +47,12 @@ protected:
     _Log m_log;
 };
 
-TEST_F(MainWindow, IsBuiltAsDesigned) {
+TEST_F(MainWindow, OffersOnlyCancelAtFirst) {
     EXPECT_STREQ(gtk_window_get_title(GTK_WINDOW(m_window)), "Halcyrix Update Utility");
-    ExpectTree(m_window,
-               {{"mainwindow", "GtkWindow"},
-                {"vbox1", "GtkVBox in mainwindow, spacing 0"},
-                {"scrolledwindow1", "GtkScrolledWindow in vbox1, expand fill 0, vertical"},
-                {"console", "GtkTextView in scrolledwindow1, wraps"},
-                {"progressbar1", "GtkProgressBar in vbox1, - - 0"},
-                {"hbuttonbox1", "GtkHButtonBox in vbox1, - fill 3, spacing 30, spread"},
-                {"start_button", "GtkButton in hbuttonbox1, default, insensitive: Play Halcyrix"},
-                {"help_button", "GtkButton in hbuttonbox1, default, insensitive: Help"},
-                {"cancel_button", "GtkButton in hbuttonbox1, default: Cancel"},
-                {"statusbar1", "GtkStatusbar in vbox1, - - 0, spacing 2"}});
-    int width, height;
-    gtk_widget_get_size_request(Named("scrolledwindow1"), &width, &height);
-    EXPECT_EQ(std::pair(width, height), std::pair(-1, 300));
+    EXPECT_FALSE(gtk_widget_get_sensitive(start_button));
+    EXPECT_FALSE(gtk_widget_get_sensitive(help_button));
+    EXPECT_TRUE(gtk_widget_get_sensitive(Named("cancel_button")));
+    EXPECT_FALSE(gtk_text_view_get_editable(GTK_TEXT_VIEW(console)));
     EXPECT_EQ(ProgressText(), "Loading...");
 }
 
@@ -224,32 +214,14 @@ TEST_F(MainWindow, MayBeClosedWhileWorkGoesOn) {
     m_log.Finished(0);
 }
 
-TEST(BugWindow, IsBuiltAsDesigned) {
+TEST(BugWindow, HidesTheHelpThatIsNotWritten) {
     GtkWidget* window = create_bugwindow();
-    ExpectTree(window, {{"bugwindow", "GtkWindow, hidden"},
-                        {"vbox2", "GtkVBox in bugwindow, spacing 0"},
-                        {"label1", "GtkLabel in vbox2, - - 0, 3x3"},
-                        {"hseparator1", "GtkHSeparator in vbox2, - fill 6"},
-                        {"hbox1", "GtkHBox in vbox2, - - 0, spacing 0"},
-                        {"label2", "GtkLabel in hbox1, - - 0, 0x0"},
-                        {"username_entry", "GtkEntry in hbox1, expand fill 0"},
-                        {"vbox3", "GtkVBox in vbox2, expand fill 0, spacing 0"},
-                        {"label3", "GtkLabel in vbox3, - - 0, 0x3"},
-                        {"scrolledwindow2", "GtkScrolledWindow in vbox3, expand fill 0, vertical"},
-                        {"bug_entry", "GtkTextView in scrolledwindow2, editable, wraps"},
-                        {"hbuttonbox2", "GtkHButtonBox in vbox2, - fill 0, spacing 30, spread"},
-                        {"bug_submit", "GtkButton in hbuttonbox2, default: Submit"},
-                        {"bug_help", "GtkButton in hbuttonbox2, default, hidden: Help"},
-                        {"bug_cancel", "GtkButton in hbuttonbox2, default: Cancel"}});
     EXPECT_STREQ(gtk_window_get_title(GTK_WINDOW(window)), "Halcyrix Bug Report");
-    EXPECT_EQ(LabelText(lookup_widget(window, "label2")), "Your Halcyrix username: ");
+    EXPECT_FALSE(gtk_widget_get_visible(lookup_widget(window, "bug_help")));
+    EXPECT_TRUE(gtk_text_view_get_editable(GTK_TEXT_VIEW(lookup_widget(window, "bug_entry"))));
     gtk_widget_destroy(window);
-
     window = create_bughelp();
-    ExpectTree(window, {{"bughelp", "GtkWindow, hidden"},
-                        {"scrolledwindow3", "GtkScrolledWindow in bughelp, vertical"},
-                        {"text2", "GtkTextView in scrolledwindow3, wraps"}});
-    EXPECT_STREQ(gtk_window_get_title(GTK_WINDOW(window)), "Halcyrix Bug Report Help");
+    EXPECT_FALSE(gtk_text_view_get_editable(GTK_TEXT_VIEW(lookup_widget(window, "text2"))));
     gtk_widget_destroy(window);
 }
 

@@ -4,7 +4,6 @@
 
 #include <gtk/gtk.h>
 
-#include <map>
 #include <string>
 
 // From now on a warning of GTK is a failure of the running test.
@@ -21,9 +20,5 @@ GtkButton* FindButton(GtkWidget* container);
 std::string LabelText(GtkWidget* container);
 
 std::string TextOf(GtkWidget* textView);
-
-// Expects named widgets, each described in one line: its type, where and how it is packed, and its
-// settings.
-void ExpectTree(GtkWidget* window, const std::map<std::string, std::string>& descriptions);
 
 #endif
