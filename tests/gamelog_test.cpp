@@ -7,47 +7,32 @@
 
 namespace {
 
-TEST(GameLog, PrintsOnlyWhatItsLevelAdmits) {
+TEST(GameLog, PrintsWhatItsLevelAdmitsByFormatOrByNumber) {
     RecordingLog log;
-    for (const int32_t level : {-5, 0, 1}) log.Printf(level, "level %d\n", level);
-    EXPECT_EQ(log.Text(), "level -5\nlevel 0\n");
-}
-
-TEST(GameLog, TakesFormatsFromTheMessageTable) {
-    RecordingLog log;
-    log.PrintMsg(0);
-    const char* const table[] = {"first %d\n", "second %s %d\n"};
+    const char* const table[] = {"first %d,", "second %s %d,"};
     GameLog::SetMessages(table, 2);
+    for (const int32_t level : {-5, 0, 1}) {
+        log.Printf(level, "level %d,", level);
+        log.PrintMsg(level, 0u, level);
+    }
     log.PrintMsg(1, "of", 2);
     log.PrintMsg(2);
-    log.PrintMsg(0, 0u, 1);
-    log.PrintMsg(1, 0u, 1);  // above the level
-    GameLog::SetMessages(nullptr, 0);
-    EXPECT_EQ(log.Text(), "(null)second of 2\n(null)first 1\n");
-}
-
-TEST(GameLog, CutsLongTexts) {
-    RecordingLog log;
     const std::string longest(65534, 'x');
     log.Printf("%sy", longest.c_str());
-    EXPECT_EQ(log.Text(), longest);
+    EXPECT_EQ(log.Text(), "level -5,first -5,level 0,first 0,second of 2,(null)" + longest);
 }
 
-TEST(GameLog, StampsEachPrintAndEndsNoLine) {
-    GameLog log;
+TEST(GameLog, StampsWhatGoesToStandardOutputAndNoFile) {
+    ScratchDir scratch;
     testing::internal::CaptureStdout();
-    log.Printf("one");
-    log.Printf("two\n");
+    for (const char* text : {"one", "two\n"}) {
+        GameLog().Printf("%s", text);
+        GameLog::AppendToFile("log.txt", "%s", text);
+        GameLog::AppendToFile("missing/log.txt", "lost");
+    }
     EXPECT_THAT(testing::internal::GetCapturedStdout(),
                 testing::MatchesRegex("\\[[^]]+\\] one\\[[^]]+\\] two\n"));
-}
-
-TEST(GameLog, AppendsToFilesWithoutAStamp) {
-    ScratchDir scratch;
-    GameLog::AppendToFile("log.txt", "%d, ", 1);
-    GameLog::AppendToFile("log.txt", "%s", "two");
-    GameLog::AppendToFile("missing/log.txt", "lost");
-    EXPECT_EQ(ReadFile("log.txt"), "1, two");
+    EXPECT_EQ(ReadFile("log.txt"), "onetwo\n");
 }
 
 }  // namespace

@@ -2,9 +2,7 @@
 
 #include <gmock/gmock.h>
 
-#include <csignal>
 #include <functional>
-#include <vector>
 
 #include "tests/support/recorders.h"
 #include "tests/support/scratch_dir.h"
@@ -20,54 +18,51 @@ std::string Frame(const std::string& payload) {
     return std::string{static_cast<char>(size / 256), static_cast<char>(size % 256)} + payload;
 }
 
-// A connection to a listener of its own.
+// A connection to a listener.
 class Connection : public RXPacketTCP {
 public:
-    Connection() { Take(&server); }
+    explicit Connection(TestListener* listener) { ConnectTo(listener); }
 
-    void Take(TestListener* listener) {
+    void ConnectTo(TestListener* listener) {
         ASSERT_EQ(Connect("127.0.0.1", listener->Port()), 1);
-        listener->OnReadable();
+        server = listener;
+        server->OnReadable();
     }
     void Receive(const std::string& bytes) {
-        server.Say(bytes);
+        server->Say(bytes);
         Await(m_fd, IO_READ);
         OnReadable();
     }
-
     void OnPacket(const uint8_t* data, int length) override {
         packets.emplace_back(data, data + length);
         onPacket(packets.back());
     }
-    void OnDisconnect() override {
-        ++disconnects;
-        onDisconnect();
-    }
+    void OnDisconnect() override { ++disconnects; }
 
-    TestListener server;
+    TestListener* server;
     std::vector<std::string> packets;
     int disconnects = 0;
     std::function<void(const std::string&)> onPacket = [](auto&) {};
-    std::function<void()> onDisconnect = [] {};
 };
 
-TEST(SendPacket, FramesUpToTheLargestPayload) {
+class Packets : public testing::Test {
+protected:
     RecordingLog log;
-    Connection connection;
-    for (const size_t size : {0, 1, 256, 8190}) {
-        const std::string payload = SeededBytes(size, 1);
-        EXPECT_EQ(connection.SendPacket(payload.data(), static_cast<int>(size)), 1);
-        EXPECT_EQ(connection.server.Hear(size + 2), Frame(payload)) << size;
-    }
-    EXPECT_EQ(log.Text(), "");
-    EXPECT_EQ(connection.SendPacket(std::string(8191, 'x').data(), 8191), 0);
+    TestListener server;
+    Connection connection{&server};
+};
+
+TEST_F(Packets, AreFramedUpToTheLargestPayload) {
+    const std::string payload = SeededBytes(8191, 1);
+    EXPECT_EQ(connection.SendPacket(payload.data(), 8190), 1);
+    EXPECT_EQ(server.Hear(8192), Frame(payload.substr(0, 8190)));
+    EXPECT_EQ(connection.SendPacket(payload.data(), 8191), 0);
     EXPECT_EQ(log.Text(), "SendPacket: packet too large\n");
     connection.Close();
-    EXPECT_EQ(connection.SendPacket("x", 1), 0);
-    EXPECT_EQ(connection.server.Hear(1), "") << "nothing of the large packet was sent";
+    EXPECT_EQ(server.Hear(1), "") << "nothing of the large packet was sent";
 }
 
-TEST(ReceivePacket, PutsFramesTogetherHoweverTheyArrive) {
+TEST_F(Packets, ArePutTogetherHoweverTheyArrive) {
     std::vector<std::string> sent;
     std::string stream;
     for (const size_t size : {3, 0, 8190, 1, 8190, 8190, 700, 0}) {
@@ -75,7 +70,7 @@ TEST(ReceivePacket, PutsFramesTogetherHoweverTheyArrive) {
         stream += Frame(sent.back());
     }
     for (const size_t piece : {size_t{1}, size_t{4096}, stream.size()}) {
-        Connection connection;
+        connection.packets.clear();
         for (size_t at = 0; at < stream.size(); at += piece) {
             connection.Receive(stream.substr(at, piece));
         }
@@ -84,75 +79,38 @@ TEST(ReceivePacket, PutsFramesTogetherHoweverTheyArrive) {
             connection.OnReadable();
         }
         EXPECT_EQ(connection.packets, sent) << "in pieces of " << piece;
-        connection.OnReadable();  // drained
-        EXPECT_EQ(connection.packets.size(), sent.size());
-        EXPECT_EQ(connection.disconnects, 0);
     }
 }
 
-TEST(ReceivePacket, ReadsOnAtOnceWhenTheBufferWasFilled) {
-    Connection connection;
-    connection.Receive(Frame(std::string(8190, 'x')) + Frame("next"));
-    EXPECT_EQ(connection.packets.size(), 2u);
+TEST_F(Packets, EndAtAnInvalidLength) {
+    connection.Receive(Frame("good") + "\x1f\xff" + Frame("later"));
+    EXPECT_THAT(connection.packets, ElementsAre("good"));
+    EXPECT_EQ(connection.disconnects, 1);
+    EXPECT_EQ(connection.IsOpen(), 0);
 }
 
-TEST(ReceivePacket, DropsTheConnectionAtAnInvalidLength) {
-    for (const auto& header : {"\x1f\xff"s, "\xff\xff"s}) {
-        RecordingLog log;
-        Connection connection;
-        connection.onDisconnect = [&] { EXPECT_EQ(connection.IsOpen(), 0); };
-        connection.Receive(Frame("good") + header + Frame("later"));
-        EXPECT_THAT(connection.packets, ElementsAre("good"));
-        EXPECT_EQ(connection.disconnects, 1);
-        EXPECT_EQ(connection.m_flags, 0u);
-        EXPECT_EQ(log.Text(), "Invalid packet size; disconnecting\n");
-    }
-}
-
-TEST(ReceivePacket, DeliversWhatHadArrivedBeforeItWasClosed) {
-    RecordingLog log;
-    Connection connection;
-    connection.onPacket = [&](auto& packet) {
-        if (packet == "last") connection.Close();
-    };
-    connection.Receive(Frame("first") + Frame("last") + Frame("more") + "\xff\xff junk");
-    EXPECT_THAT(connection.packets, ElementsAre("first", "last", "more"));
+TEST_F(Packets, ThatHadArrivedAreDeliveredAfterAClose) {
+    connection.onPacket = [&](auto&) { connection.Close(); };
+    connection.Receive(Frame("last") + Frame("more") + "\xff\xff junk");
+    EXPECT_THAT(connection.packets, ElementsAre("last", "more"));
     EXPECT_EQ(connection.disconnects, 0) << "what was closed here is not lost";
     EXPECT_EQ(log.Text(), "");
 }
 
-TEST(ReceivePacket, ForgetsTheOldConnectionWhenAPacketStartsANewOne) {
+TEST_F(Packets, OfTheOldConnectionAreForgottenWhenOneStartsANewOne) {
     // Behind the packet, a part of another, or as much as the buffer holds.
     for (const auto& rest : {Frame("stale") + "\0"s, Frame(SeededBytes(8000, 3)) + "\x01"s}) {
-        Connection connection;
         TestListener second;
+        connection.packets.clear();
+        connection.ConnectTo(&server);
         connection.onPacket = [&](auto& packet) {
-            if (packet == "move") connection.Take(&second);
+            if (packet == "move") connection.ConnectTo(&second);
         };
         connection.Receive(Frame("move") + rest + std::string(kMaxFrame, '\0'));
-        EXPECT_THAT(connection.packets, ElementsAre("move"));
-        second.Say(Frame("fresh"));
-        Await(connection.m_fd, IO_READ);
-        connection.OnReadable();
+        connection.Receive(Frame("fresh"));
         EXPECT_THAT(connection.packets, ElementsAre("move", "fresh"));
         EXPECT_EQ(connection.disconnects, 0);
     }
-}
-
-TEST(ReceivePacket, LeavesTheClosedConnectionToItsOwner) {
-    Connection connection;
-    TestListener second;
-    connection.Receive(Frame("last") + "\0"s);
-    connection.server.Hang();
-    Await(connection.m_fd, IO_READ);
-    connection.OnReadable();
-    EXPECT_EQ(connection.disconnects, 1);
-    EXPECT_EQ(connection.IsOpen(), 1);
-    EXPECT_NE(connection.m_flags, 0u);
-    connection.onDisconnect = [&] { connection.Take(&second); };
-    connection.OnReadable();
-    connection.OnReadable();
-    EXPECT_EQ(connection.disconnects, 2) << "the new connection has nothing to read yet";
 }
 
 }  // namespace

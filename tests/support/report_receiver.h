@@ -5,6 +5,7 @@
 #include <poll.h>
 
 #include <string>
+#include <utility>
 
 #include "tests/support/recorders.h"
 #include "tests/support/test_listener.h"
@@ -26,7 +27,7 @@ public:
         }
         request += m_listener.Hear(std::stoul(request.substr(request.find("th: ") + 4)));
         m_listener.Say(reply);
-        m_listener.Hang();
+        close(std::exchange(m_listener.accepted, -1));
         return request;
     }
 

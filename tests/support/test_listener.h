@@ -3,11 +3,11 @@
 #define HALCYRIX_TESTS_SUPPORT_TEST_LISTENER_H
 
 #include <gtest/gtest.h>
+#include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <string>
-#include <utility>
 
 #include "net/tcp_listen.h"
 
@@ -15,12 +15,11 @@
 class TestListener : public RXTCPListen {
 public:
     explicit TestListener(int port = 0) : RXTCPListen(port, htonl(INADDR_LOOPBACK)) {}
-    ~TestListener() override { Hang(); }
+    ~TestListener() override { close(accepted); }
 
-    void OnAccept(int32_t fd, const sockaddr_in& addr) override {
-        Hang();
+    void OnAccept(int32_t fd, const sockaddr_in&) override {
+        close(accepted);
         accepted = fd;
-        peer = addr;
     }
 
     int Port() const {
@@ -33,28 +32,20 @@ public:
     void Say(const std::string& bytes) const {
         ASSERT_EQ(write(accepted, bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
     }
-    // Waits for `size` bytes.
+    // Waits for `size` bytes, or for the end.
     std::string Hear(size_t size) const {
         std::string bytes(size, '\0');
         const ssize_t got = recv(accepted, bytes.data(), size, MSG_WAITALL);
-        bytes.resize(got > 0 ? static_cast<size_t>(got) : 0);
-        return bytes;
-    }
-    void Hang() {
-        if (accepted != -1) close(std::exchange(accepted, -1));
+        return bytes.substr(0, got > 0 ? static_cast<size_t>(got) : 0);
     }
 
     int accepted = -1;
-    sockaddr_in peer{};
 };
 
-// Waits until the descriptor is readable, or writable.
+// Waits until the descriptor is ready for IO_READ, or IO_WRITE.
 inline void Await(int fd, uint32_t flag) {
-    fd_set set;
-    FD_ZERO(&set);
-    FD_SET(fd, &set);
-    select(fd + 1, flag == IO_READ ? &set : nullptr, flag == IO_WRITE ? &set : nullptr, nullptr,
-           nullptr);
+    pollfd wanted{fd, static_cast<short>(flag == IO_READ ? POLLIN : POLLOUT), 0};
+    poll(&wanted, 1, -1);
 }
 
 #endif
