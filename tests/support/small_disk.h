@@ -7,7 +7,6 @@
 
 #include <csignal>
 #include <filesystem>
-#include <string>
 
 #include "tests/support/private_network.h"
 
@@ -17,16 +16,15 @@ class SmallDisk {
 public:
     static constexpr size_t kSize = 65536;
 
-    explicit SmallDisk(const std::string& path) : m_path(std::filesystem::absolute(path)) {
-        std::filesystem::create_directory(m_path);
-        m_mounted = MountSmallFileSystem(m_path.c_str(), kSize);
-        if (!m_mounted) LimitFiles(kSize);
+    explicit SmallDisk(const char* path) : m_path(std::filesystem::absolute(path)) {
+        std::filesystem::create_directory(path);
+        if (!MountSmallFileSystem(path, kSize)) LimitFiles(kSize);
     }
     ~SmallDisk() {
-        m_mounted ? void(umount2(m_path.c_str(), MNT_DETACH)) : LimitFiles(RLIM_INFINITY);
+        umount2(m_path.c_str(), MNT_DETACH);
+        LimitFiles(RLIM_INFINITY);
     }
     SmallDisk(const SmallDisk&) = delete;
-    SmallDisk& operator=(const SmallDisk&) = delete;
 
 private:
     static void LimitFiles(rlim_t size) {
@@ -37,8 +35,7 @@ private:
         setrlimit(RLIMIT_FSIZE, &limit);
     }
 
-    std::string m_path;
-    bool m_mounted;
+    std::filesystem::path m_path;
 };
 
 #endif
