@@ -2,9 +2,7 @@
 #ifndef HALCYRIX_TESTS_SUPPORT_SAMPLE_STORE_H
 #define HALCYRIX_TESTS_SUPPORT_SAMPLE_STORE_H
 
-#include <filesystem>
 #include <functional>
-#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -26,16 +24,10 @@ public:
 
 // Publishes to "store"; returns the error, or an empty string.
 std::string PublishSample(const std::string& version,
-                          const std::vector<ComponentSource>& components, size_t patches_from = 3,
-                          RecordingObserver* observer = nullptr);
+                          const std::vector<ComponentSource>& components = {{"common", "game"}},
+                          size_t patches_from = 3, RecordingObserver* observer = nullptr);
 
 // Null when "store" is none or damaged.
 std::unique_ptr<Store> OpenSample();
-
-// `size` bytes that depend on the seed only.
-std::string Noise(size_t size, uint32_t seed);
-
-// The size, inode and checksum of every file below a directory, by path; "(folder)" for a folder.
-std::map<std::string, std::string> Snapshot(const std::filesystem::path& directory);
 
 #endif
