@@ -50,6 +50,8 @@ TEST(Delta, MakesAPatchOfTheExpectedSizeForEveryChange) {
          noise.substr(0, 500) + noise.substr(9000, 8) + noise.substr(700), 9 + 9 + 9 + 1},
         {"a copy that only seems to pay", noise + "ABCDEFGH" + other.substr(0, 12),
          other.substr(0, 12) + noise.substr(100), 5 + 12 + 9 + 1},
+        {"a copy that is best begun late", noise + "12345" + noise.substr(5000, 40),
+         other.substr(0, 20) + "12345" + noise.substr(5000, 1000), 5 + 25 + 9 + 1},
         {"zeros grown", zeros, zeros + zeros, 19},
         {"zeros with a change here and there", zeros, Edited(zeros, 1000, 4), 50 * 15 + 10},
         {"a repeated pattern with changes", repeated, Edited(repeated, 1000, 5),

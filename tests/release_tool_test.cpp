@@ -19,7 +19,8 @@ namespace {
 
 TEST(ReleaseTool, TellsUsageFromProblems) {
     ScratchDir scratch;
-    WriteFile("old", SeededBytes(1000, 1));
+    WriteFile("old", SeededBytes(9000, 1));
+    WriteFile("made", ReadFile("old"));
     WriteFile("new", ReadFile("old") + "new");
     WriteFile("bad", "x");
     WriteFile("result", "kept");
@@ -32,9 +33,9 @@ TEST(ReleaseTool, TellsUsageFromProblems) {
         {"diff old new patch", 0, ""},
         {"diff old missing other", 1, "missing: No such file"},
         {"diff old new none/patch", 1, "none/patch"},
-        {"show patch", 0, "1 copies of 1000 bytes, 1 literals of 3 bytes, 1 passes"},
+        {"show patch", 0, "1 copies of 9000 bytes, 1 literals of 3 bytes, 1 passes"},
         {"show bad", 1, "unknown command 78"},
-        {"apply old patch made", 0, ""},
+        {"apply made patch made", 0, ""},
         {"apply old bad result", 1, "bad: cannot be applied to old"},
         {"apply old patch none/result", 1, "none/result"},
         {"publish store 1 common=game", 0, "published 1: 1 files"},

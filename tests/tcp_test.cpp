@@ -34,6 +34,7 @@ TEST(Tcp, TellsOfAFailureWhenItComes) {
     EXPECT_EQ(socket.m_flags, 0u);
     const TestListener first;
     const TestListener second(first.Port());
+    EXPECT_EQ(second.m_fd, -1);
     EXPECT_EQ(second.m_flags, 0u);
     EXPECT_EQ(log.Text(), "connect: " + std::string(strerror(ENETUNREACH)) +
                               "\nRXTCPListen: " + strerror(EADDRINUSE) + "\n");
