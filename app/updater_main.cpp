@@ -5,6 +5,7 @@
 #include <gtk/gtk.h>
 
 #include "app/browser.h"
+#include "app/desktop_identity.h"
 #include "app/mainwindow.h"
 #include "app/quit.h"
 #include "app/updater.h"
@@ -22,6 +23,7 @@ void keep_display_connection() {
 }  // namespace
 
 int updater_main(int argc, char** argv, int selfUpdate) {
+    identify_to_desktop();
     gtk_set_locale();
     gtk_init(&argc, &argv);
     keep_display_connection();
