@@ -1,6 +1,7 @@
 #include "app/bugreport_main.h"
 
 #include "app/bugwindow.h"
+#include "app/desktop_identity.h"
 #include "app/support.h"
 #include "app/widgets.h"
 #include "bugreport/submit.h"
@@ -9,6 +10,7 @@ const char* gEIPaddress = "none";
 GtkWidget* bugwindow = nullptr;
 
 int bugreport_main(int argc, char** argv) {
+    identify_to_desktop();
     gtk_set_locale();
     gtk_init(&argc, &argv);
     gEIPaddress = argc > 2 ? argv[2] : "none";
