@@ -190,8 +190,10 @@ void ClientSession::OnWritable() {
 }
 
 void ClientSession::OnDisconnect() {
+    // A balancer looks in without a word, to see whether somebody is there.
+    const bool unused = m_state == GREETING;
     const bool done = m_state == STREAMED || (m_state == NEGOTIATING && m_output.IsEmpty());
-    End(done ? "" : "hung up early");
+    End(unused || done ? "" : "hung up early");
 }
 
 void ClientSession::FillOutput() {
@@ -201,6 +203,7 @@ void ClientSession::FillOutput() {
         case DownloadStream::MORE: return;
         case DownloadStream::COMPLETE: m_state = STREAMED; return;
         case DownloadStream::UNREADABLE:
+            m_server->CountError();
             End("cannot read " + m_downloads.CurrentPath() + " as it was published");
             return;
     }
@@ -226,11 +229,15 @@ void ClientSession::Flush() {
 
 void ClientSession::End(const std::string& fault) {
     if (m_state == ENDED) return;
-    gamelog->Printf("%s%s%s\n", Summary().c_str(),
-                    fault.empty() ? "" : "; dropped: ", fault.c_str());
+    auto ending = fault.empty() ? UpdateServer::COMPLETED : UpdateServer::DROPPED;
+    if (m_state == GREETING && fault.empty()) ending = UpdateServer::UNUSED;
+    if (ending != UpdateServer::UNUSED) {
+        gamelog->Printf("%s%s%s\n", Summary().c_str(),
+                        fault.empty() ? "" : "; dropped: ", fault.c_str());
+    }
     m_state = ENDED;
     Close();
-    m_server->Remove(this);
+    m_server->Remove(this, ending);
 }
 
 std::string ClientSession::Summary() const {

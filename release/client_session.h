@@ -36,11 +36,13 @@ public:
     void TellPlace(uint16_t position, uint16_t queueLength, uint16_t rate);
 
     // Hangs up and writes the session's line to the log, with what went wrong unless `fault` is
-    // empty. Ends nothing twice.
+    // empty. One that was never used is passed over. Ends nothing twice.
     void End(const std::string& fault);
 
     // The clock reading at which bytes last moved.
     uint64_t LastActivity() const { return m_lastActivity; }
+
+    uint64_t BytesSent() const { return m_bytesSent; }
 
     EventLoop::IO_Entry registration{};
 

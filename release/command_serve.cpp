@@ -4,9 +4,11 @@
 
 #include <csignal>
 #include <memory>
+#include <optional>
 
 #include "log/gamelog.h"
 #include "release/commands.h"
+#include "release/status_file.h"
 #include "release/update_server.h"
 
 namespace {
@@ -15,6 +17,7 @@ struct ServeArguments {
     std::string store;
     std::string address = "0.0.0.0";
     ServerOptions server;
+    std::string statusFile;
 };
 
 // Turns the signals that end a service into the end of the dispatcher's Run().
@@ -58,6 +61,8 @@ ExitStatus Serve(const ServeArguments& arguments) {
     if (!server.IsOpen()) return EXIT_PROBLEM;
     log.Printf("serving %zu releases of %s on %s:%d\n", store->Releases().size(),
                arguments.store.c_str(), arguments.address.c_str(), arguments.server.port);
+    std::optional<StatusFile> status;
+    if (!arguments.statusFile.empty()) status.emplace(&loop, &server, arguments.statusFile);
     loop.Run();
     log.Printf("stopping\n");
     return EXIT_DONE;
@@ -87,6 +92,8 @@ void AddServeCommand(CLI::App* app, ExitStatus* status) {
     command->add_option("--motd", server.motdFile,
                         "Text file with the message of the day, read anew for each client; at "
                         "most 64 KiB of it are shown");
+    command->add_option("--status", arguments->statusFile,
+                        "File to keep the server's counts in, rewritten every few seconds");
     command->callback([arguments, status] {
         inet_pton(AF_INET, arguments->address.c_str(), &arguments->server.address);
         *status = Serve(*arguments);

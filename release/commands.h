@@ -14,6 +14,7 @@ enum ExitStatus : int {
 
 // `status` must live until the command line is parsed.
 void AddPublishCommand(CLI::App* app, ExitStatus* status);
+void AddPruneCommand(CLI::App* app, ExitStatus* status);
 void AddServeCommand(CLI::App* app, ExitStatus* status);
 void AddDiffCommand(CLI::App* app, ExitStatus* status);
 void AddApplyCommand(CLI::App* app, ExitStatus* status);

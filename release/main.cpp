@@ -14,6 +14,7 @@ int main(int argc, char** argv) {
     app.footer("Exit status: 0 done, 1 a problem in the data or the system, 2 wrong usage.");
     app.require_subcommand(1);
     AddPublishCommand(&app, &status);
+    AddPruneCommand(&app, &status);
     AddServeCommand(&app, &status);
     AddDiffCommand(&app, &status);
     AddApplyCommand(&app, &status);

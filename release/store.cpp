@@ -59,7 +59,7 @@ bool Store::Refresh(std::string* error) {
                            : LoadNumbered(entry->path().string(), sequence, error);
         if (release) {
             present.emplace(sequence, std::move(release));
-        } else {
+        } else if (fs::exists(entry->path(), fault)) {  // else it was removed meanwhile
             good = false;
         }
     }

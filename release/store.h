@@ -5,6 +5,7 @@
 //                        files/      the files by name
 //                        patches/    the patches by index
 //   STORE/incoming.000008/           a release under construction
+//   STORE/incoming.removed.000001/   a release that is being deleted
 //   STORE/reserved                   the sequence number and index to go on from
 //   STORE/lock                       held by whoever publishes
 #ifndef HALCYRIX_RELEASE_STORE_H

@@ -94,11 +94,7 @@ StoreWriter::~StoreWriter() {
     if (!m_incoming.empty()) fs::remove_all(m_incoming, ignored);
 }
 
-bool StoreWriter::Begin(std::string* error) {
-    if (m_next.sequence > kMaxSequence) {
-        *error = m_store->Directory() + ": no sequence number is left";
-        return false;
-    }
+bool StoreWriter::RemoveLeftovers(std::string* error) {
     std::error_code fault;
     std::vector<fs::path> leftovers;
     for (fs::directory_iterator entry(m_store->Directory(), fault), end; !fault && entry != end;
@@ -110,10 +106,16 @@ bool StoreWriter::Begin(std::string* error) {
     for (const fs::path& leftover : leftovers) {
         if (!fault) fs::remove_all(leftover, fault);
     }
-    if (fault) {
-        *error = m_store->Directory() + ": " + fault.message();
+    if (fault) *error = m_store->Directory() + ": " + fault.message();
+    return !fault;
+}
+
+bool StoreWriter::Begin(std::string* error) {
+    if (m_next.sequence > kMaxSequence) {
+        *error = m_store->Directory() + ": no sequence number is left";
         return false;
     }
+    if (!RemoveLeftovers(error)) return false;
     m_incoming = m_store->Directory() + "/" + kIncomingPrefix + SequenceName(m_next.sequence);
     return MakeFolder(m_incoming, error);
 }
@@ -133,4 +135,15 @@ bool StoreWriter::Commit(const Reservation& next, std::string* error) {
     }
     m_incoming.clear();
     return Sync(releases, fsync, error);
+}
+
+bool StoreWriter::Remove(const Release& release, std::string* error) {
+    const std::string removed = m_store->Directory() + "/" + kIncomingPrefix + "removed." +
+                                SequenceName(release.Sequence());
+    const std::string releases = m_store->Directory() + "/" + kReleasesFolder;
+    if (!Rename(release.Directory(), removed, error) || !Sync(releases, fsync, error)) return false;
+    std::error_code fault;
+    fs::remove_all(removed, fault);
+    if (fault) *error = removed + ": " + fault.message();
+    return !fault;
 }

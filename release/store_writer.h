@@ -30,14 +30,21 @@ public:
     const Store& Published() const { return *m_store; }
     Reservation Next() const { return m_next; }
 
-    // Removes what interrupted writers left and makes the directory for a release with the next
-    // sequence number. Call once.
+    // Removes what interrupted writers left.
+    [[nodiscard]] bool RemoveLeftovers(std::string* error);
+
+    // The same, and makes the directory for a release with the next sequence number. Call once.
     [[nodiscard]] bool Begin(std::string* error);
     const std::string& Incoming() const { return m_incoming; }
 
     // Puts all that was written on the disk and makes the release current, whose manifest is
     // written by now. It either happens or not, whenever the machine stops.
     [[nodiscard]] bool Commit(const Reservation& next, std::string* error);
+
+    // Takes a published release away, which either happens or not, and then deletes its files. Must
+    // not be the newest one, whose numbers would be given again. A server that is sending its files
+    // can no longer.
+    [[nodiscard]] bool Remove(const Release& release, std::string* error);
 
 private:
     StoreWriter() = default;

@@ -58,6 +58,7 @@ UpdateServer::~UpdateServer() {
 void UpdateServer::OnAccept(int32_t fd, const sockaddr_in& addr) {
     auto session = std::make_unique<ClientSession>(this, fd, addr);
     if (m_sessions.size() >= m_maxSessions || fd >= FD_SETSIZE) {
+        ++m_past.refused;
         gamelog->Printf("refused a client: %zu are being served, and no more can be\n",
                         m_sessions.size());
         return;
@@ -69,7 +70,10 @@ void UpdateServer::OnAccept(int32_t fd, const sockaddr_in& addr) {
 std::shared_ptr<const Release> UpdateServer::LatestRelease(
     const std::list<std::string>& components) {
     std::string error;
-    if (!m_store->Refresh(&error)) gamelog->Printf("%s\n", error.c_str());
+    if (!m_store->Refresh(&error)) {
+        CountError();
+        gamelog->Printf("%s\n", error.c_str());
+    }
     return m_store->Latest(components);
 }
 
@@ -77,10 +81,24 @@ std::shared_ptr<const Release> UpdateServer::FindRelease(const std::string& vers
     return m_store->Find(version);
 }
 
-std::string UpdateServer::MotdText() const {
+ServerStatus UpdateServer::Status() const {
+    ServerStatus status = m_past;
+    status.releases = m_store->Releases().size();
+    status.downloading = static_cast<size_t>(m_queue.Downloading());
+    status.waiting = m_queue.Waiting().size();
+    for (const auto& session : m_sessions) {
+        if (m_ended.contains(session.get())) continue;
+        ++status.sessions;
+        status.bytesSent += session->BytesSent();
+    }
+    return status;
+}
+
+std::string UpdateServer::MotdText() {
     std::string text;
     std::string error;
     if (!m_motdFile.empty() && !ReadWholeFile(m_motdFile, &text, &error)) {
+        CountError();
         gamelog->Printf("%s\n", error.c_str());
     }
     text.erase(std::min({text.find('\0'), text.size(), kMaxMotd}));
@@ -98,7 +116,10 @@ void UpdateServer::Finish(ClientSession* session) {
     AdmitWaiting();
 }
 
-void UpdateServer::Remove(ClientSession* session) {
+void UpdateServer::Remove(ClientSession* session, Ending ending) {
+    if (ending == COMPLETED) ++m_past.completed;
+    if (ending == DROPPED) ++m_past.dropped;
+    m_past.bytesSent += session->BytesSent();
     m_queue.Leave(session, EventLoop::Now(), false);
     m_eventLoop->RemoveIO(session->registration);
     m_ended.insert(session);

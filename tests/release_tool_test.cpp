@@ -7,6 +7,7 @@
 #include <functional>
 
 #include "release/checker.h"
+#include "release/pruner.h"
 #include "tests/support/programs.h"
 #include "tests/support/sample_store.h"
 #include "tests/support/scratch_dir.h"
@@ -43,6 +44,9 @@ TEST(ReleaseTool, TellsUsageFromProblems) {
         {"check store", 0, "1 releases, 1 files of 0 bytes, 0 problems"},
         {"check game", 1, "game/releases"},
         {"check store >/dev/full", 1, "standard output"},
+        {"prune store --keep 0", 2, "--keep"},
+        {"prune none --keep 1", 1, "none/releases"},
+        {"prune store --keep 1", 0, "0 releases removed, 1 kept"},
     };
     for (const auto& [arguments, status, says] : cases) {
         std::string said;
@@ -52,6 +56,57 @@ TEST(ReleaseTool, TellsUsageFromProblems) {
     EXPECT_EQ(ReadFile("made"), ReadFile("new"));
     EXPECT_EQ(ReadFile("result"), "kept");
     EXPECT_FALSE(fs::exists("result.tmp") || fs::exists("other"));
+}
+
+TEST(ReleaseTool, PrunesWhatNewerReleasesReplace) {
+    ScratchDir scratch;
+    for (const char* version : {"1", "2", "3"}) {
+        WriteFile("game/file", version);
+        ASSERT_EQ(PublishSample(version), "");
+    }
+    const auto served = OpenSample();
+    // What a pruning that was killed leaves.
+    fs::copy("store/releases/000001", "store/incoming.removed.000001", fs::copy_options::recursive);
+    std::string said;
+    EXPECT_EQ(RunProgram({RELEASE_TOOL, "prune", "store", "--keep", "1"}, &said), 0);
+    EXPECT_EQ(said, "removed 1\nremoved 2\n2 releases removed, 1 kept\n");
+    EXPECT_FALSE(fs::exists("store/incoming.removed.000001"));
+    EXPECT_THAT(CheckStore("store").problems, IsEmpty());
+
+    std::string error;
+    ASSERT_TRUE(served->Refresh(&error)) << error;
+    EXPECT_EQ(served->Find("2"), nullptr);
+    EXPECT_EQ(served->Latest({"common"})->Version(), "3");
+    RecordingObserver observer;
+    observer.onProgress = [](const std::string&) {
+        EXPECT_EQ(RunProgram({RELEASE_TOOL, "prune", "store", "--keep", "1"}, nullptr), 1);
+    };
+    ASSERT_EQ(PublishSample("4", {{"common", "game"}}, 3, &observer), "");
+    EXPECT_EQ(OpenSample()->Find("4")->Sequence(), 4u);
+}
+
+TEST(ReleaseTool, NeverPrunesTheNewestReleaseForAnyComponents) {
+    ScratchDir scratch;
+    WriteFile("tree/file", "");
+    // The components of each release by a letter, how many to keep, and which go.
+    const std::tuple<std::vector<std::string>, size_t, const char*> cases[] = {
+        {{"g", "g", "g"}, 2, "0"},       {{"g", "g", "g"}, 3, ""},
+        {{"g", "u", "g", "g"}, 1, "02"}, {{"gu", "g", "u"}, 1, ""},
+        {{"gu", "g", "gu"}, 1, "01"},    {{"ab", "bc", "abc", "b"}, 1, "01"},
+    };
+    for (const auto& [releases, keep, gone] : cases) {
+        fs::remove_all("store");
+        for (size_t number = 0; number < releases.size(); ++number) {
+            std::vector<ComponentSource> sources;
+            for (const char letter : releases[number]) sources.push_back({{letter}, "tree"});
+            ASSERT_EQ(PublishSample(std::to_string(number), sources), "");
+        }
+        std::string removed;
+        for (const auto& release : SupersededReleases(OpenSample()->Releases(), keep)) {
+            removed += release->Version();
+        }
+        EXPECT_EQ(removed, gone);
+    }
 }
 
 auto CountFiles(const std::string& folder) {

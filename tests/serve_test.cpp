@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include "lib/checksum.h"
+#include "release/status_file.h"
 #include "release/update_server.h"
 #include "tests/support/programs.h"
 #include "tests/support/recorders.h"
@@ -148,6 +149,13 @@ TEST_F(ServeTest, InstallsPatchesAndRepairs) {
     ExpectTree(second);
     EXPECT_EQ(ReadFile("keep"), "the player's own");
     EXPECT_EQ(ReadFile("data/1"), first.at("common/data/1"));
+
+    // A version that the server has forgotten is updated with whole files.
+    Publish("1.2", first);
+    ASSERT_EQ(RunProgram({RELEASE_TOOL, "prune", StorePath(), "--keep", "1"}, nullptr), 0);
+    const RecordingProgress pruned = session(" linux64+common 1.1 -> 1.2: 44 files, ");
+    ExpectTree(first);
+    EXPECT_THAT(pruned.statuses, testing::Not(testing::Contains("Patching halcyrix...")));
 }
 
 // The connection dies in the middle of the third file; the downloads that the client keeps of it
@@ -327,6 +335,65 @@ TEST_F(ServeTest, StopsOnASignalAndSaysWhenThePortIsTaken) {
     UpdateServer server(&loop, store.get(), OnHost("127.0.0.1"));
     EXPECT_EQ(RunProgram({"/bin/sh", "-c", serve}, &output), 1);
     EXPECT_THAT(output, HasSubstr("RXTCPListen: Address already in use\n"));
+}
+
+// The value of a count in a status file; -1 when it is not there.
+int64_t Count(const std::string& status, const std::string& name) {
+    const size_t at = ("\n" + status).find("\nhalcyrix_" + name + " ");
+    return at == std::string::npos ? -1 : std::stoll(status.substr(at + name.size() + 10));
+}
+
+TEST_F(ServeTest, KeepsItsStatusInAFile) {
+    Publish("1.0", {{"linux64/x", SeededBytes(5000, 1)}, {"common/y", "y"}});
+    const fs::path file = scratch.Path() / "status";
+    fs::create_directory("home");
+    fs::current_path("home");
+    RecordingLog log;
+    EventLoop loop;
+    ServerOptions options = OnHost("127.0.0.1");
+    options.slots = 1;
+    options.motdFile = "missing";
+    UpdateServer server(&loop, store.get(), options);
+    {
+        const StatusFile early(&loop, &server, file.string());
+        EXPECT_EQ(Count(ReadFile(file), "releases"), 1);
+        EXPECT_EQ(Count(ReadFile(file), "sessions"), 0);
+    }
+    EXPECT_FALSE(fs::exists(file));
+
+    RawClient unused(&loop, {});
+    RawClient rude(&loop, {"?"});
+    std::list<RawClient> queued;
+    for (int i = 0; i < 3; ++i) {
+        queued.emplace_back(
+            &loop, std::vector<std::string>{"PVERA", "ARCHlinux64\0"s, "ARCHcommon\0"s, "GETV"});
+        queued.back().onPacket = [](RawClient& client) {
+            if (client.packets == 4) client.Say("REQD");
+        };
+    }
+    Player player(&loop);
+    const StopWhen done(&loop, [&] {
+        if (rude.dropped && server.Status().waiting == 2) unused.Close();
+        if (server.Status().waiting == 2 && player.progress.statuses.empty()) player.Start();
+        return server.Status().waiting == 3 && server.Status().sessions == 4;
+    });
+    loop.Run();
+    const StatusFile late(&loop, &server, file.string());
+    const std::pair<const char*, int64_t> expected[] = {
+        {"sessions", 4},
+        {"downloading", 1},
+        {"waiting", 3},
+        {"sessions_dropped_total", 1},
+        {"errors_total", 1},
+        {"clients_refused_total", 0},
+        {"sessions_completed_total", 0},
+    };
+    for (const auto& [name, value] : expected) {
+        EXPECT_EQ(Count(ReadFile(file), name), value) << name << " in\n" << ReadFile(file);
+    }
+    EXPECT_GT(Count(ReadFile(file), "bytes_sent_total"), 0);
+    EXPECT_EQ(log.Count("linux64+common"), 0) << log.Text();
+    EXPECT_EQ(log.Count("dropped"), 1) << "a visit without a word is not told";
 }
 
 TEST(DownloadQueue, AdmitsInOrderAndReckonsTheRate) {
