@@ -8,6 +8,7 @@ namespace {
 constexpr int kBorder = 4;
 constexpr int kLabelPadding = 3;
 constexpr int kSeparatorPadding = 6;
+constexpr int kMoreLines = 6;
 
 constexpr char kCrashText[] =
     "We apologize, but Halcyrix Online has crashed.  It would be\n"
@@ -34,6 +35,7 @@ void add_user_name(GtkWidget* window, GtkWidget* vbox) {
     gtk_label_set_justify(GTK_LABEL(label), GTK_JUSTIFY_CENTER);
     GtkWidget* entry = named(window, "username_entry", gtk_entry_new());
     gtk_box_pack_start(GTK_BOX(hbox), entry, TRUE, TRUE, 0);
+    gtk_label_set_mnemonic_widget(GTK_LABEL(label), entry);  // its name to screen readers
 }
 
 void add_description(GtkWidget* window, GtkWidget* vbox) {
@@ -43,7 +45,8 @@ void add_description(GtkWidget* window, GtkWidget* vbox) {
     gtk_misc_set_padding(GTK_MISC(label), 0, kLabelPadding);
     GtkWidget* scrolled = new_scrolled_window(window, "scrolledwindow2");
     gtk_box_pack_start(GTK_BOX(inner), scrolled, TRUE, TRUE, 0);
-    new_text_view(window, "bug_entry", scrolled);
+    GtkWidget* view = new_text_view(window, "bug_entry", scrolled);
+    name_for_readers(view, "What happened before the crash");
 }
 
 void add_buttons(GtkWidget* window, GtkWidget* vbox) {
@@ -57,6 +60,18 @@ void add_buttons(GtkWidget* window, GtkWidget* vbox) {
     g_signal_connect(submit, "clicked", G_CALLBACK(on_bug_submit_clicked), nullptr);
     g_signal_connect(help, "clicked", G_CALLBACK(on_bug_help_clicked), nullptr);
     g_signal_connect(cancel, "clicked", G_CALLBACK(on_bug_cancel_clicked), nullptr);
+}
+
+// Left to itself the field for the description is two lines high.
+void make_room_to_write(GtkWidget* window, GtkWidget* view) {
+    gtk_widget_ensure_style(view);
+    PangoLayout* layout = gtk_widget_create_pango_layout(view, "Xg");
+    int lineHeight;
+    pango_layout_get_pixel_size(layout, nullptr, &lineHeight);
+    g_object_unref(layout);
+    GtkRequisition natural;
+    gtk_widget_size_request(gtk_bin_get_child(GTK_BIN(window)), &natural);
+    gtk_window_set_default_size(GTK_WINDOW(window), -1, natural.height + kMoreLines * lineHeight);
 }
 
 }  // namespace
@@ -77,6 +92,7 @@ GtkWidget* create_bugwindow() {
     add_user_name(window, vbox);
     add_description(window, vbox);
     add_buttons(window, vbox);
+    make_room_to_write(window, lookup_widget(window, "bug_entry"));
 
     g_signal_connect(window, "delete_event", G_CALLBACK(on_bugwindow_delete_event), nullptr);
     return window;

@@ -7,6 +7,23 @@ namespace {
 
 constexpr int kConsoleHeight = 300;
 constexpr int kButtonBoxPadding = 3;
+constexpr int kResizeGrip = 18;  // the status bar asks for it only when it has been given a size
+
+// The longest status that a session is sure to show; names of files may be longer.
+constexpr char kLongestStatus[] = "Waiting; #1000/1000 in queue, approx. 00:00:00 remaining";
+
+// In the player's font the status may need more room than everything else, and the status bar asks
+// for none.
+void fit_status(GtkWidget* window, GtkWidget* status) {
+    gtk_widget_ensure_style(status);
+    PangoLayout* layout = gtk_widget_create_pango_layout(status, kLongestStatus);
+    int text;
+    pango_layout_get_pixel_size(layout, &text, nullptr);
+    g_object_unref(layout);
+    GtkRequisition frame;
+    gtk_widget_size_request(status, &frame);
+    gtk_window_set_default_size(GTK_WINDOW(window), text + frame.width + kResizeGrip, -1);
+}
 
 }  // namespace
 
@@ -23,10 +40,12 @@ GtkWidget* create_mainwindow() {
     gtk_widget_set_size_request(scrolled, -1, kConsoleHeight);
     GtkWidget* view = new_text_view(window, "console", scrolled);
     gtk_text_view_set_editable(GTK_TEXT_VIEW(view), FALSE);
+    name_for_readers(view, "Messages of the update");
 
     GtkWidget* progress = named(window, "progressbar1", gtk_progress_bar_new());
     gtk_box_pack_start(GTK_BOX(vbox), progress, FALSE, FALSE, 0);
     gtk_progress_bar_set_text(GTK_PROGRESS_BAR(progress), "Loading...");
+    name_for_readers(progress, "Progress of the update");
 
     GtkWidget* buttons = new_button_box(window, "hbuttonbox1");
     gtk_box_pack_start(GTK_BOX(vbox), buttons, FALSE, TRUE, kButtonBoxPadding);
@@ -38,6 +57,7 @@ GtkWidget* create_mainwindow() {
 
     GtkWidget* status = named(window, "statusbar1", gtk_statusbar_new());
     gtk_box_pack_start(GTK_BOX(vbox), status, FALSE, FALSE, 0);
+    fit_status(window, status);
 
     g_signal_connect(window, "delete_event", G_CALLBACK(on_cancel_event), nullptr);
     g_signal_connect(start, "clicked", G_CALLBACK(on_start_clicked), nullptr);

@@ -8,6 +8,7 @@
 namespace {
 
 constexpr int kButtonSpacing = 30;
+constexpr int kTextMargin = 3;
 constexpr int kMessagePadding = 20;
 constexpr size_t kLongestLine = 100;  // bytes of a message's line that is not wrapped
 
@@ -72,6 +73,10 @@ GtkWidget* named(GtkWidget* window, const char* name, GtkWidget* widget) {
     return widget;
 }
 
+void name_for_readers(GtkWidget* widget, const char* name) {
+    atk_object_set_name(gtk_widget_get_accessible(widget), name);
+}
+
 GtkWidget* new_scrolled_window(GtkWidget* window, const char* name) {
     GtkWidget* scrolled = named(window, name, gtk_scrolled_window_new(nullptr, nullptr));
     gtk_widget_set_can_focus(scrolled, FALSE);
@@ -85,6 +90,9 @@ GtkWidget* new_text_view(GtkWidget* window, const char* name, GtkWidget* scrolle
     GtkWidget* view = named(window, name, gtk_text_view_new());
     gtk_container_add(GTK_CONTAINER(scrolledWindow), view);
     gtk_text_view_set_wrap_mode(GTK_TEXT_VIEW(view), GTK_WRAP_WORD);
+    gtk_text_view_set_accepts_tab(GTK_TEXT_VIEW(view), FALSE);
+    gtk_text_view_set_left_margin(GTK_TEXT_VIEW(view), kTextMargin);
+    gtk_text_view_set_right_margin(GTK_TEXT_VIEW(view), kTextMargin);
     return view;
 }
 

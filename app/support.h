@@ -19,8 +19,11 @@ void store_widget(GtkWidget* window, const char* name, GtkWidget* widget);
 // Stores and shows a new widget; returns it.
 GtkWidget* named(GtkWidget* window, const char* name, GtkWidget* widget);
 
+// Names a widget, which shows no label of its own, to screen readers.
+void name_for_readers(GtkWidget* widget, const char* name);
+
 // Parts that both windows have, stored and shown: a scrolled window with a vertical scroll bar
-// alone, a text view that wraps at words, a row of spread buttons, a button in such a row.
+// alone, a text view that wraps at words and that the Tab key leaves, a row of spread buttons, a button in such a row.
 GtkWidget* new_scrolled_window(GtkWidget* window, const char* name);
 GtkWidget* new_text_view(GtkWidget* window, const char* name, GtkWidget* scrolledWindow);
 GtkWidget* new_button_box(GtkWidget* window, const char* name);
