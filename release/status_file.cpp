@@ -34,7 +34,8 @@ std::string Format(const ServerStatus& status, uint64_t now) {
 
 StatusFile::StatusFile(EventLoop* loop, const UpdateServer* server, std::string path)
     : Timer_Event(loop), m_server(server), m_path(std::move(path)) {
-    OnTimer(EventLoop::Now());
+    Schedule(kPeriod);
+    Write(EventLoop::Now());
 }
 
 StatusFile::~StatusFile() {
@@ -43,6 +44,10 @@ StatusFile::~StatusFile() {
 
 void StatusFile::OnTimer(uint64_t now) {
     Schedule(kPeriod);
+    Write(now);
+}
+
+void StatusFile::Write(uint64_t now) {
     const std::string temporary = m_path + ".tmp";
     std::string error;
     bool written = WriteWholeFile(temporary, Format(m_server->Status(), now), &error);

@@ -19,6 +19,7 @@ public:
 
 private:
     void OnTimer(uint64_t now) override;
+    void Write(uint64_t now);
 
     const UpdateServer* m_server;
     std::string m_path;
