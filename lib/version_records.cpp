@@ -43,6 +43,24 @@ void CopyOtherRecords(FILE* from, FILE* to, uint32_t key) {
     }
 }
 
+// Whether the file under construction was written to its end, which is always a record.
+bool IsTemporaryWhole() {
+    const Stream file = OpenForReading(kVersionRecordTemporary);
+    if (!file) return false;
+    char line[kLineSize] = "";
+    while (fgets(line, sizeof line, file.get()) != nullptr) continue;
+    unsigned long key;
+    char version[kLineSize];
+    return sscanf(line, "%8lx %127s", &key, version) == 2 && line[strlen(line) - 1] == '\n';
+}
+
+// A write that was cut off after the old file went and before the new one took its place has left
+// every record under the temporary name, where the next write would destroy them.
+void FinishInterruptedWrite() {
+    if (access(kVersionRecordFile, F_OK) == 0 || !IsTemporaryWhole()) return;
+    rename(kVersionRecordTemporary, kVersionRecordFile);
+}
+
 // Returns 0, or the error that kept the new file from being written whole.
 int WriteNewFile(uint32_t key, const std::string& version) {
     Stream to = OpenForWriting(kVersionRecordTemporary);
@@ -85,6 +103,7 @@ std::string ReadVersionRecord(uint32_t key) {
 }
 
 void WriteVersionRecord(uint32_t key, const std::string& version) {
+    FinishInterruptedWrite();
     if (const int error = WriteNewFile(key, version)) {
         gamelog->Printf("Can't write %s: %s; the version is not recorded\n",
                         kVersionRecordTemporary, strerror(error));
