@@ -9,8 +9,7 @@
 #include "release/update_server.h"
 #include "tests/support/programs.h"
 #include "tests/support/recorders.h"
-#include "tests/support/scratch_dir.h"
-#include "tests/support/scripted_server.h"
+#include "tests/support/served_game.h"
 #include "update/update_client.h"
 
 namespace {
@@ -19,95 +18,7 @@ namespace fs = std::filesystem;
 using std::string_literals::operator""s;
 using testing::HasSubstr;
 
-using Tree = std::map<std::string, std::string>;  // contents by "component/path"
-
-Tree FirstGame() {
-    Tree tree = {{"linux64/halcyrix", SeededBytes(100000, 1)},
-                 {"linux64/drivers/lib.so", SeededBytes(8190 * 3, 2)},
-                 {"common/manual.html", "<html>The manual.</html>\n"},
-                 {"common/empty", ""}};
-    for (uint32_t i = 0; i < 300; ++i) {
-        tree["common/data/" + std::to_string(i)] = SeededBytes(100 + i * 37, 1000 + i);
-    }
-    return tree;
-}
-
-// The next version: changed in places, with files that come and go.
-Tree Changed(Tree tree) {
-    for (uint32_t i = 0; i < 300; i += 7) {
-        tree["common/data/" + std::to_string(i)].insert(50, "a change");
-    }
-    tree["linux64/halcyrix"].replace(5000, 100, SeededBytes(150, 3));
-    tree.erase("common/data/1");
-    tree["common/data/new"] = SeededBytes(3000, 4);
-    return tree;
-}
-
-// A store in the scratch directory, published into with the maker's tool.
-class ServeTest : public testing::Test {
-protected:
-    void Publish(const std::string& version, const Tree& tree) {
-        fs::remove_all(scratch.Path() / "tree");
-        std::vector<std::string> command = {RELEASE_TOOL, "publish", StorePath(), version};
-        std::set<std::string> components;
-        for (const auto& [name, data] : tree) {
-            WriteFile(scratch.Path() / "tree" / name, data);
-            components.insert(name.substr(0, name.find('/')));
-        }
-        for (const std::string& component : components) {
-            command.push_back(component + "=" + (scratch.Path() / "tree" / component).string());
-        }
-        std::string output;
-        ASSERT_EQ(RunProgram(command, &output), 0) << output;
-        std::string error;
-        store = Store::Open(StorePath(), &error);
-        ASSERT_TRUE(store) << error;
-    }
-
-    std::string StorePath() const { return (scratch.Path() / "store").string(); }
-
-    ScratchDir scratch;
-    std::unique_ptr<Store> store;
-};
-
-// A player's updater, whose home is the working directory.
-struct Player {
-    explicit Player(EventLoop* loop) : client(loop, &progress) {}
-
-    void Start() { ASSERT_EQ(client.Start(1, "linux64", "common", nullptr), 1); }
-    bool Done() const { return !progress.results.empty(); }
-
-    RecordingProgress progress;
-    UpdateClient client;
-};
-
-// Stops the dispatcher when the condition holds; it is asked between the handlers.
-class StopWhen : public Poll_Event {
-public:
-    StopWhen(EventLoop* loop, std::function<bool()> condition)
-        : Poll_Event(loop), m_condition(std::move(condition)) {
-        Register();
-    }
-    ~StopWhen() override { Unregister(); }
-    void OnPoll() override {
-        if (m_condition()) m_loop->Stop(0);
-    }
-
-private:
-    std::function<bool()> m_condition;
-};
-
-void ExpectTree(const Tree& tree) {
-    for (const auto& [name, data] : tree) {
-        EXPECT_TRUE(ReadFile(name.substr(name.find('/') + 1)) == data) << name;
-    }
-}
-
-ServerOptions OnHost(const char* address) {
-    ServerOptions options;
-    options.address = inet_addr(address);
-    return options;
-}
+class ServeTest : public StoreTest {};
 
 TEST_F(ServeTest, InstallsPatchesAndRepairs) {
     const Tree first = FirstGame();
