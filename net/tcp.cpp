@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <netdb.h>
+#include <netinet/tcp.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -40,6 +41,9 @@ int RXTCP::Connect(const char* host, int port) {
         return 0;
     }
     SetNonBlocking(m_fd);
+    // Requests are small, and the first few have no reply: none may wait for an acknowledgement.
+    const int on = 1;
+    setsockopt(m_fd, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
     m_peer.sin_family = AF_INET;
     m_peer.sin_port = htons(static_cast<uint16_t>(port));
     if (connect(m_fd, reinterpret_cast<const sockaddr*>(&m_peer), sizeof m_peer) == -1 &&
