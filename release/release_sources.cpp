@@ -7,6 +7,8 @@
 
 #include "lib/server_name.h"
 #include "release/names.h"
+#include "release/release.h"
+#include "update/messages.h"
 
 namespace {
 
@@ -32,6 +34,16 @@ bool CheckFile(const ReleaseSource& file, std::string* error) {
     return fault.empty();
 }
 
+// Whether updaters take a file list of this size. Each file may come to them as a patch, too.
+bool CheckSize(const std::vector<ReleaseSource>& files, std::string* error) {
+    const size_t patchName = Release::DownloadName(ReleasePatch{}).size();
+    size_t bytes = 0;
+    for (const ReleaseSource& file : files) bytes += file.name.size() + patchName;
+    if (files.size() <= kMaxListedFiles && bytes <= kMaxNameBytes) return true;
+    *error = std::to_string(files.size()) + " files: more than the updater takes";
+    return false;
+}
+
 }  // namespace
 
 bool ReleaseSources::Scan(const std::vector<ComponentSource>& components,
@@ -51,7 +63,7 @@ bool ReleaseSources::Scan(const std::vector<ComponentSource>& components,
     }
     std::sort(m_files.begin(), m_files.end(),
               [](const ReleaseSource& a, const ReleaseSource& b) { return a.name < b.name; });
-    return CheckLocalPaths(warnings, error);
+    return CheckSize(m_files, error) && CheckLocalPaths(warnings, error);
 }
 
 bool ReleaseSources::CheckLocalPaths(std::vector<std::string>* warnings, std::string* error) const {

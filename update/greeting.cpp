@@ -19,6 +19,7 @@ bool UpdateClient::SendGreeting() {
         m_pendingRequest = EncodeNamed(kTagComponent, component);
         SendText(m_pendingRequest);
     }
+    m_motdLength = 0;
     if (m_wantMotd) {
         SendText(kTagMotd);
         WaitForReply(STATE_MOTD);
@@ -31,11 +32,14 @@ bool UpdateClient::SendGreeting() {
 void UpdateClient::RequestVersion() {
     m_progress->SetStatus("Requesting latest version...");
     m_checkList.clear();
+    m_nameBytes = 0;
     SendText(kTagVersion);
     WaitForReply(STATE_VERSION);
 }
 
 int UpdateClient::StepMotd() {
+    m_motdLength += static_cast<size_t>(m_packetLength);
+    if (m_motdLength > kMaxMotdLength) return RefuseExcess("a message of the day");
     const auto* text = reinterpret_cast<const char*>(m_packet);
     for (int begin = 0; begin < m_packetLength;) {
         const int most = std::min(m_packetLength - begin, kMotdPiece);
@@ -69,6 +73,10 @@ int UpdateClient::StepFileList() {
     auto entry = DecodeFileListEntry(m_packet, m_packetLength);
     if (!entry) return MalformedReply();
     if (!IsSafeServerName(entry->name)) return RefuseName(entry->name);
+    m_nameBytes += entry->name.size();
+    if (m_checkList.size() == kMaxListedFiles || m_nameBytes > kMaxNameBytes) {
+        return RefuseExcess("a file list");
+    }
     FileRecord& record = m_checkList.emplace_back();
     record.name = std::move(entry->name);
     record.checksum = entry->checksum;

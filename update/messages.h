@@ -31,6 +31,12 @@ constexpr std::string_view kTagDownload = "DOWN";
 // The longest version that the client keeps.
 constexpr size_t kMaxVersionLength = 127;
 
+// What one conversation may make the client keep. No release comes near; a server that never stops
+// sending must not fill the player's memory, nor keep the window waiting for ever.
+constexpr size_t kMaxMotdLength = 1024 * 1024;
+constexpr size_t kMaxListedFiles = 1'000'000;
+constexpr size_t kMaxNameBytes = 64 * 1024 * 1024;  // of listed files and of patches together
+
 // The data of a file travel in packets of exactly this size; a shorter one, maybe empty, ends it.
 constexpr int kDataPacketSize = kMaxPayload;
 

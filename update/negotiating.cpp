@@ -117,6 +117,8 @@ int UpdateClient::StepPatchReply() {
     if (!reply) return MalformedReply();
     const std::string& name = reply->downloadName;
     if ((reply->isPatch || !name.empty()) && !IsSafeServerName(name)) return RefuseName(name);
+    m_nameBytes += name.size();
+    if (m_nameBytes > kMaxNameBytes) return RefuseExcess("names of patches");
     AddDownload(reply->index, reply->length,
                 DownloadEntry{name, LocalPath(m_request.name), reply->isPatch});
 

@@ -89,6 +89,11 @@ int UpdateClient::RefuseName(const std::string& name) {
     return Fail();
 }
 
+int UpdateClient::RefuseExcess(const char* what) {
+    gamelog->Printf("the server sends %s without end!  aborting!\n", what);
+    return Fail();
+}
+
 int UpdateClient::MalformedReply() {
     gamelog->Printf("Malformed reply from the server; disconnecting\n");
     OnDisconnect();

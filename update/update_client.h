@@ -64,6 +64,7 @@ private:
     void CarryOn(int state);
     int Fail();
     int RefuseName(const std::string& name);
+    int RefuseExcess(const char* what);
     int MalformedReply();
 
     // connecting.cpp: reaching a server.
@@ -125,6 +126,8 @@ private:
     uint32_t m_bytesTotal = 0;
     uint32_t m_bytesDone = 0;
     uint32_t m_receivedCount = 0;
+    size_t m_motdLength = 0;  // received in this conversation
+    size_t m_nameBytes = 0;   // kept of the server's names in this conversation
 };
 
 #endif
