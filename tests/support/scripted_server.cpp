@@ -1,6 +1,7 @@
 #include "tests/support/scripted_server.h"
 
 #include <arpa/inet.h>
+#include <netinet/tcp.h>
 #include <sys/socket.h>
 
 #include "lib/checksum.h"
@@ -13,12 +14,29 @@ constexpr uint32_t kFirstPatchIndex = 200;
 
 }  // namespace
 
+ScriptedPeer::ScriptedPeer(ScriptedServer* server, int32_t fd)
+    : RXPacketTCP(fd, IO_READ), m_server(server) {
+    const int on = 1;
+    setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+}
+
 void ScriptedPeer::Reply(const std::string& payload) {
     SendPacket(payload.data(), static_cast<int>(payload.size()));
 }
 
 void ScriptedPeer::SendRaw(const std::string& bytes) {
     send(m_fd, bytes.data(), bytes.size(), MSG_NOSIGNAL);
+}
+
+void ScriptedPeer::Flood(const std::string& bytes) {
+    m_flood = bytes;
+    SetFlags(IO_READ | IO_WRITE);
+}
+
+void ScriptedPeer::OnWritable() {
+    const ssize_t sent = send(m_fd, m_flood.data() + m_flooded, m_flood.size() - m_flooded,
+                              MSG_NOSIGNAL | MSG_DONTWAIT);
+    if (sent > 0) m_flooded = (m_flooded + static_cast<size_t>(sent)) % m_flood.size();
 }
 
 void ScriptedPeer::OnPacket(const uint8_t* data, int length) {
@@ -89,7 +107,11 @@ void HonestScript::Stream(ScriptedPeer& peer) {
 void HonestScript::operator()(ScriptedPeer& peer, const std::string& payload) {
     const auto request =
         DecodeRequest(reinterpret_cast<const uint8_t*>(payload.data()), payload.size());
-    if (!request) return peer.HangUp();
+    const bool named = request && (request->tag == kTagFull || request->tag == kTagPatch);
+    if (!request || (named && !files.contains(request->name)) ||
+        (request->tag == kTagResume && m_stream.empty())) {
+        return peer.HangUp();
+    }
     if (request->tag == kGreeting) {
         m_stream.clear();
         m_replies = 0;

@@ -18,18 +18,23 @@ class ScriptedServer;
 // One connection to a scripted server. Replies must fit the socket's buffer.
 class ScriptedPeer : public RXPacketTCP {
 public:
-    ScriptedPeer(ScriptedServer* server, int32_t fd) : RXPacketTCP(fd, IO_READ), m_server(server) {}
+    ScriptedPeer(ScriptedServer* server, int32_t fd);
 
     void Reply(const std::string& payload);
     // Bytes that need not be a frame.
     void SendRaw(const std::string& bytes);
+    // The same bytes again and again, as fast as they are taken.
+    void Flood(const std::string& bytes);
     void HangUp() { Close(); }
 
     void OnPacket(const uint8_t* data, int length) override;
     void OnDisconnect() override { Close(); }
+    void OnWritable() override;
 
 private:
     ScriptedServer* m_server;
+    std::string m_flood;
+    size_t m_flooded = 0;  // of the current round
 };
 
 // Listens on the update port of an address and calls the script for every request.

@@ -12,7 +12,7 @@
 
 #include "release/update_server.h"
 #include "tests/support/recorders.h"
-#include "tests/support/scratch_dir.h"
+#include "tests/support/scratch_disk.h"
 #include "update/update_client.h"
 
 using Tree = std::map<std::string, std::string>;  // contents by "component/path"
@@ -30,7 +30,7 @@ protected:
     void Publish(const std::string& version, const Tree& tree);
     std::string StorePath() const { return (scratch.Path() / "store").string(); }
 
-    ScratchDir scratch;
+    ScratchDisk scratch;
     std::unique_ptr<Store> store;
 };
 
