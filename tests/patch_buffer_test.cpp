@@ -6,23 +6,10 @@
 #include <optional>
 #include <sstream>
 
+#include "tests/support/patch_model.h"
 #include "tests/support/scratch_dir.h"
 
 namespace {
-
-std::string Number(uint32_t value) {
-    std::string bytes;
-    for (int shift = 24; shift >= 0; shift -= 8) bytes += static_cast<char>(value >> shift);
-    return bytes;
-}
-
-std::string Copy(uint32_t offset, uint32_t length) {
-    return "C" + Number(offset) + Number(length);
-}
-
-std::string Literal(const std::string& data) {
-    return "L" + Number(static_cast<uint32_t>(data.size())) + data;
-}
 
 // Runs a patch over the file "old": the new contents, unless it is refused.
 std::optional<std::string> RunPatch(const std::string& patch) {
