@@ -62,7 +62,7 @@ protected:
         Publish("1.0", game);
         server = std::make_unique<ServingProgram>(StorePath());
         ExpectHonestClientServed();  // the server has loaded what it needs for one
-        descriptors = SettledDescriptors();
+        descriptors = server->SettledDescriptors();
         memory = ResidentKilobytes(server->Pid());
     }
 
@@ -90,14 +90,7 @@ protected:
         }
     }
 
-    // How many the server has open when it is done with all that came before.
-    long SettledDescriptors() {
-        RawSocket().Finish();
-        server->AwaitLines("hung up early", 1);
-        return OpenDescriptors(server->Pid());
-    }
-
-    void ExpectReleased() { EXPECT_EQ(SettledDescriptors(), descriptors); }
+    void ExpectReleased() { EXPECT_EQ(server->SettledDescriptors(), descriptors); }
 
     const Tree game = [] {
         Tree tree = FirstGame();

@@ -2,6 +2,7 @@
 
 #include <arpa/inet.h>
 #include <fcntl.h>
+#include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -9,6 +10,7 @@
 #include <cstring>
 #include <set>
 
+#include "tests/support/memory_use.h"
 #include "tests/support/programs.h"
 
 namespace fs = std::filesystem;
@@ -93,4 +95,21 @@ void ServingProgram::AwaitLines(const std::string& text, int count) {
         if (strstr(line, text.c_str()) != nullptr) --count;
     }
     EXPECT_EQ(count, 0) << "lines with " << text << " are missing";
+}
+
+long ServingProgram::SettledDescriptors() {
+    const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(kUpdatePort);
+    address.sin_addr.s_addr = inet_addr("127.0.0.1");
+    EXPECT_EQ(connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+    constexpr char kGreetingFrame[] = "\0\5PVERA";  // a visit without a word is not logged
+    EXPECT_EQ(send(fd, kGreetingFrame, 7, MSG_NOSIGNAL), 7);
+    shutdown(fd, SHUT_WR);
+    char byte;
+    EXPECT_EQ(recv(fd, &byte, 1, 0), 0);
+    close(fd);
+    AwaitLines("hung up early", 1);
+    return OpenDescriptors(m_pid);
 }

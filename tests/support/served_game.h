@@ -50,6 +50,10 @@ public:
     // Waits until it has logged `count` lines with the text since the last call.
     void AwaitLines(const std::string& text, int count);
 
+    // How many descriptors it has open when it is done with all that came before. Passes over the
+    // log until then.
+    long SettledDescriptors();
+
 private:
     pid_t m_pid;
     FILE* m_log;
