@@ -23,7 +23,8 @@ GtkWidget* named(GtkWidget* window, const char* name, GtkWidget* widget);
 void name_for_readers(GtkWidget* widget, const char* name);
 
 // Parts that both windows have, stored and shown: a scrolled window with a vertical scroll bar
-// alone, a text view that wraps at words and that the Tab key leaves, a row of spread buttons, a button in such a row.
+// alone, a text view that wraps at words and that the Tab key leaves, a row of spread buttons, a
+// button in such a row.
 GtkWidget* new_scrolled_window(GtkWidget* window, const char* name);
 GtkWidget* new_text_view(GtkWidget* window, const char* name, GtkWidget* scrolledWindow);
 GtkWidget* new_button_box(GtkWidget* window, const char* name);
