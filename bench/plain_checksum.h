@@ -5,9 +5,13 @@
 #include <stdint.h>
 
 #ifdef __cplusplus
-extern "C"
+extern "C" {
 #endif
-    uint32_t
-    PlainChecksum(const uint8_t* data, uint32_t length, uint32_t initial);
+
+uint32_t PlainChecksum(const uint8_t* data, uint32_t length, uint32_t initial);
+
+#ifdef __cplusplus
+}
+#endif
 
 #endif

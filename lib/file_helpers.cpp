@@ -1,6 +1,7 @@
 #include "lib/file_helpers.h"
 
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 
@@ -13,9 +14,39 @@ constexpr size_t kFilePiece = 4096;
 constexpr size_t kRangePiece = 1024;
 constexpr int64_t kSmallestReported = 500000;
 
+// Pieces are read by the dozen: a call for each would take as long as a quarter of its checksum.
+constexpr size_t kPiecesPerRead = 16;
+
 // Keeps a real checksum apart from kNoChecksum.
 uint32_t RealChecksum(uint32_t value) {
     return value == kNoChecksum ? kNoChecksum - 1 : value;
+}
+
+// Returns the number of bytes read, fewer than `size` only at the end of the file.
+size_t ReadAt(FILE* file, int64_t offset, uint8_t* bytes, size_t size) {
+    size_t done = 0;
+    while (done < size) {
+        const ssize_t got =
+            pread(fileno(file), bytes + done, size - done, offset + static_cast<int64_t>(done));
+        if (got <= 0) break;
+        done += static_cast<size_t>(got);
+    }
+    return done;
+}
+
+uint32_t RangeChecksum(FILE* file, int64_t offset, int64_t length) {
+    uint32_t value = kRangeChecksumStart;
+    uint8_t piece[kRangePiece];
+    while (length > 0) {
+        const auto wanted = static_cast<size_t>(std::min<int64_t>(length, sizeof piece));
+        const size_t got = ReadAt(file, offset, piece, wanted);
+        if (got == 0) break;
+        value = Checksum(piece, static_cast<uint32_t>(got), value);
+        if (got < wanted) break;
+        offset += static_cast<int64_t>(got);
+        length -= static_cast<int64_t>(got);
+    }
+    return RealChecksum(value);
 }
 
 }  // namespace
@@ -26,48 +57,45 @@ int64_t FileSize(const std::string& path) {
 }
 
 uint32_t FileChecksum(const std::string& path, ProgressIndicator* progress) {
-    Stream file = OpenForReading(path);
-    if (!file) return kNoChecksum;
-    const int64_t size = StreamSize(file.get());
+    const Stream file = OpenForReading(path);
+    return file ? FileChecksum(file.get(), progress) : kNoChecksum;
+}
+
+uint32_t FileChecksum(FILE* file, ProgressIndicator* progress) {
+    const int64_t size = StreamSize(file);
     const bool report = progress != nullptr && size >= kSmallestReported;
 
     uint32_t value = kFileChecksumStart;
-    uint8_t piece[kFilePiece];
+    uint8_t pieces[kPiecesPerRead * kFilePiece];
     int64_t done = 0;
-    for (;;) {
-        const size_t got = fread(piece, 1, sizeof piece, file.get());
-        if (got == 0) break;
-        value = Checksum(piece, static_cast<uint32_t>(got), value);
-        if (got < sizeof piece) break;
-        done += static_cast<int64_t>(got);
-        if (report) progress->SetProgress(static_cast<int32_t>(done), static_cast<int32_t>(size));
+    for (size_t got = sizeof pieces; got == sizeof pieces;) {
+        got = ReadAt(file, done, pieces, sizeof pieces);
+        for (size_t at = 0; at < got; at += kFilePiece) {
+            const size_t piece = std::min(got - at, kFilePiece);
+            value = Checksum(pieces + at, static_cast<uint32_t>(piece), value);
+            if (piece < kFilePiece) break;
+            done += static_cast<int64_t>(piece);
+            if (!report) continue;
+            progress->SetProgress(static_cast<int32_t>(done), static_cast<int32_t>(size));
+        }
     }
-    file.reset();
     if (report) progress->SetProgress(static_cast<int32_t>(size), static_cast<int32_t>(size));
     return RealChecksum(value);
 }
 
 uint32_t FileRangeChecksum(const std::string& path, int64_t offset, int64_t length) {
     const Stream file = OpenForReading(path);
-    if (!file) return kNoChecksum;
-    fseeko(file.get(), offset, SEEK_SET);
-
-    uint32_t value = kRangeChecksumStart;
-    uint8_t piece[kRangePiece];
-    while (length > 0) {
-        const auto wanted = static_cast<size_t>(std::min<int64_t>(length, sizeof piece));
-        const size_t got = fread(piece, 1, wanted, file.get());
-        if (got == 0) break;
-        value = Checksum(piece, static_cast<uint32_t>(got), value);
-        if (got < wanted) break;
-        length -= static_cast<int64_t>(got);
-    }
-    return RealChecksum(value);
+    return file ? RangeChecksum(file.get(), offset, length) : kNoChecksum;
 }
 
 uint32_t FileTailChecksum(const std::string& path, int64_t size) {
+    const Stream file = OpenForReading(path);
+    return file ? FileTailChecksum(file.get(), size) : kNoChecksum;
+}
+
+uint32_t FileTailChecksum(FILE* file, int64_t size) {
     const int64_t start = std::max<int64_t>(size - kTailSize, 0);
-    return FileRangeChecksum(path, start, size - start);
+    return RangeChecksum(file, start, size - start);
 }
 
 void MakePath(const std::string& path) {

@@ -1,10 +1,12 @@
 // Sizes, checksums and directories of local files.
 //
-// A read error counts as the end of the file. Files are below 4 GiB.
+// A read error counts as the end of the file. Files are below 4 GiB. Of an open file the descriptor
+// is read, past the stream's buffer and position.
 #ifndef HALCYRIX_LIB_FILE_HELPERS_H
 #define HALCYRIX_LIB_FILE_HELPERS_H
 
 #include <cstdint>
+#include <cstdio>
 #include <string>
 
 #include "lib/progress_indicator.h"
@@ -18,6 +20,8 @@ int64_t FileSize(const std::string& path);
 // The checksum of the whole file, chained over pieces of 4096 bytes; kNoChecksum when it cannot be
 // opened. `progress` may be null; it is told of files of 500000 bytes and more.
 uint32_t FileChecksum(const std::string& path, ProgressIndicator* progress);
+// The same of an open file.
+uint32_t FileChecksum(FILE* file, ProgressIndicator* progress);
 
 // The checksum of `length` bytes from `offset`, chained over pieces of 1024 bytes; kNoChecksum when
 // the file cannot be opened.
@@ -26,6 +30,7 @@ uint32_t FileRangeChecksum(const std::string& path, int64_t offset, int64_t leng
 // The range checksum of the last kTailSize of the file's first `size` bytes, or of them all when
 // they are fewer.
 uint32_t FileTailChecksum(const std::string& path, int64_t size);
+uint32_t FileTailChecksum(FILE* file, int64_t size);
 
 // Creates every directory named before the last slash. Errors show when the file is opened.
 void MakePath(const std::string& path);

@@ -45,8 +45,6 @@ bool CloseWritten(Stream stream) {
 }
 
 int64_t StreamSize(FILE* stream) {
-    fseeko(stream, 0, SEEK_END);
-    const int64_t size = ftello(stream);
-    fseeko(stream, 0, SEEK_SET);
-    return size;
+    struct stat status;
+    return fstat(fileno(stream), &status) == 0 ? status.st_size : 0;
 }

@@ -24,7 +24,7 @@ Stream OpenForAppending(const std::string& path);
 // Closes the stream; false when anything written to it, now or before, did not reach the system.
 [[nodiscard]] bool CloseWritten(Stream stream);
 
-// The size of the stream's file, which leaves the stream at its start.
+// The size of the stream's file, without what the stream has yet to write.
 int64_t StreamSize(FILE* stream);
 
 #endif
