@@ -18,9 +18,9 @@ SpanBuffer WholeStream(FILE* file, uint64_t size) {
 bool PatchBuffer::AppendStretch(SpanBuffer* output, const SpanBuffer& source, uint64_t offset,
                                 uint64_t length) {
     if (!source.Contains(offset, length)) return false;
-    const SpanBuffer stretch = source.SubSpan(offset, length);
-    spansPlaced += stretch.spans.size();
-    return spansPlaced <= kMaxPatchSpans && output->Append(stretch) <= kMaxPatchedSize;
+    if (output->Size() + length > kMaxPatchedSize) return false;
+    spansPlaced += source.AppendTo(output, offset, length);
+    return spansPlaced <= kMaxPatchSpans;
 }
 
 bool PatchBuffer::Load(const std::string& patch_path, const std::string& target_path) {

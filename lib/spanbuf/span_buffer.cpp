@@ -4,11 +4,8 @@
 #include <cassert>
 #include <iterator>
 
+#include "lib/spanbuf/span_writer.h"
 #include "lib/stream.h"
-
-namespace {
-constexpr uint64_t kPiece = 4096;
-}
 
 uint64_t SpanBuffer::Size() const {
     if (spans.empty()) return 0;
@@ -33,54 +30,46 @@ bool SpanBuffer::Contains(uint64_t offset, uint64_t length) const {
 
 SpanBuffer SpanBuffer::SubSpan(uint64_t offset, uint64_t length) const {
     SpanBuffer result;
+    AppendTo(&result, offset, length);
+    return result;
+}
+
+size_t SpanBuffer::AppendTo(SpanBuffer* target, uint64_t offset, uint64_t length) const {
     assert(!spans.empty());
-    if (length == 0 || !Contains(offset, length)) return result;
-    uint64_t end = 0;
-    while (length > 0) {
-        auto si = spans.upper_bound(offset);
-        si = si == spans.begin() ? spans.end() : std::prev(si);
+    if (length == 0 || !Contains(offset, length)) return 0;
+    auto si = spans.upper_bound(offset);
+    si = si == spans.begin() ? spans.end() : std::prev(si);
+    size_t placed = 0;
+    for (uint64_t end = target->Size(); length > 0; ++si, ++placed) {
         assert(si != spans.end());
         assert(offset >= (*si).first);
         const uint64_t skipped = offset - si->first;
         const Span& whole = si->second;
         const uint64_t piece = std::min(length, whole.length - skipped);
-        result.spans.emplace_hint(result.spans.end(), end,
-                                  Span{whole.file, whole.offset + skipped, piece});
+        target->spans.emplace_hint(target->spans.end(), end,
+                                   Span{whole.file, whole.offset + skipped, piece});
         end += piece;
         offset += piece;
         length -= piece;
     }
-    return result;
+    return placed;
 }
 
 uint64_t SpanBuffer::WriteSpan(const Span& span, FILE* out, ProgressIndicator* progress,
                                uint64_t done, uint64_t total) {
-    fseeko(span.file, static_cast<off_t>(span.offset), SEEK_SET);
-    uint64_t written = 0;
-    uint8_t piece[kPiece];
-    while (written < span.length) {
-        const auto wanted = static_cast<size_t>(std::min(span.length - written, kPiece));
-        const size_t got = fread(piece, 1, wanted, span.file);
-        if (got == 0) return 0;  // the stream ends before the span does
-        if (fwrite(piece, 1, got, out) < got) return 0;
-        written += got;
-        if (progress != nullptr) {
-            progress->SetProgress(static_cast<int32_t>(done + written),
-                                  static_cast<int32_t>(total));
-        }
-    }
-    return written;
+    SpanWriter writer(out);
+    const uint64_t written = writer.Write(span, progress, done, total);
+    return writer.Finish() ? written : 0;
 }
 
 bool SpanBuffer::Write(FILE* out, ProgressIndicator* progress) const {
     const uint64_t total = Size();
-    uint64_t done = 0;
-    for (const auto& [start, span] : spans) {
-        const uint64_t written = WriteSpan(span, out, progress, done, total);
-        if (written == 0) return false;
-        done += written;
-    }
-    return fflush(out) == 0;  // a full device may show only here
+    SpanWriter writer(out);
+    const bool written = std::all_of(spans.begin(), spans.end(), [&](const auto& entry) {
+        const auto& [start, span] = entry;
+        return writer.Write(span, progress, start, total) != 0;
+    });
+    return writer.Finish() && written;
 }
 
 bool SpanBuffer::WriteFile(const std::string& path, ProgressIndicator* progress) const {

@@ -35,6 +35,8 @@ public:
     // The `length` bytes from `offset` as spans into the same streams. A range that the buffer does
     // not contain gives an empty buffer. The buffer must have a span.
     SpanBuffer SubSpan(uint64_t offset, uint64_t length) const;
+    // Appends the same to another buffer; returns the number of spans placed.
+    size_t AppendTo(SpanBuffer* target, uint64_t offset, uint64_t length) const;
 
     // Writes all bytes to `out`, in pieces of at most 4096, telling `progress` (may be null) of
     // each, and flushes it. False at the first span that fails, an empty one included.
