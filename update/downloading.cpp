@@ -66,6 +66,7 @@ int UpdateClient::StepDownloadHeader() {
         gamelog->Printf("can't open %s!  aborting!", path.c_str());
         return Fail();
     }
+    setvbuf(m_file.get(), m_fileBuffer.data(), _IOFBF, m_fileBuffer.size());
     m_state = STATE_DOWN_DATA;
     return 0;
 }
