@@ -1,10 +1,15 @@
 #include "release/download_stream.h"
 
+#include <sys/uio.h>
 #include <unistd.h>
 
 #include <algorithm>
 
 #include "update/messages.h"
+
+namespace {
+constexpr int kPiecesAtOnce = 16;
+}
 
 bool DownloadStream::Add(Download download) {
     if (!m_indexes.insert(download.index).second) return false;
@@ -17,7 +22,7 @@ DownloadStream::Result DownloadStream::Fill(OutputBuffer* output) {
         if (m_current == m_downloads.size()) {
             output->AddPacket(Encode(DownloadHeader{kEndOfDownloads, 0, 0, 0}));
             m_ended = true;
-        } else if (!(m_file ? SendPiece(output) : Begin(output))) {
+        } else if (!(m_file ? SendPieces(output) : Begin(output))) {
             return UNREADABLE;
         }
     }
@@ -35,13 +40,23 @@ bool DownloadStream::Begin(OutputBuffer* output) {
     return true;
 }
 
-// A piece shorter than a full packet, maybe empty, ends the file.
-bool DownloadStream::SendPiece(OutputBuffer* output) {
-    const auto length = static_cast<int>(std::min<uint32_t>(m_remaining, kDataPacketSize));
-    uint8_t* piece = output->AddPacketInPlace(length);
-    if (read(fileno(m_file.get()), piece, static_cast<size_t>(length)) != length) return false;
-    m_remaining -= static_cast<uint32_t>(length);
-    if (length < kDataPacketSize) {
+// Reads as many packets as the buffer has room for in one call: the frame headers between them are
+// stepped over. A packet that is not full, maybe empty, ends the file.
+bool DownloadStream::SendPieces(OutputBuffer* output) {
+    iovec pieces[kPiecesAtOnce];
+    int count = 0;
+    ssize_t wanted = 0;
+    bool last = false;
+    output->KeepInPlace();
+    while (!last && count < kPiecesAtOnce && output->HasRoom()) {
+        const auto length = static_cast<int>(std::min<uint32_t>(m_remaining, kDataPacketSize));
+        pieces[count++] = {output->AddPacketInPlace(length), static_cast<size_t>(length)};
+        m_remaining -= static_cast<uint32_t>(length);
+        wanted += length;
+        last = length < kDataPacketSize;
+    }
+    if (readv(fileno(m_file.get()), pieces, count) != wanted) return false;
+    if (last) {
         m_file.reset();
         ++m_current;
     }

@@ -41,7 +41,7 @@ public:
 
 private:
     bool Begin(OutputBuffer* output);
-    bool SendPiece(OutputBuffer* output);
+    bool SendPieces(OutputBuffer* output);
 
     std::vector<Download> m_downloads;
     std::unordered_set<uint32_t> m_indexes;

@@ -2,6 +2,7 @@
 
 #include <sys/socket.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 
@@ -19,6 +20,10 @@ uint8_t* OutputBuffer::AddPacketInPlace(int length) {
     PutFrameHeader(frame, length);
     m_end = end;
     return frame + kFrameHeaderSize;
+}
+
+void OutputBuffer::KeepInPlace() {
+    m_bytes.resize(std::max(m_bytes.size(), m_sent + kEnough + kMaxFrame));
 }
 
 int OutputBuffer::SendTo(int fd) {

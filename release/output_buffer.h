@@ -19,8 +19,11 @@ public:
     void AddPacket(std::string_view payload);
 
     // In place of a payload that is known beforehand: room for one of `length` bytes, to be filled
-    // before the next call of any kind.
+    // before the next call of any kind, or after KeepInPlace() before something is sent.
     uint8_t* AddPacketInPlace(int length);
+
+    // What is added from now on while HasRoom() stays where it is until something is sent.
+    void KeepInPlace();
 
     // Hands as much as the socket takes to it, in one call. Returns the number of bytes, 0 when it
     // takes none now, -1 when the connection is broken.
