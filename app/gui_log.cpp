@@ -51,7 +51,7 @@ void _Log::SetProgress(int32_t done, int32_t total) {
     if (now - m_lastProgress <= kProgressPause && done < total) return;
     if (progress1 != nullptr) show_progress(GTK_PROGRESS_BAR(progress1), done, total);
     m_lastProgress = now;
-    while (may_process_events()) gtk_main_iteration_do(FALSE);
+    process_window_events();
 }
 
 void _Log::Finished(int32_t result) {
@@ -76,4 +76,8 @@ void _Log::SetStatus(const char* text) {
         gtk_statusbar_push(bar, kStatusContext, ValidUtf8(text).c_str());
     }
     while (may_process_events()) gtk_main_iteration();
+}
+
+void process_window_events() {
+    while (may_process_events()) gtk_main_iteration_do(FALSE);
 }

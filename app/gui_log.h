@@ -27,4 +27,8 @@ private:
     uint64_t m_lastProgress = 0;  // milliseconds on the scale of EventLoop::Now()
 };
 
+// Lets GTK process its events, up to the first sign of network input or of the player's wish to
+// quit.
+void process_window_events();
+
 #endif

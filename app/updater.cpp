@@ -14,6 +14,7 @@ namespace {
 
 constexpr mode_t kDirectoryMode = 0755;
 constexpr guint32 kDispatchPeriod = 100;  // milliseconds
+constexpr uint64_t kWindowPeriod = 50;    // milliseconds
 
 bool in_dispatch = false;
 int input_tag = -1;  // of the GTK input watch; -1 for none
@@ -23,6 +24,18 @@ void dispatch_pass() {
     if (!quit_requested()) event_loop.Dispatch(0);
     sync_input_watch();
 }
+
+// Keeps the window alive in a long pass: a session that checks many small files reports no
+// progress.
+class WindowTimer : public Timer_Event {
+public:
+    using Timer_Event::Timer_Event;
+
+    void OnTimer(uint64_t) override {
+        process_window_events();
+        Schedule(kWindowPeriod);
+    }
+};
 
 void enter_game_home() {
     const std::string home = GameHome();
@@ -40,6 +53,7 @@ void enter_game_home() {
 }  // namespace
 
 EventLoop event_loop;
+static WindowTimer window_timer(&event_loop);
 UpdateClient* update_client = nullptr;
 _Log* gui_log = nullptr;
 bool self_update_pending = false;
@@ -58,6 +72,7 @@ void start_updater(int selfUpdate) {
     if (quit_requested() || !start_session(selfUpdate)) return;
     sync_input_watch();
     gtk_timeout_add(kDispatchPeriod, gtktimerhandler, nullptr);
+    window_timer.Schedule(kWindowPeriod);
     if (progress1 == nullptr) return;
     gtk_progress_set_format_string(GTK_PROGRESS(progress1), "");
     gtk_progress_configure(GTK_PROGRESS(progress1), 0.0, 0.0, 1.0);

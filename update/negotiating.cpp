@@ -8,6 +8,14 @@
 #include "update/messages.h"
 #include "update/update_client.h"
 
+namespace {
+
+// Files are checked for so long before the dispatcher gets its turn: the window's events are
+// waiting there.
+constexpr uint64_t kLongestStep = 20;  // milliseconds
+
+}  // namespace
+
 void UpdateClient::RequestFull(const FileRecord& record, SessionState returnState) {
     m_pendingRequest = EncodeNamed(kTagFull, record.name);
     SendRequest(record, returnState, STATE_FULL_REPLY);
@@ -28,7 +36,9 @@ void UpdateClient::SendRequest(const FileRecord& record, SessionState returnStat
 
 // Without patches: every file that is not right is fetched whole, or from where it was cut off.
 int UpdateClient::StepVerify() {
+    const uint64_t began = EventLoop::Now();
     while (!m_checkList.empty()) {
+        if (EventLoop::Now() - began > kLongestStep) return 0;
         FileRecord& record = m_checkList.front();
         uint32_t size = 0;
         uint32_t tailChecksum = 0;
@@ -56,7 +66,9 @@ int UpdateClient::StepVerify() {
 
 // With patches: of every file that is not right the checksum in the installed version decides.
 int UpdateClient::StepNegotiate() {
+    const uint64_t began = EventLoop::Now();
     while (!m_checkList.empty()) {
+        if (EventLoop::Now() - began > kLongestStep) return 0;
         const FileRecord& record = m_checkList.front();
         uint32_t size = 0;
         uint32_t tailChecksum = 0;
