@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "lib/stream.h"
+#include "tests/support/recorders.h"
 #include "tests/support/scratch_dir.h"
 
 namespace {
@@ -21,6 +22,44 @@ TEST(SpanBuffer, GrowsByItselfAndRefusesStretchesThatItDoesNotHold) {
         {500, 0}, {0, 301}, {299, 2}, {1, UINT64_MAX}, {UINT64_MAX, 2}};
     for (const auto& [offset, length] : ranges) {
         EXPECT_TRUE(buffer.SubSpan(offset, length).spans.empty()) << offset << ", " << length;
+    }
+}
+
+// Into a stream for appending the system copies nothing by itself.
+TEST(SpanBuffer, WritesLongAndShortSpansAlikeAndLeavesTheStreamBehindThem) {
+    ScratchDir scratch;
+    const std::string contents[] = {SeededBytes(300000, 1), SeededBytes(50000, 2)};
+    WriteFile("first", contents[0]);
+    WriteFile("second", contents[1]);
+    const Stream files[] = {OpenForReading("first"), OpenForReading("second")};
+    const struct {
+        int file;
+        uint64_t offset, length;
+    } stretches[] = {{0, 1, 200001}, {1, 10, 20},       {1, 40, 5000}, {0, 100, 30},
+                     {0, 90, 9000},  {0, 65536, 65536}, {1, 0, 50000}, {1, 49999, 1}};
+    SpanBuffer buffer;
+    std::string expected;
+    std::vector<std::pair<int32_t, int32_t>> pieces;
+    for (const auto& [file, offset, length] : stretches) {
+        buffer.spans.emplace(buffer.Size(), Span{files[file].get(), offset, length});
+        for (uint64_t end = 0; end < length;) {
+            end = std::min<uint64_t>(end + 4096, length);
+            pieces.emplace_back(expected.size() + end, 0);
+        }
+        expected += contents[file].substr(offset, length);
+    }
+    for (auto& [done, total] : pieces) total = static_cast<int32_t>(expected.size());
+
+    for (const bool appending : {false, true}) {
+        std::filesystem::remove("out");
+        Stream out = appending ? OpenForAppending("out") : OpenForWriting("out");
+        RecordingProgress progress;
+        fputs("begin", out.get());
+        EXPECT_TRUE(buffer.Write(out.get(), &progress));
+        fputs("end", out.get());
+        EXPECT_TRUE(CloseWritten(std::move(out)));
+        EXPECT_TRUE(ReadFile("out") == "begin" + expected + "end") << appending;
+        EXPECT_EQ(progress.progress, pieces);
     }
 }
 
