@@ -53,7 +53,9 @@ void enter_game_home() {
 }  // namespace
 
 EventLoop event_loop;
-static WindowTimer window_timer(&event_loop);
+namespace {
+WindowTimer window_timer(&event_loop);
+}
 UpdateClient* update_client = nullptr;
 _Log* gui_log = nullptr;
 bool self_update_pending = false;
