@@ -13,6 +13,10 @@ target_compile_options(
   halcyrix_options INTERFACE -UNDEBUG
                              -Wall -Wextra -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual
                              $<$<BOOL:${HALCYRIX_WERROR}>:-Werror>)
+# GCC 12 warns of its own string concatenation when it optimises most (its bug 105651).
+if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13)
+  target_compile_options(halcyrix_options INTERFACE -Wno-restrict)
+endif()
 
 # halcyrix_library(NAME SOURCES file... LINKS target...): one core folder.
 function(halcyrix_library name)

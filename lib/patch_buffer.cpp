@@ -6,6 +6,10 @@
 
 namespace {
 
+// Stretches of the two files are read in turns, some of them far from one another: after a jump the
+// whole buffer is read.
+constexpr size_t kReadBuffer = 16 * 1024;
+
 // The whole of a stream, as one span.
 SpanBuffer WholeStream(FILE* file, uint64_t size) {
     SpanBuffer buffer;
@@ -32,6 +36,8 @@ bool PatchBuffer::Load(const std::string& patch_path, const std::string& target_
         return false;
     }
 
+    SetBuffer(&patchFile, kReadBuffer);
+    SetBuffer(&targetFile, kReadBuffer);
     PatchReader reader(patchFile.get());
     const SpanBuffer patchImage = WholeStream(patchFile.get(), reader.Size());
     const auto targetSize = static_cast<uint64_t>(StreamSize(targetFile.get()));

@@ -1,26 +1,18 @@
 #include "lib/patch_reader.h"
 
-#include <unistd.h>
-
 #include "lib/patch_format.h"
 #include "lib/stream.h"
 
-namespace {
-constexpr size_t kBuffer = 16 * 1024;
+PatchReader::PatchReader(FILE* patch)
+    : m_patch(patch), m_size(static_cast<uint64_t>(StreamSize(patch))) {
+    MoveTo(patch, 0);
 }
 
-PatchReader::PatchReader(FILE* patch)
-    : m_patch(patch), m_size(static_cast<uint64_t>(StreamSize(patch))), m_buffer(kBuffer) {}
-
 bool PatchReader::ReadByte(uint8_t* byte) {
-    if (m_position - m_buffered >= m_filled) {
-        const ssize_t got = pread(fileno(m_patch), m_buffer.data(), m_buffer.size(),
-                                  static_cast<off_t>(m_position));
-        m_filled = got > 0 ? static_cast<size_t>(got) : 0;
-        m_buffered = m_position;
-        if (m_filled == 0) return false;
-    }
-    *byte = m_buffer[m_position++ - m_buffered];
+    const int next = getc(m_patch);
+    if (next == EOF) return false;
+    *byte = static_cast<uint8_t>(next);
+    ++m_position;
     return true;
 }
 
@@ -53,6 +45,7 @@ PatchCommand PatchReader::Next() {
             command.kind = PatchCommand::LITERAL;
             command.dataPosition = m_position;
             m_position += command.length;
+            MoveTo(m_patch, m_position);
             break;
         case kPatchEndOfPass:
             command.kind = PatchCommand::END_OF_PASS;

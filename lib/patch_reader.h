@@ -2,10 +2,8 @@
 #ifndef HALCYRIX_LIB_PATCH_READER_H
 #define HALCYRIX_LIB_PATCH_READER_H
 
-#include <cstddef>
 #include <cstdint>
 #include <cstdio>
-#include <vector>
 
 struct PatchCommand {
     enum Kind { COPY, LITERAL, END_OF_PASS, END_OF_FILE, UNKNOWN, TRUNCATED };
@@ -19,7 +17,7 @@ struct PatchCommand {
 
 // Reads the commands of an open patch file from its start; the data of a literal are stepped over.
 // A command whose operands or data are cut off by the end of the file is TRUNCATED. The stream is
-// not owned; its descriptor is read, past the stream's buffer and position.
+// not owned, and nobody else may move it meanwhile.
 class PatchReader {
 public:
     explicit PatchReader(FILE* patch);
@@ -36,9 +34,6 @@ private:
     FILE* m_patch;
     uint64_t m_size;
     uint64_t m_position = 0;
-    std::vector<uint8_t> m_buffer;  // bytes of the file from m_buffered on
-    uint64_t m_buffered = 0;
-    size_t m_filled = 0;
 };
 
 #endif

@@ -9,6 +9,7 @@
 
 struct StreamCloser {
     void operator()(FILE* stream) const { fclose(stream); }
+    std::unique_ptr<char[]> buffer;  // null for the system's own
 };
 using Stream = std::unique_ptr<FILE, StreamCloser>;
 
@@ -20,6 +21,12 @@ Stream OpenForReading(const std::string& path);
 // nor OpenForAppending() waits at a FIFO.
 Stream OpenForWriting(const std::string& path);
 Stream OpenForAppending(const std::string& path);
+
+// Gives the stream a buffer of `size` bytes. Only before anything else is done with it.
+void SetBuffer(Stream* stream, size_t size);
+
+// Goes to an offset from the start of a file that is open for reading.
+void MoveTo(FILE* stream, uint64_t offset);
 
 // Closes the stream; false when anything written to it, now or before, did not reach the system.
 [[nodiscard]] bool CloseWritten(Stream stream);

@@ -7,6 +7,9 @@
 #include "update/messages.h"
 #include "update/update_client.h"
 
+// Packets are written together: a call for each takes too long.
+constexpr size_t kFileBuffer = 64 * 1024;
+
 void UpdateClient::ShowProgress() {
     m_progress->SetProgress(static_cast<int32_t>(m_bytesDone), static_cast<int32_t>(m_bytesTotal));
 }
@@ -66,7 +69,7 @@ int UpdateClient::StepDownloadHeader() {
         gamelog->Printf("can't open %s!  aborting!", path.c_str());
         return Fail();
     }
-    setvbuf(m_file.get(), m_fileBuffer.data(), _IOFBF, m_fileBuffer.size());
+    SetBuffer(&m_file, kFileBuffer);
     m_state = STATE_DOWN_DATA;
     return 0;
 }

@@ -2,7 +2,6 @@
 #ifndef HALCYRIX_UPDATE_UPDATE_CLIENT_H
 #define HALCYRIX_UPDATE_UPDATE_CLIENT_H
 
-#include <array>
 #include <cstdint>
 #include <list>
 #include <map>
@@ -123,7 +122,6 @@ private:
     const uint8_t* m_packet = nullptr;
     int m_packetLength = 0;
     ProgressIndicator* m_progress;
-    std::array<char, 64 * 1024> m_fileBuffer;  // of m_file: a call for each packet takes too long
     Stream m_file;
     uint32_t m_bytesTotal = 0;
     uint32_t m_bytesDone = 0;

@@ -4,8 +4,14 @@
 #include <cassert>
 #include <iterator>
 
-#include "lib/spanbuf/span_writer.h"
 #include "lib/stream.h"
+
+namespace {
+
+constexpr uint64_t kPiece = 4096;
+constexpr size_t kWriteBuffer = 64 * 1024;
+
+}  // namespace
 
 uint64_t SpanBuffer::Size() const {
     if (spans.empty()) return 0;
@@ -57,24 +63,33 @@ size_t SpanBuffer::AppendTo(SpanBuffer* target, uint64_t offset, uint64_t length
 
 uint64_t SpanBuffer::WriteSpan(const Span& span, FILE* out, ProgressIndicator* progress,
                                uint64_t done, uint64_t total) {
-    SpanWriter writer(out);
-    const uint64_t written = writer.Write(span, progress, done, total);
-    return writer.Finish() ? written : 0;
+    MoveTo(span.file, span.offset);
+    uint64_t written = 0;
+    while (written < span.length) {
+        uint8_t piece[kPiece];
+        const uint64_t wanted = std::min(span.length - written, kPiece);
+        const size_t got = fread(piece, 1, wanted, span.file);
+        const size_t put = fwrite(piece, 1, got, out);
+        if (got == 0 || put < got) return 0;  // the stream ends before the span, or the room does
+        written += put;
+        if (progress == nullptr) continue;
+        progress->SetProgress(static_cast<int32_t>(done + written), static_cast<int32_t>(total));
+    }
+    return written;
 }
 
 bool SpanBuffer::Write(FILE* out, ProgressIndicator* progress) const {
     const uint64_t total = Size();
-    SpanWriter writer(out);
-    const bool written = std::all_of(spans.begin(), spans.end(), [&](const auto& entry) {
+    return std::all_of(spans.begin(), spans.end(), [&](const auto& entry) {
         const auto& [start, span] = entry;
-        return writer.Write(span, progress, start, total) != 0;
+        return WriteSpan(span, out, progress, start, total) != 0;
     });
-    return writer.Finish() && written;
 }
 
 bool SpanBuffer::WriteFile(const std::string& path, ProgressIndicator* progress) const {
     Stream out = OpenForWriting(path);
     if (!out) return false;
+    SetBuffer(&out, kWriteBuffer);
     const bool written = Write(out.get(), progress);
     return CloseWritten(std::move(out)) && written;
 }

@@ -39,7 +39,7 @@ public:
     size_t AppendTo(SpanBuffer* target, uint64_t offset, uint64_t length) const;
 
     // Writes all bytes to `out`, in pieces of at most 4096, telling `progress` (may be null) of
-    // each, and flushes it. False at the first span that fails, an empty one included.
+    // each. False at the first span that fails, an empty one included.
     [[nodiscard]] bool Write(FILE* out, ProgressIndicator* progress) const;
 
     // Writes one span; `done` bytes of `total` have been written before it. Returns the number of
