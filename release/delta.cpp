@@ -13,15 +13,16 @@
 
 namespace {
 
-DeltaResult WritePatch(const MappedFile& from, const MappedFile& to, const std::string& patch,
+DeltaResult WritePatch(const MappedFile& from, MappedFile* to, const std::string& patch,
                        uint64_t size_limit, std::string* reason) {
     PatchWriter writer;
     if (!writer.Open(patch, reason)) return DeltaResult::FAILED;
     MatchFinder finder;
     if (!finder.Index(from.Data(), from.Size(), reason)) return DeltaResult::FAILED;
 
-    DeltaPlan plan(&finder, from.Data(), to.Data(), to.Size(), &writer);
+    DeltaPlan plan(&finder, from.Data(), to->Data(), to->Size(), &writer);
     while (plan.Step()) {
+        to->Release(plan.Position());
         if (writer.Size() > size_limit) break;
         if (writer.Commands() > kMaxPatchSpans) {
             *reason = "the files differ in more places than the updater takes";
@@ -50,7 +51,7 @@ DeltaResult MakePatch(const std::string& old_path, const std::string& new_path,
             (from.Size() > MatchFinder::kMaxSize ? old_path : new_path) + ": too large for a patch";
         return DeltaResult::NONE;
     }
-    const DeltaResult result = WritePatch(from, to, patch, size_limit, reason);
+    const DeltaResult result = WritePatch(from, &to, patch, size_limit, reason);
     if (result != DeltaResult::MADE) unlink(patch.c_str());
     return result;
 }

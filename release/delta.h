@@ -17,8 +17,8 @@ constexpr uint64_t kNoSizeLimit = UINT64_MAX;
 // it would be larger than `size_limit`. Without MADE, `reason` says why, and whatever was written
 // to `patch` is deleted.
 //
-// In memory are four bytes for each byte of the old file, half a byte more when there are long
-// stretches of new data, and the two files, mapped. Neither may change meanwhile.
+// Takes four bytes of memory for each byte of the old file at most, the file itself included, which
+// is mapped, and little else. Neither file may change meanwhile.
 [[nodiscard]] DeltaResult MakePatch(const std::string& old_path, const std::string& new_path,
                                     const std::string& patch, uint64_t size_limit,
                                     std::string* reason);

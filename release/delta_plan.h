@@ -23,6 +23,9 @@ public:
     // Plans and writes some commands. False when the contents are covered.
     bool Step();
 
+    // Where it stands in the new contents.
+    size_t Position() const { return m_position; }
+
 private:
     Match MatchAt(size_t position);
     bool LookAhead(Match* match);

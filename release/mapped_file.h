@@ -18,12 +18,16 @@ public:
     // Maps a regular file. Call once on a new object.
     [[nodiscard]] bool Open(const std::string& path, std::string* error);
 
+    // Gives the memory of the bytes before `end` back, until they are looked at again.
+    void Release(size_t end);
+
     const uint8_t* Data() const { return m_data; }  // null for an empty file
     size_t Size() const { return m_size; }
 
 private:
     const uint8_t* m_data = nullptr;
     size_t m_size = 0;
+    size_t m_released = 0;
 };
 
 #endif

@@ -5,6 +5,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <cstdlib>
 #include <memory>
 #include <string>
 #include <vector>
@@ -14,8 +15,9 @@ struct Match {
     uint32_t length = 0;
 };
 
-// An index of the old contents: a suffix array, of four bytes for each of theirs. The contents are
-// not owned and must outlive the finder.
+// An index of the old contents: sorted suffixes, of every other byte, which take two bytes for each
+// byte of the contents. They are sorted block by block, since sorting takes twice as much. The
+// contents are not owned and must outlive the finder.
 class MatchFinder {
 public:
     // The suffix array has signed 32-bit entries.
@@ -25,9 +27,9 @@ public:
     // most kMaxSize bytes.
     [[nodiscard]] bool Index(const uint8_t* old, size_t size, std::string* error);
 
-    // The longest stretch of the old contents that `text` begins with; matches of one byte are not
-    // told. Costs the logarithm of the old size, and as many comparisons of the match's length at
-    // the most.
+    // The longest stretch that `text` begins with of those that begin at an even offset. One that
+    // begins at an odd offset is found from its second byte. Costs the logarithm of the old size,
+    // and as many comparisons of the match's length at the most.
     Match Longest(const uint8_t* text, size_t length) const;
 
     // Whether a stretch of the old contents may match from `text`, of at least kWindow bytes, or
@@ -39,10 +41,21 @@ public:
     bool MayMatch(const uint8_t* text);
 
 private:
-    struct Range {
-        uint32_t begin = 0;
-        uint32_t end = 0;
+    struct Free {
+        void operator()(void* memory) const { free(memory); }
     };
+
+    // A part of the old contents that is sorted by itself.
+    struct Block {
+        size_t begin = 0;
+        size_t end = 0;
+        std::unique_ptr<int32_t[], Free> suffixes;  // from the block's begin
+        size_t count = 0;                           // of the suffixes
+        std::vector<uint64_t> keys;                 // of suffixes at regular distances
+    };
+
+    bool Sort(Block* block);
+    void Search(const Block& block, const uint8_t* text, size_t length, Match* longest) const;
 
     struct FilterBits {
         size_t word;
@@ -54,8 +67,7 @@ private:
 
     const uint8_t* m_old = nullptr;
     size_t m_size = 0;
-    std::unique_ptr<int32_t[]> m_suffixes;
-    std::vector<Range> m_ranges;     // of the suffixes, by their first two bytes
+    std::vector<Block> m_blocks;
     std::vector<uint64_t> m_filter;  // has the windows at multiples of the stride
 };
 

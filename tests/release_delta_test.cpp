@@ -34,6 +34,7 @@ TEST(Delta, MakesAPatchOfTheExpectedSizeForEveryChange) {
     const std::string noise = SeededBytes(100000, 1);
     const std::string other = SeededBytes(100000, 2);
     const std::string zeros(50000, '\0');
+    const std::string large = SeededBytes(1500001, 8);  // indexed in two parts
     std::string repeated;
     for (int i = 0; i < 1000; ++i) repeated += noise.substr(0, 100);
     const std::tuple<const char*, std::string, std::string, size_t> cases[] = {
@@ -52,6 +53,8 @@ TEST(Delta, MakesAPatchOfTheExpectedSizeForEveryChange) {
          other.substr(0, 12) + noise.substr(100), 5 + 12 + 9 + 1},
         {"a copy that is best begun late", noise + "12345" + noise.substr(5000, 40),
          other.substr(0, 20) + "12345" + noise.substr(5000, 1000), 5 + 25 + 9 + 1},
+        {"moved across the parts of the index", large,
+         other + large.substr(1200001) + large.substr(1, 1200000), 5 + other.size() + 9 + 9 + 1},
         {"zeros grown", zeros, zeros + zeros, 19},
         {"zeros with a change here and there", zeros, Edited(zeros, 1000, 4), 50 * 15 + 10},
         {"a repeated pattern with changes", repeated, Edited(repeated, 1000, 5),
