@@ -1,5 +1,6 @@
 #include "lib/file_helpers.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -16,6 +17,8 @@ constexpr int64_t kSmallestReported = 500000;
 
 // Pieces are read by the dozen: a call for each would take as long as a quarter of its checksum.
 constexpr size_t kPiecesPerRead = 16;
+
+constexpr off_t kReadAhead = 1 << 20;
 
 // Keeps a real checksum apart from kNoChecksum.
 uint32_t RealChecksum(uint32_t value) {
@@ -96,6 +99,11 @@ uint32_t FileTailChecksum(const std::string& path, int64_t size) {
 uint32_t FileTailChecksum(FILE* file, int64_t size) {
     const int64_t start = std::max<int64_t>(size - kTailSize, 0);
     return RangeChecksum(file, start, size - start);
+}
+
+void ReadAhead(const std::string& path) {
+    const Stream file = OpenForReading(path);
+    if (file) posix_fadvise(fileno(file.get()), 0, kReadAhead, POSIX_FADV_WILLNEED);
 }
 
 void MakePath(const std::string& path) {

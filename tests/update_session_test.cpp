@@ -147,6 +147,41 @@ TEST_F(UpdateSession, AsksForNothingWhenNothingIsMissing) {
     }
 }
 
+// Fires at every turn that the dispatcher gets.
+class TurnCounter : public Timer_Event {
+public:
+    using Timer_Event::Timer_Event;
+    void OnTimer(uint64_t) override {
+        ++turns;
+        Schedule(0);
+    }
+    int turns = 0;
+};
+
+TEST_F(UpdateSession, GivesTheDispatcherItsTurnBetweenFilesThatTakeLong) {
+    HonestScript script;
+    for (const char* name : {"common/1", "common/2", "common/3"}) {
+        script.files[name] = SeededBytes(500000, 1);
+    }
+    Install("1.1", script.files);
+    Updater updater;
+    TurnCounter counter(&updater.loop);
+    std::vector<int> turnsAfterFiles;
+    updater.progress.onProgress = [&](int32_t done, int32_t total) {
+        if (done < total) return;
+        turnsAfterFiles.push_back(counter.turns);
+        if (turnsAfterFiles.size() == 1) counter.Schedule(0);
+        const uint64_t began = EventLoop::Now();
+        while (EventLoop::Now() < began + 30) continue;  // a slow disk, say
+    };
+    ScriptedServer server(&updater.loop, "127.0.0.1", script);
+    EXPECT_EQ(updater.StartGame(), 1);
+    updater.loop.Run();
+    ASSERT_EQ(turnsAfterFiles.size(), 3u);
+    EXPECT_LT(turnsAfterFiles[0], turnsAfterFiles[1]);
+    EXPECT_LT(turnsAfterFiles[1], turnsAfterFiles[2]);
+}
+
 TEST_F(UpdateSession, ResumesAFileThatWasCutOff) {
     const auto files = SmallGame().files;
     const std::string& whole = files.at("common/data/a.bin");

@@ -89,15 +89,15 @@ void UpdateClient::DecideByVersion() {
         WriteVersionRecord();
         gamelog->Printf("No local version found; downloading %s...\n", m_latestVersion.c_str());
         m_progress->SetStatus(("Negotiating download of " + m_latestVersion).c_str());
-        CarryOn(STATE_VERIFY);
+        StartChecks(STATE_VERIFY);
     } else if (m_localVersion == m_latestVersion) {
         gamelog->Printf("Version is current; verifying files...\n");
         m_progress->SetStatus("Version is current; verifying files...");
-        CarryOn(STATE_VERIFY);
+        StartChecks(STATE_VERIFY);
     } else {
         gamelog->Printf("Patching version %s to %s...\n", m_localVersion.c_str(),
                         m_latestVersion.c_str());
         m_progress->SetStatus(("Negotiating update to " + m_latestVersion + "...").c_str());
-        CarryOn(STATE_NEGOTIATE);
+        StartChecks(STATE_NEGOTIATE);
     }
 }

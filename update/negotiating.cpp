@@ -14,7 +14,22 @@ namespace {
 // waiting there.
 constexpr uint64_t kLongestStep = 20;  // milliseconds
 
+// While one file is checked the disk reads the next ones.
+constexpr int kFilesAhead = 8;
+
 }  // namespace
+
+void UpdateClient::StartChecks(SessionState state) {
+    m_nextRead = m_checkList.begin();
+    for (int i = 0; i < kFilesAhead; ++i) ReadNextAhead();
+    CarryOn(state);
+}
+
+void UpdateClient::ReadNextAhead() {
+    if (m_nextRead == m_checkList.end()) return;
+    ReadAhead(LocalPath(m_nextRead->name));
+    ++m_nextRead;
+}
 
 void UpdateClient::RequestFull(const FileRecord& record, SessionState returnState) {
     m_pendingRequest = EncodeNamed(kTagFull, record.name);
@@ -39,6 +54,7 @@ int UpdateClient::StepVerify() {
     const uint64_t began = EventLoop::Now();
     while (!m_checkList.empty()) {
         if (EventLoop::Now() - began > kLongestStep) return 0;
+        ReadNextAhead();
         FileRecord& record = m_checkList.front();
         uint32_t size = 0;
         uint32_t tailChecksum = 0;
@@ -69,6 +85,7 @@ int UpdateClient::StepNegotiate() {
     const uint64_t began = EventLoop::Now();
     while (!m_checkList.empty()) {
         if (EventLoop::Now() - began > kLongestStep) return 0;
+        ReadNextAhead();
         const FileRecord& record = m_checkList.front();
         uint32_t size = 0;
         uint32_t tailChecksum = 0;

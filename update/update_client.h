@@ -81,6 +81,8 @@ private:
     void DecideByVersion();
 
     // negotiating.cpp: what each file needs.
+    void StartChecks(SessionState state);
+    void ReadNextAhead();
     void RequestFull(const FileRecord& record, SessionState returnState);
     void RequestPatch(const FileRecord& record, SessionState returnState);
     void SendRequest(const FileRecord& record, SessionState returnState, SessionState replyState);
@@ -110,6 +112,7 @@ private:
     EventLoop* m_loop;
     int m_state = STATE_IDLE;
     std::list<FileRecord> m_checkList;
+    std::list<FileRecord>::iterator m_nextRead;  // the next one to be read ahead, during the checks
     std::map<uint32_t, DownloadEntry> m_downloads;
     std::map<uint32_t, DownloadEntry>::iterator m_currentDownload = m_downloads.end();
     std::string m_latestVersion;

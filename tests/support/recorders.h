@@ -35,7 +35,10 @@ private:
 
 class RecordingProgress : public ProgressIndicator {
 public:
-    void SetProgress(int32_t done, int32_t total) override { progress.emplace_back(done, total); }
+    void SetProgress(int32_t done, int32_t total) override {
+        progress.emplace_back(done, total);
+        if (onProgress) onProgress(done, total);
+    }
     void SetStatus(const char* text) override { statuses.emplace_back(text); }
     void Finished(int32_t result) override {
         results.push_back(result);
@@ -45,6 +48,7 @@ public:
     std::vector<std::pair<int32_t, int32_t>> progress;
     std::vector<std::string> statuses;
     std::vector<int32_t> results;
+    std::function<void(int32_t, int32_t)> onProgress;
     std::function<void(int32_t)> onFinished;
 };
 
