@@ -9,7 +9,7 @@ PatchReader::PatchReader(FILE* patch)
 }
 
 bool PatchReader::ReadByte(uint8_t* byte) {
-    const int next = getc(m_patch);
+    const int next = getc_unlocked(m_patch);
     if (next == EOF) return false;
     *byte = static_cast<uint8_t>(next);
     ++m_position;

@@ -1,6 +1,7 @@
 #include "lib/stream.h"
 
 #include <fcntl.h>
+#include <stdio_ext.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -47,6 +48,8 @@ void SetBuffer(Stream* stream, size_t size) {
     auto& buffer = stream->get_deleter().buffer;
     buffer = std::make_unique_for_overwrite<char[]>(size);
     setvbuf(stream->get(), buffer.get(), _IOFBF, size);
+    // Streams that are worth a buffer are used a lot, by one thread.
+    __fsetlocking(stream->get(), FSETLOCKING_BYCALLER);
     // ftello() makes a system call too, until the stream has been told where it stands.
     fseeko(stream->get(), 0, SEEK_SET);
 }
