@@ -1,5 +1,7 @@
 // What the launcher decides without a window.
 #include <gtest/gtest.h>
+#include <pwd.h>
+#include <unistd.h>
 
 #include <cstdlib>
 
@@ -117,8 +119,8 @@ TEST(Home, ComesFromTheEnvironmentElseFromTheAccount) {
     EXPECT_EQ(GameHome(), longHome + "/.halcyrix");
     EXPECT_EQ(ManualAddress(), "file:" + longHome + "/.halcyrix/manual.html");
     unsetenv("HOME");
-    EXPECT_EQ(UserHome().front(), '/');
-    EXPECT_NE(UserHome(), longHome);
+    const passwd* account = getpwuid(getuid());  // a user of a container may have none
+    EXPECT_EQ(UserHome(), account != nullptr ? account->pw_dir : "");
     setenv("HOME", before.c_str(), 1);
 }
 
