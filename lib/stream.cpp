@@ -56,10 +56,10 @@ void SetBuffer(Stream* stream, size_t size) {
 
 void MoveTo(FILE* stream, uint64_t offset) {
     const auto target = static_cast<off_t>(offset);
-    const off_t ahead = target - ftello(stream);
-    if (ahead >= 0 && ahead <= kReadOver) {
+    const off_t here = ftello(stream);
+    if (here != -1 && here <= target && target - here <= kReadOver) {
         char passed[kReadOver];
-        const auto length = static_cast<size_t>(ahead);
+        const auto length = static_cast<size_t>(target - here);
         if (fread(passed, 1, length, stream) == length) return;
     }
     fseeko(stream, target, SEEK_SET);
