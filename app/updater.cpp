@@ -10,6 +10,8 @@
 #include "app/support.h"
 #include "app/widgets.h"
 
+EventLoop event_loop;
+
 namespace {
 
 constexpr mode_t kDirectoryMode = 0755;
@@ -37,6 +39,8 @@ public:
     }
 };
 
+WindowTimer window_timer(&event_loop);
+
 void enter_game_home() {
     const std::string home = GameHome();
     if (access(home.c_str(), F_OK) != 0) {
@@ -52,10 +56,6 @@ void enter_game_home() {
 
 }  // namespace
 
-EventLoop event_loop;
-namespace {
-WindowTimer window_timer(&event_loop);
-}
 UpdateClient* update_client = nullptr;
 _Log* gui_log = nullptr;
 bool self_update_pending = false;

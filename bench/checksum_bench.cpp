@@ -1,10 +1,10 @@
 #include <benchmark/benchmark.h>
 
 #include "bench/plain_checksum.h"
-#include "bench/temporary.h"
 #include "lib/checksum.h"
 #include "lib/file_helpers.h"
-#include "lib/progress_indicator.h"
+#include "tests/support/quiet.h"
+#include "tests/support/scratch_dir.h"
 
 namespace {
 
@@ -13,7 +13,7 @@ constexpr size_t kPiece = 4096;
 // Hashes a chain of pieces that are in the cache.
 template <typename Function>
 void InPieces(benchmark::State& state, Function checksum) {
-    const std::string data = Noise(16 * kPiece, 1);
+    const std::string data = SeededBytes(16 * kPiece, 1);
     const auto* bytes = reinterpret_cast<const uint8_t*>(data.data());
     uint32_t value = kFileChecksumStart;
     for (auto _ : state) {
@@ -50,19 +50,12 @@ void ChecksumLatencyBound(benchmark::State& state) {
 }
 BENCHMARK(ChecksumLatencyBound);
 
-class Unheard : public ProgressIndicator {
-public:
-    void SetProgress(int32_t, int32_t) override {}
-    void SetStatus(const char*) override {}
-    void Finished(int32_t) override {}
-};
-
 void ChecksumOfAFile(benchmark::State& state) {
-    const Temporary temporary;
+    const ScratchDir scratch;
     const auto size = static_cast<size_t>(state.range(0));
-    const std::string path = temporary.File("file", Noise(size, 2));
-    Unheard progress;
-    for (auto _ : state) benchmark::DoNotOptimize(FileChecksum(path, &progress));
+    WriteFile("file", SeededBytes(size, 2));
+    QuietProgress progress;
+    for (auto _ : state) benchmark::DoNotOptimize(FileChecksum("file", &progress));
     state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(size));
 }
 BENCHMARK(ChecksumOfAFile)->Arg(1000)->Arg(100'000)->Arg(100'000'000);

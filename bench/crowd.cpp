@@ -21,7 +21,7 @@
 #include <string>
 #include <vector>
 
-#include "net/frame.h"
+#include "tests/support/frame_of.h"
 #include "update/messages.h"
 
 namespace {
@@ -90,9 +90,7 @@ private:
     }
 
     void Say(const std::string& payload) {
-        std::string frame(kFrameHeaderSize, '\0');
-        PutFrameHeader(reinterpret_cast<uint8_t*>(frame.data()), static_cast<int>(payload.size()));
-        frame += payload;
+        const std::string frame = FrameOf(payload);
         if (send(m_fd, frame.data(), frame.size(), MSG_NOSIGNAL) < 0) Give("send");
     }
 

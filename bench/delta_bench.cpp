@@ -2,23 +2,22 @@
 
 #include <random>
 
-#include "bench/temporary.h"
 #include "release/delta.h"
+#include "tests/support/scratch_dir.h"
 
 namespace {
 
 // Eight megabytes with bytes changed in `edits` places.
 void MakeDelta(benchmark::State& state) {
-    const Temporary temporary;
-    std::string data = Noise(8'000'000, 4);
-    const std::string old = temporary.File("old", data);
+    const ScratchDir scratch;
+    std::string data = SeededBytes(8'000'000, 4);
+    WriteFile("old", data);
     std::mt19937 random(5);
     for (int64_t i = 0; i < state.range(0); ++i) data[random() % data.size()] ^= 0x55;
-    const std::string contents = temporary.File("new", data);
+    WriteFile("new", data);
     std::string reason;
     for (auto _ : state) {
-        if (MakePatch(old, contents, temporary.Path("patch"), kNoSizeLimit, &reason) !=
-            DeltaResult::MADE) {
+        if (MakePatch("old", "new", "patch", kNoSizeLimit, &reason) != DeltaResult::MADE) {
             state.SkipWithError(reason.c_str());
         }
     }

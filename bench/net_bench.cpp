@@ -7,6 +7,7 @@
 
 #include "net/event_loop.h"
 #include "net/packet_tcp.h"
+#include "tests/support/frame_of.h"
 
 namespace {
 
@@ -21,9 +22,7 @@ public:
 void SplitPackets(benchmark::State& state) {
     int ends[2];
     if (socketpair(AF_UNIX, SOCK_STREAM, 0, ends) != 0) return state.SkipWithError("no sockets");
-    const auto payload = static_cast<int>(state.range(0));
-    std::string frame(static_cast<size_t>(kFrameHeaderSize + payload), 'x');
-    PutFrameHeader(reinterpret_cast<uint8_t*>(frame.data()), payload);
+    const std::string frame = FrameOf(std::string(static_cast<size_t>(state.range(0)), 'x'));
     std::string frames;
     while (frames.size() < 64000) frames += frame;
     Receiver receiver(ends[1]);

@@ -102,8 +102,8 @@ int main(int argc, char** argv) {
         return 1;
     }
     for (const bool earlier : {false, true}) {
-        printf("%llu\n", static_cast<unsigned long long>(LeastSize(
-                             LongestMatches(text, suffixes, files[0].Size(), earlier))));
+        printf("%llu\n", static_cast<unsigned long long>(
+                             LeastSize(LongestMatches(text, suffixes, files[0].Size(), earlier))));
     }
     return 0;
 }

@@ -11,8 +11,8 @@
 #include <string>
 #include <vector>
 
-#include "fuzz/quiet.h"
 #include "net/packet_tcp.h"
+#include "tests/support/quiet.h"
 
 namespace {
 

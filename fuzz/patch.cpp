@@ -4,9 +4,9 @@
 
 #include <cstdlib>
 
-#include "fuzz/quiet.h"
 #include "lib/patch_file.h"
 #include "tests/support/patch_model.h"
+#include "tests/support/quiet.h"
 #include "tests/support/scratch_dir.h"
 
 namespace {

@@ -6,8 +6,8 @@
 
 #include <cstdlib>
 
-#include "fuzz/quiet.h"
 #include "lib/version_records.h"
+#include "tests/support/quiet.h"
 #include "tests/support/scratch_dir.h"
 
 // Whether the lines are text, whole, and short enough to be read in one piece. What does not fit is

@@ -8,9 +8,9 @@
 
 #include <cstdlib>
 
-#include "fuzz/quiet.h"
 #include "release/publisher.h"
 #include "release/update_server.h"
+#include "tests/support/quiet.h"
 #include "tests/support/scratch_dir.h"
 
 namespace {

@@ -11,8 +11,8 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "fuzz/quiet.h"
-#include "net/frame.h"
+#include "tests/support/frame_of.h"
+#include "tests/support/quiet.h"
 #include "tests/support/scratch_dir.h"
 #include "update/update_client.h"
 
@@ -51,11 +51,9 @@ public:
     bool IsConnected() const { return m_connections == 1 && m_client.m_fd != -1; }
 
     void Send(const std::string& payload) {
-        uint8_t frame[kMaxFrame];
-        PutFrameHeader(frame, static_cast<int>(payload.size()));
-        memcpy(frame + kFrameHeaderSize, payload.data(), payload.size());
-        const auto size = static_cast<ssize_t>(kFrameHeaderSize + payload.size());
-        if (send(m_fd, frame, static_cast<size_t>(size), MSG_NOSIGNAL) != size) abort();
+        const std::string frame = FrameOf(payload);
+        const auto size = static_cast<ssize_t>(frame.size());
+        if (send(m_fd, frame.data(), frame.size(), MSG_NOSIGNAL) != size) abort();
         m_client.OnReadable();
         LetClientWork();
     }

@@ -6,6 +6,7 @@
 
 #include "lib/patch_buffer.h"
 #include "lib/patch_format.h"
+#include "lib/stream.h"
 #include "release/delta_plan.h"
 #include "release/mapped_file.h"
 #include "release/match_finder.h"
@@ -69,7 +70,7 @@ bool VerifyPatch(const std::string& old_path, const std::string& new_path, const
     if (patched.Size() != expected.Size()) return false;
     uint8_t piece[65536];
     for (const auto& [start, span] : patched.spans) {
-        fseeko(span.file, static_cast<off_t>(span.offset), SEEK_SET);
+        MoveTo(span.file, span.offset);
         for (uint64_t done = 0; done < span.length;) {
             const auto wanted =
                 static_cast<size_t>(std::min<uint64_t>(span.length - done, sizeof piece));

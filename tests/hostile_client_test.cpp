@@ -5,7 +5,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include "net/frame.h"
+#include "tests/support/frame_of.h"
 #include "tests/support/memory_use.h"
 #include "tests/support/served_game.h"
 
@@ -32,11 +32,7 @@ public:
     void SendBytes(const std::string& bytes) const {
         send(m_fd, bytes.data(), bytes.size(), MSG_NOSIGNAL);
     }
-    void Send(const std::string& payload) const {
-        uint8_t header[kFrameHeaderSize];
-        PutFrameHeader(header, static_cast<int>(payload.size()));
-        SendBytes(std::string(header, header + kFrameHeaderSize) + payload);
-    }
+    void Send(const std::string& payload) const { SendBytes(FrameOf(payload)); }
     // The payload of the next reply; empty when the server has hung up.
     std::string Receive() const {
         uint8_t header[kFrameHeaderSize];

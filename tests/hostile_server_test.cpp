@@ -8,7 +8,7 @@
 #include <csignal>
 #include <random>
 
-#include "net/frame.h"
+#include "tests/support/frame_of.h"
 #include "tests/support/memory_use.h"
 #include "tests/support/recorders.h"
 #include "tests/support/scratch_disk.h"
@@ -20,12 +20,6 @@ namespace {
 
 namespace fs = std::filesystem;
 using std::string_literals::operator""s;
-
-std::string Frame(const std::string& payload) {
-    uint8_t header[kFrameHeaderSize];
-    PutFrameHeader(header, static_cast<int>(payload.size()));
-    return std::string(header, header + kFrameHeaderSize) + payload;
-}
 
 HonestScript Game() {
     HonestScript script;
@@ -162,7 +156,7 @@ TEST_F(HostileServer, MaySpoilEveryReplyInEveryWay) {
     std::vector<std::pair<std::string, Spoil>> ways = {
         {"closed", [](auto& peer, auto&) { peer.HangUp(); }},
         {"withheld", [](auto&, auto&) {}},
-        {"doubled", [](auto& peer, auto& reply) { peer.SendRaw(Frame(reply) + Frame(reply)); }},
+        {"doubled", [](auto& peer, auto& reply) { peer.SendRaw(FrameOf(reply) + FrameOf(reply)); }},
         {"empty", [](auto& peer, auto&) { peer.Reply(""); }},
         {"zeros", [](auto& peer, auto& reply) { peer.Reply(std::string(reply.size(), '\0')); }},
         {"oversize", [](auto& peer, auto&) { peer.SendRaw("\x1f\xff" + std::string(8191, 'x')); }},
@@ -182,7 +176,7 @@ TEST_F(HostileServer, MaySpoilEveryReplyInEveryWay) {
                     peer.Reply(reply.substr(0, at));
                 });
                 ways.emplace_back("closed in the middle", [at](auto& peer, auto& reply) {
-                    peer.SendRaw(Frame(reply).substr(0, at));
+                    peer.SendRaw(FrameOf(reply).substr(0, at));
                     peer.HangUp();
                 });
             }
@@ -227,7 +221,7 @@ TEST_F(HostileServer, MaySendOneByteAtATime) {
         size_t sent = 0;
         script.replace = [&](ScriptedPeer& peer, int, const std::string& reply) {
             to = &peer;
-            bytes += Frame(reply);
+            bytes += FrameOf(reply);
         };
         Visit visit(script);
         const EachPass trickle(&visit.loop, [&] {
@@ -331,14 +325,14 @@ TEST_F(HostileServer, MaySendWithoutEnd) {
         std::string before, flood;
         const char* log;  // the session's last words; empty when it goes on for ever
     } floods[] = {
-        {"message of the day", "MOTD", "", Frame(std::string(100, 'x')),
+        {"message of the day", "MOTD", "", FrameOf(std::string(100, 'x')),
          "the server sends a message of the day without end!  aborting!\n"},
-        {"long names", "GETV", Frame("1.1"), Frame(Encode(FileListEntry{longName, 1, 1})),
+        {"long names", "GETV", FrameOf("1.1"), FrameOf(Encode(FileListEntry{longName, 1, 1})),
          "the server sends a file list without end!  aborting!\n"},
-        {"short names", "GETV", Frame("1.1"), Frame(Encode(FileListEntry{"n", 1, 1})),
+        {"short names", "GETV", FrameOf("1.1"), FrameOf(Encode(FileListEntry{"n", 1, 1})),
          "the server sends a file list without end!  aborting!\n"},
-        {"queue", "REQD", "", Frame(Encode(QueueStatus{false, 1, 1, 1})), ""},
-        {"data", "DOWN", Frame(Header(102)), Frame(std::string(kMaxPayload, 'x')),
+        {"queue", "REQD", "", FrameOf(Encode(QueueStatus{false, 1, 1, 1})), ""},
+        {"data", "DOWN", FrameOf(Header(102)), FrameOf(std::string(kMaxPayload, 'x')),
          "can't write to replaced!  aborting! (probably a full harddrive)"},
     };
     signal(SIGXFSZ, SIG_IGN);

@@ -7,8 +7,12 @@
 #include "update/messages.h"
 #include "update/update_client.h"
 
+namespace {
+
 // Packets are written together: a call for each takes too long.
 constexpr size_t kFileBuffer = 64 * 1024;
+
+}  // namespace
 
 void UpdateClient::ShowProgress() {
     m_progress->SetProgress(static_cast<int32_t>(m_bytesDone), static_cast<int32_t>(m_bytesTotal));

@@ -1,6 +1,6 @@
 // A log and a progress indicator that nobody reads.
-#ifndef HALCYRIX_FUZZ_QUIET_H
-#define HALCYRIX_FUZZ_QUIET_H
+#ifndef HALCYRIX_TESTS_SUPPORT_QUIET_H
+#define HALCYRIX_TESTS_SUPPORT_QUIET_H
 
 #include "lib/progress_indicator.h"
 #include "log/gamelog.h"
