@@ -2,7 +2,7 @@
 
 #include <random>
 
-#include "release/delta.h"
+#include "delta/delta.h"
 #include "tests/support/scratch_dir.h"
 
 namespace {

@@ -8,8 +8,8 @@
 
 #include <cstdlib>
 
-#include "release/publisher.h"
-#include "release/update_server.h"
+#include "serve/update_server.h"
+#include "store/publisher.h"
 #include "tests/support/quiet.h"
 #include "tests/support/scratch_dir.h"
 

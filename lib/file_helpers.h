@@ -32,8 +32,8 @@ uint32_t FileRangeChecksum(const std::string& path, int64_t offset, int64_t leng
 uint32_t FileTailChecksum(const std::string& path, int64_t size);
 uint32_t FileTailChecksum(FILE* file, int64_t size);
 
-// Has the system begin to read a file that will be needed soon, and does not wait for it. Of a large
-// file only the beginning: the rest follows by itself while that is read.
+// Has the system begin to read a file that will be needed soon, and does not wait for it. Of a
+// large file only the beginning: the rest follows by itself while that is read.
 void ReadAhead(const std::string& path);
 
 // Creates every directory named before the last slash. Errors show when the file is opened.

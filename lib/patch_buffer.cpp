@@ -69,8 +69,7 @@ bool PatchBuffer::Load(const std::string& patch_path, const std::string& target_
                 printf("Unknown patch command %02x in %s!\naborting...", command.byte,
                        patch_path.c_str());
                 return false;
-            case PatchCommand::TRUNCATED:
-                return false;
+            case PatchCommand::TRUNCATED: return false;
         }
     }
 }

@@ -47,9 +47,7 @@ PatchCommand PatchReader::Next() {
             m_position += command.length;
             MoveTo(m_patch, m_position);
             break;
-        case kPatchEndOfPass:
-            command.kind = PatchCommand::END_OF_PASS;
-            break;
+        case kPatchEndOfPass: command.kind = PatchCommand::END_OF_PASS; break;
     }
     return command;
 }

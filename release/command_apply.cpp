@@ -4,8 +4,8 @@
 #include <memory>
 
 #include "lib/patch_buffer.h"
+#include "lib/whole_file.h"
 #include "release/commands.h"
-#include "release/whole_file.h"
 
 namespace {
 

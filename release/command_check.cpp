@@ -2,8 +2,8 @@
 #include <cstdio>
 #include <memory>
 
-#include "release/checker.h"
 #include "release/commands.h"
+#include "store/checker.h"
 
 namespace {
 

@@ -3,9 +3,9 @@
 #include <cstdio>
 #include <memory>
 
+#include "delta/delta.h"
+#include "lib/whole_file.h"
 #include "release/commands.h"
-#include "release/delta.h"
-#include "release/whole_file.h"
 
 namespace {
 

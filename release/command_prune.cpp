@@ -2,8 +2,8 @@
 #include <memory>
 
 #include "release/commands.h"
-#include "release/pruner.h"
-#include "release/store_writer.h"
+#include "store/pruner.h"
+#include "store/store_writer.h"
 
 namespace {
 

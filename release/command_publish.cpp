@@ -6,7 +6,7 @@
 #include <memory>
 
 #include "release/commands.h"
-#include "release/publisher.h"
+#include "store/publisher.h"
 
 namespace {
 

@@ -8,8 +8,8 @@
 
 #include "log/gamelog.h"
 #include "release/commands.h"
-#include "release/status_file.h"
-#include "release/update_server.h"
+#include "serve/status_file.h"
+#include "serve/update_server.h"
 
 namespace {
 

@@ -4,8 +4,8 @@
 
 #include "lib/patch_reader.h"
 #include "lib/stream.h"
+#include "lib/whole_file.h"
 #include "release/commands.h"
-#include "release/whole_file.h"
 
 namespace {
 

@@ -5,8 +5,8 @@
 
 #include <random>
 
+#include "delta/delta.h"
 #include "lib/patch_file.h"
-#include "release/delta.h"
 #include "tests/support/memory_use.h"
 #include "tests/support/patch_model.h"
 #include "tests/support/recorders.h"

@@ -6,7 +6,7 @@
 #include <sstream>
 
 #include "lib/checksum.h"
-#include "release/update_server.h"
+#include "serve/update_server.h"
 #include "tests/support/recorders.h"
 #include "tests/support/sample_store.h"
 #include "tests/support/scratch_dir.h"

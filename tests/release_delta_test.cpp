@@ -1,4 +1,4 @@
-#include "release/delta.h"
+#include "delta/delta.h"
 
 #include <gtest/gtest.h>
 

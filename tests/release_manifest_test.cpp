@@ -1,4 +1,4 @@
-#include "release/manifest.h"
+#include "store/manifest.h"
 
 #include <gtest/gtest.h>
 

@@ -5,7 +5,7 @@
 #include <map>
 #include <set>
 
-#include "release/checker.h"
+#include "store/checker.h"
 #include "tests/support/sample_store.h"
 #include "tests/support/scratch_dir.h"
 

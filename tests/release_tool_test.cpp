@@ -6,8 +6,8 @@
 #include <filesystem>
 #include <functional>
 
-#include "release/checker.h"
-#include "release/pruner.h"
+#include "store/checker.h"
+#include "store/pruner.h"
 #include "tests/support/programs.h"
 #include "tests/support/sample_store.h"
 #include "tests/support/scratch_dir.h"

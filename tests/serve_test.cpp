@@ -5,8 +5,8 @@
 #include <gtest/gtest.h>
 
 #include "lib/checksum.h"
-#include "release/status_file.h"
-#include "release/update_server.h"
+#include "serve/status_file.h"
+#include "serve/update_server.h"
 #include "tests/support/programs.h"
 #include "tests/support/recorders.h"
 #include "tests/support/served_game.h"

@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
-#include "release/publisher.h"
-#include "release/store.h"
+#include "store/publisher.h"
+#include "store/store.h"
 
 // Remembers warnings, and calls back at every step of the work.
 class RecordingObserver : public PublishObserver {

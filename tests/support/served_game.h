@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "release/update_server.h"
+#include "serve/update_server.h"
 #include "tests/support/recorders.h"
 #include "tests/support/scratch_disk.h"
 #include "update/update_client.h"

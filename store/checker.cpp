@@ -1,0 +1,116 @@
+#include "store/checker.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <map>
+#include <set>
+
+#include "lib/file_helpers.h"
+#include "lib/local_file_check.h"
+#include "store/store_writer.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+class Checker {
+public:
+    explicit Checker(CheckReport* report) : m_report(report) {}
+
+    void CheckFolderOfReleases(const std::string& folder);
+
+private:
+    void Problem(const std::string& path, const std::string& text) {
+        m_report->problems.push_back(path + ": " + text);
+    }
+
+    void CheckRelease(const Release& release);
+    void CheckFile(const std::string& path, uint32_t length, uint32_t checksum);
+    void CheckNoOthers(const std::string& folder);
+
+    CheckReport* m_report;
+    std::set<std::string> m_known;                   // paths of the release at hand
+    std::map<std::string, std::string> m_byVersion;  // the directory of each version
+};
+
+void Checker::CheckFolderOfReleases(const std::string& folder) {
+    std::vector<fs::path> entries;
+    std::error_code fault;
+    for (fs::directory_iterator entry(folder, fault), end; !fault && entry != end;
+         entry.increment(fault)) {
+        entries.push_back(entry->path());
+    }
+    if (fault) Problem(folder, fault.message());
+    std::sort(entries.begin(), entries.end());
+
+    uint64_t nextIndex = 0;
+    for (const fs::path& entry : entries) {
+        std::string error;
+        const auto release = Release::Load(entry.string(), &error);
+        if (!release) {
+            m_report->problems.push_back(error);
+            continue;
+        }
+        ++m_report->releases;
+        if (SequenceName(release->Sequence()) != entry.filename()) {
+            Problem(entry.string(), "does not bear the release's sequence number");
+        }
+        const auto [place, added] = m_byVersion.emplace(release->Version(), entry.string());
+        if (!added) Problem(entry.string(), "has the version of " + place->second);
+        if (release->FirstIndex() < nextIndex) {
+            Problem(entry.string(), "uses file indexes of an earlier release");
+        }
+        nextIndex = std::max(nextIndex, release->NextIndex());
+        CheckRelease(*release);
+    }
+}
+
+void Checker::CheckRelease(const Release& release) {
+    const std::string& directory = release.Directory();
+    m_known = {directory + "/" + kManifestFile};
+    for (const ReleaseFile& file : release.Files()) {
+        CheckFile(release.FilePath(file), file.length, file.checksum);
+    }
+    for (const ReleasePatch& patch : release.Patches()) {
+        CheckFile(release.PatchPath(patch), patch.length, patch.checksum);
+    }
+    CheckNoOthers(directory);
+}
+
+void Checker::CheckFile(const std::string& path, uint32_t length, uint32_t checksum) {
+    m_known.insert(path);
+    ++m_report->files;
+    m_report->bytes += length;
+    const LocalFileCheck found = CheckLocalFile(path, length, checksum, nullptr);
+    if (!found.opened) {
+        Problem(path, "is missing or cannot be read");
+    } else if (found.result == CHECK_DIFFERS) {
+        Problem(path, "has " + std::to_string(found.length) + " bytes instead of " +
+                          std::to_string(length));
+    } else if (found.result == CHECK_BAD) {
+        Problem(path, "has other contents than were published");
+    }
+}
+
+void Checker::CheckNoOthers(const std::string& folder) {
+    std::error_code fault;
+    for (fs::recursive_directory_iterator entry(folder, fault), end; !fault && entry != end;
+         entry.increment(fault)) {
+        const bool isFolder = entry->symlink_status(fault).type() == fs::file_type::directory;
+        if (!isFolder && !m_known.contains(entry->path().string())) {
+            Problem(entry->path().string(), "is not in the manifest");
+        }
+    }
+    if (fault) Problem(folder, fault.message());
+}
+
+}  // namespace
+
+CheckReport CheckStore(const std::string& directory) {
+    CheckReport report;
+    Checker(&report).CheckFolderOfReleases(directory + "/" + kReleasesFolder);
+    Reservation reservation;
+    std::string error;
+    if (!ReadReservation(directory, &reservation, &error)) report.problems.push_back(error);
+    return report;
+}

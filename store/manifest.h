@@ -1,0 +1,61 @@
+// The manifest: what one release holds, as text.
+//
+//   halcyrix-release 1
+//   sequence 7
+//   version 1.4
+//   first-index 300
+//   component common
+//   file 300 b66e2858 3 common/data/abc.txt
+//   patch 301 5bd1e995 120 1.3 common/data/abc.txt
+//   next-index 302
+//   end 87e5865b
+//
+// The fields of a file are its index, checksum, length and name; a patch has before its name the
+// version that it starts from. Components, files and patches are sorted by name (patches of one
+// file by version), the indexes count up from the first. The last line has the checksum of all
+// bytes before it: it shows that the manifest is whole.
+#ifndef HALCYRIX_STORE_MANIFEST_H
+#define HALCYRIX_STORE_MANIFEST_H
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+// The first index of the first release. No index is ever 0xFFFFFFFF, which ends a download stream.
+constexpr uint32_t kFirstIndex = 1;
+constexpr uint32_t kIndexLimit = 0xFFFFFFFF;
+
+struct ReleaseFile {
+    std::string name;  // "component/path"
+    uint32_t checksum;
+    uint32_t length;
+    uint32_t index;
+};
+
+struct ReleasePatch {
+    std::string name;         // of the file that it makes
+    std::string fromVersion;  // of the file that it is applied to
+    uint32_t checksum;        // of the patch itself
+    uint32_t length;          // the same
+    uint32_t index;
+};
+
+struct Manifest {
+    uint32_t sequence = 0;
+    std::string version;
+    uint32_t firstIndex = kFirstIndex;
+    std::vector<std::string> components;
+    std::vector<ReleaseFile> files;
+    std::vector<ReleasePatch> patches;
+
+    // One more than the last index of the release.
+    uint64_t NextIndex() const { return firstIndex + uint64_t{files.size()} + patches.size(); }
+};
+
+std::string FormatManifest(const Manifest& manifest);
+
+// Accepts exactly what FormatManifest() gives for a manifest whose names are good, whose entries
+// are sorted and whose indexes are right. False, with the reason in `error`, for anything else.
+[[nodiscard]] bool ParseManifest(const std::string& text, Manifest* manifest, std::string* error);
+
+#endif

@@ -1,0 +1,64 @@
+// One published release.
+#ifndef HALCYRIX_STORE_RELEASE_H
+#define HALCYRIX_STORE_RELEASE_H
+
+#include <cstdint>
+#include <memory>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "store/manifest.h"
+
+// What a release's directory holds.
+constexpr char kManifestFile[] = "manifest";
+constexpr char kFilesFolder[] = "files";      // by name
+constexpr char kPatchesFolder[] = "patches";  // by index, eight hexadecimal digits
+
+// Where the player's updater keeps patches, in its home directory.
+constexpr char kPatchFolder[] = "halcyrix.patches";
+
+// Immutable, as loaded from the manifest in the release's directory. Everything that it returns by
+// pointer, reference or span lives as long as the release.
+class Release {
+public:
+    // Null, with the reason in `error`, when the directory has no good manifest. The files
+    // themselves are not looked at.
+    static std::shared_ptr<const Release> Load(const std::string& directory, std::string* error);
+
+    const std::string& Directory() const { return m_directory; }
+    const std::string& Version() const { return m_manifest.version; }
+    uint32_t Sequence() const { return m_manifest.sequence; }
+    // The indexes of the release: from the first to before the next.
+    uint32_t FirstIndex() const { return m_manifest.firstIndex; }
+    uint64_t NextIndex() const { return m_manifest.NextIndex(); }
+
+    std::span<const std::string> Components() const { return m_manifest.components; }
+    bool HasComponent(const std::string& component) const;
+
+    // Sorted by name.
+    std::span<const ReleaseFile> Files() const { return m_manifest.files; }
+    std::span<const ReleaseFile> Files(const std::string& component) const;
+    std::span<const ReleasePatch> Patches() const { return m_manifest.patches; }
+
+    // Null when the release has none.
+    const ReleaseFile* FindFile(const std::string& name) const;
+    const ReleasePatch* FindPatch(const std::string& name, const std::string& fromVersion) const;
+
+    std::string FilePath(const ReleaseFile& file) const;
+    std::string PatchPath(const ReleasePatch& patch) const;
+
+    // The local path under which the player's updater keeps the patch until it is applied.
+    static std::string DownloadName(const ReleasePatch& patch);
+
+private:
+    Release(std::string directory, Manifest manifest);
+
+    std::string m_directory;
+    Manifest m_manifest;
+};
+
+// The name of a patch's file below the release's patches folder.
+std::string PatchFileName(uint32_t index);
+
+#endif

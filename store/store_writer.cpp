@@ -1,0 +1,149 @@
+#include "store/store_writer.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cinttypes>
+#include <cstdio>
+#include <filesystem>
+#include <vector>
+
+#include "lib/whole_file.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+std::string FormatReservation(const Reservation& reservation) {
+    return "halcyrix-reserved 1\nsequence " + std::to_string(reservation.sequence) + "\nindex " +
+           std::to_string(reservation.index) + "\n";
+}
+
+bool MakeFolder(const std::string& path, std::string* error) {
+    struct stat status;
+    if (mkdir(path.c_str(), 0777) == 0) return true;
+    if (errno == EEXIST && stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode)) return true;
+    *error = SystemError(path);
+    return false;
+}
+
+// Puts what was written on the disk: all of the path's file system, or the directory alone.
+bool Sync(const std::string& path, int (*operation)(int), std::string* error) {
+    const int fd = open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    const bool synced = fd != -1 && operation(fd) == 0;
+    if (!synced) *error = SystemError(path);
+    if (fd != -1) close(fd);
+    return synced;
+}
+
+bool Rename(const std::string& from, const std::string& to, std::string* error) {
+    if (rename(from.c_str(), to.c_str()) == 0) return true;
+    *error = SystemError(to);
+    return false;
+}
+
+}  // namespace
+
+bool ReadReservation(const std::string& store, Reservation* reservation, std::string* error) {
+    const std::string path = store + "/" + kReservedFile;
+    *reservation = Reservation();
+    if (access(path.c_str(), F_OK) != 0 && errno == ENOENT) return true;
+    std::string text;
+    if (!ReadWholeFile(path, &text, error)) return false;
+    sscanf(text.c_str(), "halcyrix-reserved 1\nsequence %" SCNu32 "\nindex %" SCNu32 "\n",
+           &reservation->sequence, &reservation->index);
+    if (FormatReservation(*reservation) == text) return true;
+    *error = path + ": damaged";
+    return false;
+}
+
+std::unique_ptr<StoreWriter> StoreWriter::Open(const std::string& directory, std::string* error) {
+    std::unique_ptr<StoreWriter> writer(new StoreWriter);
+    const std::string lock = directory + "/" + kLockFile;
+    if (!MakeFolder(directory, error) || !MakeFolder(directory + "/" + kReleasesFolder, error)) {
+        return nullptr;
+    }
+    writer->m_lock = OpenForAppending(lock);
+    if (!writer->m_lock) {
+        *error = SystemError(lock);
+        return nullptr;
+    }
+    if (flock(fileno(writer->m_lock.get()), LOCK_EX | LOCK_NB) != 0) {
+        *error = errno == EWOULDBLOCK ? directory + ": somebody else is publishing to this store"
+                                      : SystemError(lock);
+        return nullptr;
+    }
+
+    if (!ReadReservation(directory, &writer->m_next, error)) return nullptr;
+    writer->m_store = Store::Open(directory, error);
+    if (!writer->m_store) return nullptr;
+    Reservation& next = writer->m_next;
+    for (const auto& release : writer->m_store->Releases()) {
+        next.sequence = std::max(next.sequence, release->Sequence() + 1);
+        next.index = std::max(next.index, static_cast<uint32_t>(release->NextIndex()));
+    }
+    return writer;
+}
+
+StoreWriter::~StoreWriter() {
+    std::error_code ignored;
+    if (!m_incoming.empty()) fs::remove_all(m_incoming, ignored);
+}
+
+bool StoreWriter::RemoveLeftovers(std::string* error) {
+    std::error_code fault;
+    std::vector<fs::path> leftovers;
+    for (fs::directory_iterator entry(m_store->Directory(), fault), end; !fault && entry != end;
+         entry.increment(fault)) {
+        if (entry->path().filename().string().starts_with(kIncomingPrefix)) {
+            leftovers.push_back(entry->path());
+        }
+    }
+    for (const fs::path& leftover : leftovers) {
+        if (!fault) fs::remove_all(leftover, fault);
+    }
+    if (fault) *error = m_store->Directory() + ": " + fault.message();
+    return !fault;
+}
+
+bool StoreWriter::Begin(std::string* error) {
+    if (m_next.sequence > kMaxSequence) {
+        *error = m_store->Directory() + ": no sequence number is left";
+        return false;
+    }
+    if (!RemoveLeftovers(error)) return false;
+    m_incoming = m_store->Directory() + "/" + kIncomingPrefix + SequenceName(m_next.sequence);
+    return MakeFolder(m_incoming, error);
+}
+
+bool StoreWriter::Commit(const Reservation& next, std::string* error) {
+    const std::string& store = m_store->Directory();
+    const std::string releases = store + "/" + kReleasesFolder;
+    const std::string reserved = store + "/" + kReservedFile;
+    const std::string temporary = store + "/" + kIncomingPrefix + kReservedFile;
+    // The numbers are taken before they are seen: an interruption in between wastes some.
+    if (!WriteWholeFile(temporary, FormatReservation(next), error) ||
+        !Sync(m_incoming, syncfs, error) || !Rename(temporary, reserved, error) ||
+        !Sync(store, fsync, error) ||
+        !Rename(m_incoming, releases + "/" + SequenceName(m_next.sequence), error)) {
+        unlink(temporary.c_str());
+        return false;
+    }
+    m_incoming.clear();
+    return Sync(releases, fsync, error);
+}
+
+bool StoreWriter::Remove(const Release& release, std::string* error) {
+    const std::string removed = m_store->Directory() + "/" + kIncomingPrefix + "removed." +
+                                SequenceName(release.Sequence());
+    const std::string releases = m_store->Directory() + "/" + kReleasesFolder;
+    if (!Rename(release.Directory(), removed, error) || !Sync(releases, fsync, error)) return false;
+    std::error_code fault;
+    fs::remove_all(removed, fault);
+    if (fault) *error = removed + ": " + fault.message();
+    return !fault;
+}
