@@ -78,11 +78,10 @@ uint32_t FileChecksum(FILE* file, ProgressIndicator* progress) {
             value = Checksum(pieces + at, static_cast<uint32_t>(piece), value);
             if (piece < kFilePiece) break;
             done += static_cast<int64_t>(piece);
-            if (!report) continue;
-            progress->SetProgress(static_cast<int32_t>(done), static_cast<int32_t>(size));
+            if (report) progress->ShowProgress(done, size);
         }
     }
-    if (report) progress->SetProgress(static_cast<int32_t>(size), static_cast<int32_t>(size));
+    if (report) progress->ShowProgress(size, size);
     return RealChecksum(value);
 }
 

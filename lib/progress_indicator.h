@@ -16,6 +16,19 @@ public:
     // An update session has ended: the number of files received, or -1 after a failure. The client
     // is idle by then, so the next session may be started from inside the call.
     virtual void Finished(int32_t result) = 0;
+    // SetProgress() for totals of 2 GiB and more.
+    virtual void SetLongProgress(int64_t done, int64_t total) {
+        SetProgress(static_cast<int32_t>(done), static_cast<int32_t>(total));
+    }
+
+    // What work of any size calls: the form that holds the total.
+    void ShowProgress(int64_t done, int64_t total) {
+        if (total <= INT32_MAX) {
+            SetProgress(static_cast<int32_t>(done), static_cast<int32_t>(total));
+        } else {
+            SetLongProgress(done, total);
+        }
+    }
 };
 
 #endif

@@ -15,7 +15,7 @@ constexpr size_t kFileBuffer = 64 * 1024;
 }  // namespace
 
 void UpdateClient::ShowProgress() {
-    m_progress->SetProgress(static_cast<int32_t>(m_bytesDone), static_cast<int32_t>(m_bytesTotal));
+    m_progress->ShowProgress(m_bytesDone, m_bytesTotal);
 }
 
 void UpdateClient::RequestQueue() {
@@ -94,7 +94,7 @@ int UpdateClient::StepDownloadData() {
         ++m_receivedCount;
         m_state = STATE_DOWN_HEADER;
     }
-    m_bytesDone += static_cast<uint32_t>(m_packetLength);
+    m_bytesDone += m_packetLength;
     ShowProgress();
     return 0;
 }
@@ -105,7 +105,7 @@ int UpdateClient::FailWriting(const std::string& path) {
 }
 
 int UpdateClient::FinishDownloads() {
-    m_progress->SetProgress(static_cast<int32_t>(m_bytesTotal), static_cast<int32_t>(m_bytesTotal));
+    m_progress->ShowProgress(m_bytesTotal, m_bytesTotal);
     if (m_downloads.empty()) {
         m_progress->SetStatus("Download complete.");
     } else {

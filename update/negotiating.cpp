@@ -49,62 +49,61 @@ void UpdateClient::SendRequest(const FileRecord& record, SessionState returnStat
     WaitForReply(replyState);
 }
 
-// Without patches: every file that is not right is fetched whole, or from where it was cut off.
-int UpdateClient::StepVerify() {
+// Checks files until the first one of the list is not right, as *found says, or none is left. False
+// when that takes longer than one step may: the next writable event carries it on.
+//
+// Meanwhile nothing is read from the server. Whatever it sends, and even that it hangs up, shows
+// when it is needed for something.
+bool UpdateClient::FindWrongFile(LocalFileCheck* found) {
+    SetFlags(IO_WRITE);
     const uint64_t began = EventLoop::Now();
     while (!m_checkList.empty()) {
-        if (EventLoop::Now() - began > kLongestStep) return 0;
+        if (EventLoop::Now() - began > kLongestStep) return false;
         ReadNextAhead();
-        FileRecord& record = m_checkList.front();
-        uint32_t size = 0;
-        uint32_t tailChecksum = 0;
-        const int found = CheckFile(record, &size, &tailChecksum);
-        if (found == CHECK_GOOD) {
-            m_checkList.pop_front();
-            continue;
-        }
-        if (found == CHECK_DIFFERS) {
-            record.currentLength = size;
-            record.tailChecksum = tailChecksum;
-            record.resume = true;
-        }
-        RequestFull(record, STATE_VERIFY);
+        const FileRecord& record = m_checkList.front();
+        *found = CheckLocalFile(LocalPath(record.name), record.length, record.checksum, m_progress);
+        if (found->result != CHECK_GOOD) return true;
         m_checkList.pop_front();
-        return 0;
     }
+    return true;
+}
+
+// Every file is right, or announced as a download.
+int UpdateClient::FinishChecks() {
     if (!m_downloads.empty()) {
         RequestQueue();
         return 0;
     }
+    if (m_state == STATE_NEGOTIATE) WriteVersionRecord();
     m_state = STATE_ENDING;
     return SESSION_COMPLETE;
 }
 
+// Without patches: every file that is not right is fetched whole, or from where it was cut off.
+int UpdateClient::StepVerify() {
+    LocalFileCheck found;
+    if (!FindWrongFile(&found)) return 0;
+    if (m_checkList.empty()) return FinishChecks();
+    FileRecord& record = m_checkList.front();
+    if (found.result == CHECK_DIFFERS) {
+        record.currentLength = found.length;
+        record.tailChecksum = found.tailChecksum;
+        record.resume = true;
+    }
+    RequestFull(record, STATE_VERIFY);
+    m_checkList.pop_front();
+    return 0;
+}
+
 // With patches: of every file that is not right the checksum in the installed version decides.
 int UpdateClient::StepNegotiate() {
-    const uint64_t began = EventLoop::Now();
-    while (!m_checkList.empty()) {
-        if (EventLoop::Now() - began > kLongestStep) return 0;
-        ReadNextAhead();
-        const FileRecord& record = m_checkList.front();
-        uint32_t size = 0;
-        uint32_t tailChecksum = 0;
-        if (CheckFile(record, &size, &tailChecksum) == CHECK_GOOD) {
-            m_checkList.pop_front();
-            continue;
-        }
-        m_pendingRequest = EncodeVersioned(kTagChecksum, m_localVersion, record.name);
-        SendText(m_pendingRequest);
-        WaitForReply(STATE_CSUM_REPLY);
-        return 0;
-    }
-    if (!m_downloads.empty()) {
-        RequestQueue();
-        return 0;
-    }
-    m_state = STATE_ENDING;
-    WriteVersionRecord();
-    return SESSION_COMPLETE;
+    LocalFileCheck found;
+    if (!FindWrongFile(&found)) return 0;
+    if (m_checkList.empty()) return FinishChecks();
+    m_pendingRequest = EncodeVersioned(kTagChecksum, m_localVersion, m_checkList.front().name);
+    SendText(m_pendingRequest);
+    WaitForReply(STATE_CSUM_REPLY);
+    return 0;
 }
 
 int UpdateClient::StepChecksumReply() {
@@ -185,7 +184,7 @@ int UpdateClient::StepResumeReply() {
     if (!reply) return MalformedReply();
     if (reply->accepted) {
         gamelog->Printf("resuming download of %s\n", m_request.name.c_str());
-        m_bytesDone += static_cast<uint32_t>(m_request.currentLength);
+        m_bytesDone += static_cast<int64_t>(m_request.currentLength);
     } else {
         gamelog->Printf("redownloading %s\n", m_request.name.c_str());
     }

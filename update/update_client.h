@@ -8,6 +8,7 @@
 #include <string>
 #include <string_view>
 
+#include "lib/local_file_check.h"
 #include "lib/progress_indicator.h"
 #include "lib/stream.h"
 #include "net/event_loop.h"
@@ -83,6 +84,8 @@ private:
     // negotiating.cpp: what each file needs.
     void StartChecks(SessionState state);
     void ReadNextAhead();
+    bool FindWrongFile(LocalFileCheck* found);
+    int FinishChecks();
     void RequestFull(const FileRecord& record, SessionState returnState);
     void RequestPatch(const FileRecord& record, SessionState returnState);
     void SendRequest(const FileRecord& record, SessionState returnState, SessionState replyState);
@@ -126,8 +129,8 @@ private:
     int m_packetLength = 0;
     ProgressIndicator* m_progress;
     Stream m_file;
-    uint32_t m_bytesTotal = 0;
-    uint32_t m_bytesDone = 0;
+    int64_t m_bytesTotal = 0;
+    int64_t m_bytesDone = 0;
     uint32_t m_receivedCount = 0;
     size_t m_motdLength = 0;  // received in this conversation
     size_t m_nameBytes = 0;   // kept of the server's names in this conversation

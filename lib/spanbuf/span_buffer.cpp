@@ -73,7 +73,7 @@ uint64_t SpanBuffer::WriteSpan(const Span& span, FILE* out, ProgressIndicator* p
         if (got == 0 || put < got) return 0;  // the stream ends before the span, or the room does
         written += put;
         if (progress == nullptr) continue;
-        progress->SetProgress(static_cast<int32_t>(done + written), static_cast<int32_t>(total));
+        progress->ShowProgress(static_cast<int64_t>(done + written), static_cast<int64_t>(total));
     }
     return written;
 }
