@@ -13,8 +13,8 @@
 #include <string>
 #include <vector>
 
-#include "lib/mapped_file.h"
 #include "lib/patch_format.h"
+#include "lib/whole_file.h"
 
 namespace {
 

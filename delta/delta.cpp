@@ -7,10 +7,10 @@
 #include "delta/delta_plan.h"
 #include "delta/match_finder.h"
 #include "delta/patch_writer.h"
-#include "lib/mapped_file.h"
 #include "lib/patch_buffer.h"
 #include "lib/patch_format.h"
 #include "lib/stream.h"
+#include "lib/whole_file.h"
 
 namespace {
 

@@ -1,9 +1,20 @@
 #include "lib/whole_file.h"
 
+#include <linux/fs.h>
+#include <sys/ioctl.h>
+#include <sys/mman.h>
+
 #include <cerrno>
 #include <cstring>
+#include <vector>
 
 #include "lib/stream.h"
+
+namespace {
+
+constexpr size_t kPiece = size_t{128} * 1024;
+
+}  // namespace
 
 std::string SystemError(const std::string& path) {
     return path + ": " + strerror(errno);
@@ -13,9 +24,9 @@ bool ReadWholeFile(const std::string& path, std::string* text, std::string* erro
     const Stream file = OpenForReading(path);
     text->clear();
     if (file) {
-        char piece[65536];
-        while (const size_t got = fread(piece, 1, sizeof piece, file.get())) {
-            text->append(piece, got);
+        std::vector<char> piece(kPiece);
+        while (const size_t got = fread(piece.data(), 1, kPiece, file.get())) {
+            text->append(piece.data(), got);
         }
     }
     const bool read = file && !ferror(file.get());
@@ -29,4 +40,74 @@ bool WriteWholeFile(const std::string& path, const std::string& text, std::strin
                          CloseWritten(std::move(file));
     if (!written) *error = SystemError(path);
     return written;
+}
+
+bool HaveSameContents(const std::string& one, const std::string& other) {
+    const Stream a = OpenForReading(one);
+    const Stream b = OpenForReading(other);
+    if (!a || !b) return false;
+    std::vector<char> pieceOfA(kPiece);
+    std::vector<char> pieceOfB(kPiece);
+    for (;;) {
+        const size_t got = fread(pieceOfA.data(), 1, kPiece, a.get());
+        if (fread(pieceOfB.data(), 1, kPiece, b.get()) != got) return false;
+        if (memcmp(pieceOfA.data(), pieceOfB.data(), got) != 0) return false;
+        if (got < kPiece) return !ferror(a.get()) && !ferror(b.get());
+    }
+}
+
+bool CopyFile(const std::string& from, const std::string& to, std::string* error) {
+    const Stream source = OpenForReading(from);
+    if (!source) {
+        *error = SystemError(from);
+        return false;
+    }
+    Stream target = OpenForWriting(to);
+    if (!target) {
+        *error = SystemError(to);
+        return false;
+    }
+    if (ioctl(fileno(target.get()), FICLONE, fileno(source.get())) == 0) return true;
+
+    std::vector<char> piece(kPiece);
+    while (const size_t got = fread(piece.data(), 1, kPiece, source.get())) {
+        if (fwrite(piece.data(), 1, got, target.get()) != got) break;
+    }
+    if (ferror(source.get())) {
+        *error = SystemError(from);
+        return false;
+    }
+    const bool written = CloseWritten(std::move(target));
+    if (!written) *error = SystemError(to);
+    return written;
+}
+
+MappedFile::~MappedFile() {
+    if (m_data != nullptr) munmap(const_cast<uint8_t*>(m_data), m_size);
+}
+
+bool MappedFile::Open(const std::string& path, std::string* error) {
+    const Stream file = OpenForReading(path);
+    if (!file) {
+        *error = SystemError(path);
+        return false;
+    }
+    const auto size = static_cast<size_t>(StreamSize(file.get()));
+    if (size == 0) return true;
+    void* data = mmap(nullptr, size, PROT_READ, MAP_PRIVATE, fileno(file.get()), 0);
+    if (data == MAP_FAILED) {
+        *error = SystemError(path);
+        return false;
+    }
+    m_data = static_cast<const uint8_t*>(data);
+    m_size = size;
+    return true;
+}
+
+void MappedFile::Release(size_t end) {
+    constexpr size_t kAtOnce = size_t{1} << 20;  // a multiple of any page size
+    end -= end % kAtOnce;
+    if (end <= m_released) return;
+    madvise(const_cast<uint8_t*>(m_data) + m_released, end - m_released, MADV_DONTNEED);
+    m_released = end;
 }

@@ -1,7 +1,9 @@
-// Small text files of the store, read and written in one piece.
+// Files as wholes: read, written, compared, copied, mapped.
 #ifndef HALCYRIX_LIB_WHOLE_FILE_H
 #define HALCYRIX_LIB_WHOLE_FILE_H
 
+#include <cstddef>
+#include <cstdint>
 #include <string>
 
 // "path: what went wrong", from errno.
@@ -12,5 +14,36 @@ std::string SystemError(const std::string& path);
 // Creates or truncates the file.
 [[nodiscard]] bool WriteWholeFile(const std::string& path, const std::string& text,
                                   std::string* error);
+
+// Whether both can be read and hold the same bytes.
+bool HaveSameContents(const std::string& one, const std::string& other);
+
+// Makes `to`, which must not exist, a copy of `from` that shares its blocks where the file system
+// can do that.
+[[nodiscard]] bool CopyFile(const std::string& from, const std::string& to, std::string* error);
+
+// A read-only mapping of a file, which lasts as long as the object. Nobody may cut the file short
+// meanwhile: touching a byte that is gone ends the program.
+class MappedFile {
+public:
+    MappedFile() = default;
+    ~MappedFile();
+    MappedFile(const MappedFile&) = delete;
+    MappedFile& operator=(const MappedFile&) = delete;
+
+    // Maps a regular file. Call once on a new object.
+    [[nodiscard]] bool Open(const std::string& path, std::string* error);
+
+    // Gives the memory of the bytes before `end` back, until they are looked at again.
+    void Release(size_t end);
+
+    const uint8_t* Data() const { return m_data; }  // null for an empty file
+    size_t Size() const { return m_size; }
+
+private:
+    const uint8_t* m_data = nullptr;
+    size_t m_size = 0;
+    size_t m_released = 0;
+};
 
 #endif

@@ -1,10 +1,13 @@
-// The commands of halcyrix-release. Each adds itself to the command line; when it has been run,
-// `status` holds what the program ends with.
+// The commands of halcyrix-release, each a function of what the command line says.
 #ifndef HALCYRIX_RELEASE_COMMANDS_H
 #define HALCYRIX_RELEASE_COMMANDS_H
 
-#include <CLI/CLI.hpp>
+#include <cstddef>
+#include <cstdio>
 #include <string>
+
+#include "serve/update_server.h"
+#include "store/publisher.h"
 
 enum ExitStatus : int {
     EXIT_DONE = 0,
@@ -12,19 +15,26 @@ enum ExitStatus : int {
     EXIT_USAGE = 2,
 };
 
-// `status` must live until the command line is parsed.
-void AddPublishCommand(CLI::App* app, ExitStatus* status);
-void AddPruneCommand(CLI::App* app, ExitStatus* status);
-void AddServeCommand(CLI::App* app, ExitStatus* status);
-void AddDiffCommand(CLI::App* app, ExitStatus* status);
-void AddApplyCommand(CLI::App* app, ExitStatus* status);
-void AddShowCommand(CLI::App* app, ExitStatus* status);
-void AddCheckCommand(CLI::App* app, ExitStatus* status);
-
-// A command with --help and --version.
-CLI::App* AddCommand(CLI::App* app, const std::string& name, const std::string& description);
-
 // Tells the problem on standard error.
-ExitStatus Problem(const std::string& text);
+inline ExitStatus Problem(const std::string& text) {
+    fprintf(stderr, "halcyrix-release: %s\n", text.c_str());
+    return EXIT_PROBLEM;
+}
+
+ExitStatus Publish(const PublishRequest& request);
+ExitStatus Prune(const std::string& store, size_t keep);
+ExitStatus Check(const std::string& store);
+
+struct ServeRequest {
+    std::string store;
+    std::string address = "0.0.0.0";  // the same as the server's, as text
+    ServerOptions server;
+    std::string statusFile;
+};
+ExitStatus Serve(const ServeRequest& request);
+
+ExitStatus Diff(const std::string& from, const std::string& to, const std::string& patch);
+ExitStatus Apply(const std::string& from, const std::string& patch, const std::string& result);
+ExitStatus Show(const std::string& patch);
 
 #endif

@@ -1,25 +1,120 @@
 // halcyrix-release: the maker's tool.
+#include <arpa/inet.h>
+
+#include <CLI/CLI.hpp>
 #include <cstdio>
 
 #include "halcyrix_config.h"
 #include "release/commands.h"
+
+namespace {
+
+// Each check returns why the text is refused, and an empty string for a good one.
+
+std::string CheckSource(const std::string& text) {
+    return text.find('=') == std::string::npos ? text + " is not COMPONENT=DIR" : "";
+}
+
+std::string CheckAddress(const std::string& text) {
+    in_addr address;
+    return inet_pton(AF_INET, text.c_str(), &address) == 1 ? "" : text + " is no IPv4 address";
+}
+
+}  // namespace
 
 int main(int argc, char** argv) {
     ExitStatus status = EXIT_DONE;
     CLI::App app(
         "Publishes releases of the game to a store, serves them, and works on the store's files.",
         "halcyrix-release");
-    app.set_version_flag("--version", "halcyrix-release " HALCYRIX_VERSION,
-                         "Print the version and exit");
     app.footer("Exit status: 0 done, 1 a problem in the data or the system, 2 wrong usage.");
     app.require_subcommand(1);
-    AddPublishCommand(&app, &status);
-    AddPruneCommand(&app, &status);
-    AddServeCommand(&app, &status);
-    AddDiffCommand(&app, &status);
-    AddApplyCommand(&app, &status);
-    AddShowCommand(&app, &status);
-    AddCheckCommand(&app, &status);
+
+    PublishRequest request;
+    std::vector<std::string> sources;
+    CLI::App* publish = app.add_subcommand("publish", "Add a release to a store");
+    publish->add_option("STORE", request.store, "The store, made when there is none")->required();
+    publish->add_option("VERSION", request.version, "The version, a word not used before")
+        ->required();
+    publish->add_option("COMPONENT=DIR", sources, "Each component and where its files are")
+        ->required()
+        ->check(CheckSource);
+    publish
+        ->add_option("--patches-from", request.patchesFrom,
+                     "Make patches from the last N releases of a component")
+        ->type_name("N")
+        ->check(CLI::NonNegativeNumber)
+        ->capture_default_str();
+    publish->callback([&] {
+        for (const std::string& source : sources) {
+            const size_t equals = source.find('=');
+            request.components.push_back({source.substr(0, equals), source.substr(equals + 1)});
+        }
+        status = Publish(request);
+    });
+
+    std::string store;
+    size_t keep = 0;
+    CLI::App* prune = app.add_subcommand("prune", "Remove old releases from a store");
+    prune->add_option("STORE", store, "The store")->required();
+    prune
+        ->add_option("--keep", keep,
+                     "Remove a release after which came N others with all of its components")
+        ->required()
+        ->type_name("N")
+        ->check(CLI::Range(1, 1'000'000));
+    prune->callback([&] { status = Prune(store, keep); });
+
+    CLI::App* check = app.add_subcommand("check", "Compare a store's files with its manifests");
+    check->add_option("STORE", store, "The store")->required();
+    check->callback([&] { status = Check(store); });
+
+    ServeRequest serving;
+    ServerOptions& server = serving.server;
+    CLI::App* serve = app.add_subcommand("serve", "Serve a store's releases to updaters");
+    serve->add_option("STORE", serving.store, "The store")->required();
+    serve->add_option("--listen", serving.address, "Local IPv4 address to listen on")
+        ->check(CheckAddress)
+        ->capture_default_str();
+    serve->add_option("--port", server.port, "Port to listen on")
+        ->check(CLI::Range(1, 65535))
+        ->capture_default_str();
+    serve->add_option("--slots", server.slots, "How many clients download at a time")
+        ->check(CLI::Range(1, 900))
+        ->capture_default_str();
+    serve->add_option("--motd", server.motdFile,
+                      "Text file with the message of the day, read anew for each client; at most "
+                      "64 KiB of it are shown");
+    serve->add_option("--status", serving.statusFile,
+                      "File to keep the server's counts in, rewritten every few seconds");
+    serve->callback([&] {
+        inet_pton(AF_INET, serving.address.c_str(), &server.address);
+        status = Serve(serving);
+    });
+
+    std::string from, to, patch;
+    CLI::App* diff = app.add_subcommand("diff", "Make the patch from one file to another");
+    diff->add_option("OLD", from, "The file to start from")->required();
+    diff->add_option("NEW", to, "The file to make")->required();
+    diff->add_option("PATCH", patch, "Where to write the patch")->required();
+    diff->callback([&] { status = Diff(from, to, patch); });
+
+    CLI::App* apply = app.add_subcommand("apply", "Apply a patch as the updater would");
+    apply->add_option("OLD", from, "The file to start from")->required();
+    apply->add_option("PATCH", patch, "The patch")->required();
+    apply->add_option("RESULT", to, "Where to write the new file")->required();
+    apply->callback([&] { status = Apply(from, patch, to); });
+
+    CLI::App* show = app.add_subcommand("show", "List the commands of a patch");
+    show->add_option("PATCH", patch, "The patch")->required();
+    show->callback([&] { status = Show(patch); });
+
+    for (CLI::App* command : app.get_subcommands({})) {
+        command->set_version_flag("--version", "halcyrix-release " HALCYRIX_VERSION,
+                                  "Print the version and exit");
+    }
+    app.set_version_flag("--version", "halcyrix-release " HALCYRIX_VERSION,
+                         "Print the version and exit");
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {

@@ -69,10 +69,10 @@ void UpdateServer::OnAccept(int32_t fd, const sockaddr_in& addr) {
 
 std::shared_ptr<const Release> UpdateServer::LatestRelease(
     const std::list<std::string>& components) {
-    std::string error;
-    if (!m_store->Refresh(&error)) {
+    m_store->Refresh();
+    for (const std::string& news : m_store->TakeNews()) {
         CountError();
-        gamelog->Printf("%s\n", error.c_str());
+        gamelog->Printf("%s\n", news.c_str());
     }
     return m_store->Latest(components);
 }

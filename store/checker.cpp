@@ -15,25 +15,28 @@ namespace {
 
 class Checker {
 public:
-    explicit Checker(CheckReport* report) : m_report(report) {}
+    Checker(const std::string& store, CheckReport* report) : m_store(store), m_report(report) {}
 
-    void CheckFolderOfReleases(const std::string& folder);
+    void CheckFolderOfReleases();
 
 private:
     void Problem(const std::string& path, const std::string& text) {
         m_report->problems.push_back(path + ": " + text);
     }
 
-    void CheckRelease(const Release& release);
+    void CheckRelease(const fs::path& entry, const Release& release);
     void CheckFile(const std::string& path, uint32_t length, uint32_t checksum);
     void CheckNoOthers(const std::string& folder);
 
+    const std::string& m_store;
     CheckReport* m_report;
+    uint64_t m_nextIndex = 0;
     std::set<std::string> m_known;                   // paths of the release at hand
     std::map<std::string, std::string> m_byVersion;  // the directory of each version
 };
 
-void Checker::CheckFolderOfReleases(const std::string& folder) {
+void Checker::CheckFolderOfReleases() {
+    const std::string folder = m_store + "/" + kReleasesFolder;
     std::vector<fs::path> entries;
     std::error_code fault;
     for (fs::directory_iterator entry(folder, fault), end; !fault && entry != end;
@@ -43,38 +46,43 @@ void Checker::CheckFolderOfReleases(const std::string& folder) {
     if (fault) Problem(folder, fault.message());
     std::sort(entries.begin(), entries.end());
 
-    uint64_t nextIndex = 0;
     for (const fs::path& entry : entries) {
+        const size_t before = m_report->problems.size();
         std::string error;
         const auto release = Release::Load(entry.string(), &error);
-        if (!release) {
+        if (release) {
+            CheckRelease(entry, *release);
+        } else {
             m_report->problems.push_back(error);
-            continue;
         }
-        ++m_report->releases;
-        if (SequenceName(release->Sequence()) != entry.filename()) {
-            Problem(entry.string(), "does not bear the release's sequence number");
-        }
-        const auto [place, added] = m_byVersion.emplace(release->Version(), entry.string());
-        if (!added) Problem(entry.string(), "has the version of " + place->second);
-        if (release->FirstIndex() < nextIndex) {
-            Problem(entry.string(), "uses file indexes of an earlier release");
-        }
-        nextIndex = std::max(nextIndex, release->NextIndex());
-        CheckRelease(*release);
+        if (m_report->problems.size() == before) continue;
+        m_report->advice.push_back(
+            entry.string() + ": copy it again from the original store or a backup, or take it " +
+            "back with \"withdraw " + m_store + " " +
+            (release ? release->Version() : entry.filename().string()) + "\"");
     }
 }
 
-void Checker::CheckRelease(const Release& release) {
-    const std::string& directory = release.Directory();
-    m_known = {directory + "/" + kManifestFile};
+void Checker::CheckRelease(const fs::path& entry, const Release& release) {
+    ++m_report->releases;
+    if (SequenceName(release.Sequence()) != entry.filename()) {
+        Problem(entry.string(), "does not bear the release's sequence number");
+    }
+    const auto [place, added] = m_byVersion.emplace(release.Version(), entry.string());
+    if (!added) Problem(entry.string(), "has the version of " + place->second);
+    if (release.FirstIndex() < m_nextIndex) {
+        Problem(entry.string(), "uses file indexes of an earlier release");
+    }
+    m_nextIndex = std::max(m_nextIndex, release.NextIndex());
+
+    m_known = {release.Directory() + "/" + kManifestFile};
     for (const ReleaseFile& file : release.Files()) {
         CheckFile(release.FilePath(file), file.length, file.checksum);
     }
     for (const ReleasePatch& patch : release.Patches()) {
         CheckFile(release.PatchPath(patch), patch.length, patch.checksum);
     }
-    CheckNoOthers(directory);
+    CheckNoOthers(release.Directory());
 }
 
 void Checker::CheckFile(const std::string& path, uint32_t length, uint32_t checksum) {
@@ -108,7 +116,7 @@ void Checker::CheckNoOthers(const std::string& folder) {
 
 CheckReport CheckStore(const std::string& directory) {
     CheckReport report;
-    Checker(&report).CheckFolderOfReleases(directory + "/" + kReleasesFolder);
+    Checker(directory, &report).CheckFolderOfReleases();
     Reservation reservation;
     std::string error;
     if (!ReadReservation(directory, &reservation, &error)) report.problems.push_back(error);

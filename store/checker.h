@@ -8,6 +8,7 @@
 
 struct CheckReport {
     std::vector<std::string> problems;
+    std::vector<std::string> advice;  // what to do about each release that has some
     size_t releases = 0;
     size_t files = 0;  // patches included
     uint64_t bytes = 0;

@@ -187,9 +187,7 @@ bool ParseManifest(const std::string& text, Manifest* manifest, std::string* err
         return false;
     }
     *manifest = Manifest();
-    // A number can be written in more than one way; only one of them is accepted.
-    if (!ParseBody(body.substr(sizeof kFirstLine - 1), manifest) ||
-        FormatManifest(*manifest) != text) {
+    if (!ParseBody(body.substr(sizeof kFirstLine - 1), manifest)) {
         *error = "a line of the manifest is malformed";
         return false;
     }

@@ -54,8 +54,8 @@ struct Manifest {
 
 std::string FormatManifest(const Manifest& manifest);
 
-// Accepts exactly what FormatManifest() gives for a manifest whose names are good, whose entries
-// are sorted and whose indexes are right. False, with the reason in `error`, for anything else.
+// False, with the reason in `error`, unless the text is whole, the names are good, the entries are
+// sorted and the indexes are right.
 [[nodiscard]] bool ParseManifest(const std::string& text, Manifest* manifest, std::string* error);
 
 #endif

@@ -1,5 +1,7 @@
 #include "store/publisher.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <filesystem>
 #include <utility>
@@ -8,7 +10,6 @@
 #include "lib/file_helpers.h"
 #include "lib/local_file_check.h"
 #include "lib/whole_file.h"
-#include "store/file_copy.h"
 #include "store/names.h"
 
 namespace fs = std::filesystem;
@@ -26,6 +27,11 @@ bool IsBelow(const std::string& path, const std::string& directory) {
     const fs::path outer = fs::weakly_canonical(fs::absolute(directory, ignored), ignored);
     return std::mismatch(outer.begin(), outer.end(), inner.begin(), inner.end()).first ==
            outer.end();
+}
+
+// Makes `to` another name of `from`, or a copy where that cannot be.
+bool LinkOrCopyFile(const std::string& from, const std::string& to, std::string* error) {
+    return link(from.c_str(), to.c_str()) == 0 || CopyFile(from, to, error);
 }
 
 bool MakeParents(const std::string& path, std::string* error) {
@@ -73,6 +79,9 @@ bool Publisher::CheckRequest(std::string* error) const {
 bool Publisher::OpenStore(std::string* error) {
     m_writer = StoreWriter::Open(m_request.store, error);
     if (!m_writer) return false;
+    for (const auto& [sequence, damaged] : m_writer->Published().Damaged()) {
+        m_observer->Warn("release " + SequenceName(sequence) + " is damaged: " + damaged.reason);
+    }
     if (m_writer->Published().Find(m_request.version)) {
         *error = m_request.store + ": version " + m_request.version + " is published already";
         return false;
@@ -137,7 +146,7 @@ bool Publisher::StoreFile(const ReleaseSource& source, std::string* error) {
         return false;
     }
     file.length = static_cast<uint32_t>(source.status.st_size);
-    file.checksum = FileChecksum(target, nullptr);
+    file.checksum = same ? old->checksum : FileChecksum(target, nullptr);
     if (file.checksum == kNoChecksum) {
         *error = SystemError(target);
         return false;

@@ -1,11 +1,17 @@
 #include "store/store.h"
 
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <charconv>
 #include <cinttypes>
 #include <cstdio>
 #include <filesystem>
+#include <set>
 #include <utility>
+
+#include "lib/whole_file.h"
 
 namespace fs = std::filesystem;
 
@@ -18,14 +24,32 @@ uint32_t SequenceOf(const std::string& name) {
     return SequenceName(sequence) == name ? sequence : 0;
 }
 
-std::shared_ptr<const Release> LoadNumbered(const std::string& directory, uint32_t sequence,
-                                            std::string* error) {
-    std::shared_ptr<const Release> release = Release::Load(directory, error);
-    if (release && release->Sequence() != sequence) {
-        *error = directory + ": the manifest is of release " + SequenceName(release->Sequence());
-        return nullptr;
+// Copies may be mended while they are served, file by file.
+constexpr std::chrono::seconds kLookAgain{3};
+
+// What is wrong with a file that ought to have a length; empty when nothing is.
+std::string FileFault(const std::string& path, uint32_t length) {
+    struct stat status;
+    if (stat(path.c_str(), &status) != 0 || access(path.c_str(), R_OK) != 0) {
+        return SystemError(path);
     }
-    return release;
+    if (S_ISREG(status.st_mode) && status.st_size == length) return {};
+    return path + ": has " + std::to_string(status.st_size) + " bytes instead of " +
+           std::to_string(length);
+}
+
+// What is wrong with the files of a release, as far as that shows without reading them.
+std::string FilesFault(const Release& release) {
+    std::string fault;
+    for (const ReleaseFile& file : release.Files()) {
+        fault = FileFault(release.FilePath(file), file.length);
+        if (!fault.empty()) return fault;
+    }
+    for (const ReleasePatch& patch : release.Patches()) {
+        fault = FileFault(release.PatchPath(patch), patch.length);
+        if (!fault.empty()) return fault;
+    }
+    return fault;
 }
 
 }  // namespace
@@ -40,35 +64,84 @@ Store::Store(std::string directory) : m_directory(std::move(directory)) {}
 
 std::unique_ptr<Store> Store::Open(const std::string& directory, std::string* error) {
     std::unique_ptr<Store> store(new Store(directory));
-    if (!store->Refresh(error)) return nullptr;
-    return store;
+    store->Refresh();
+    if (store->m_fault.empty()) return store;
+    *error = store->m_fault;
+    return nullptr;
 }
 
-bool Store::Refresh(std::string* error) {
+void Store::Refresh() {
     const std::string folder = m_directory + "/" + kReleasesFolder;
-    std::map<uint32_t, std::shared_ptr<const Release>> present;
-    bool good = true;
+    struct stat status {};
+    const bool found = stat(folder.c_str(), &status) == 0;
+    const auto now = std::chrono::steady_clock::now();
+    const bool again = !m_damaged.empty() && now - m_examined >= kLookAgain;
+    const bool same = found && status.st_mtim.tv_sec == m_folderTime.tv_sec &&
+                      status.st_mtim.tv_nsec == m_folderTime.tv_nsec;
+    if (same && !again) return;
+    // Two changes within a tick of the system's clock leave one time.
+    const bool settled = found && status.st_mtim.tv_sec + 1 < time(nullptr);
+    m_folderTime = settled ? status.st_mtim : timespec{};
+    if (again) m_examined = now;
+    List(folder, again);
+}
+
+// Examines the releases that are new, and the damaged ones when it is to look at them `again`.
+void Store::List(const std::string& folder, bool again) {
+    std::set<uint32_t> present;
     std::error_code fault;
     for (fs::directory_iterator entry(folder, fault), end; !fault && entry != end;
          entry.increment(fault)) {
         const uint32_t sequence = SequenceOf(entry->path().filename().string());
-        if (sequence == 0) continue;
-        const auto known = m_releases.find(sequence);
-        auto release = known != m_releases.end()
-                           ? known->second
-                           : LoadNumbered(entry->path().string(), sequence, error);
-        if (release) {
-            present.emplace(sequence, std::move(release));
-        } else if (fs::exists(entry->path(), fault)) {  // else it was removed meanwhile
-            good = false;
-        }
+        if (sequence != 0) present.insert(sequence);
     }
+    const std::string told = std::exchange(m_fault, fault ? folder + ": " + fault.message() : "");
     if (fault) {
-        *error = folder + ": " + fault.message();
-        return false;
+        m_folderTime = {};
+        if (m_fault != told) m_news.push_back(m_fault);
+        return;
     }
-    m_releases = std::move(present);
-    return good;
+    const auto gone = [&present](const auto& entry) { return !present.contains(entry.first); };
+    std::erase_if(m_releases, gone);
+    std::erase_if(m_damaged, gone);
+    for (const uint32_t sequence : present) {
+        if (m_releases.contains(sequence) || (m_damaged.contains(sequence) && !again)) continue;
+        Examine(sequence);
+    }
+}
+
+// Puts a release among the good ones or the damaged ones.
+void Store::Examine(uint32_t sequence) {
+    const std::string name = SequenceName(sequence);
+    const std::string directory = m_directory + "/" + kReleasesFolder + "/" + name;
+    std::string fault;
+    auto release = Release::Load(directory, &fault);
+    if (release && release->Sequence() != sequence) {
+        fault = directory + ": the manifest is of release " + SequenceName(release->Sequence());
+        release.reset();
+    }
+    if (release) fault = FilesFault(*release);
+    if (access(directory.c_str(), F_OK) != 0) return;  // it was removed meanwhile
+    m_releases.erase(sequence);
+    if (fault.empty()) {
+        if (m_damaged.erase(sequence) != 0) m_news.push_back("release " + name + " is whole again");
+        m_releases.emplace(sequence, std::move(release));
+        return;
+    }
+    DamagedRelease& damaged = m_damaged[sequence];
+    if (damaged.reason.empty()) {
+        m_news.push_back("release " + name + " is damaged and passed over: " + fault);
+    }
+    damaged = {std::move(fault), std::move(release)};
+}
+
+void Store::Doubt(const Release& release) {
+    const auto known = m_releases.find(release.Sequence());
+    if (known != m_releases.end() && known->second.get() == &release) Examine(release.Sequence());
+}
+
+std::vector<std::string> Store::TakeNews() {
+    return std::exchange(m_news, {});
 }
 
 std::vector<std::shared_ptr<const Release>> Store::Releases() const {

@@ -86,6 +86,16 @@ std::unique_ptr<StoreWriter> StoreWriter::Open(const std::string& directory, std
         next.sequence = std::max(next.sequence, release->Sequence() + 1);
         next.index = std::max(next.index, static_cast<uint32_t>(release->NextIndex()));
     }
+    for (const auto& [sequence, damaged] : writer->m_store->Damaged()) {
+        if (sequence < next.sequence) continue;
+        if (!damaged.release) {
+            *error = damaged.reason + "; without it, or the file " + kReservedFile +
+                     ", nobody knows which numbers are taken: copy one of them from a backup";
+            return nullptr;
+        }
+        next.sequence = sequence + 1;
+        next.index = std::max(next.index, static_cast<uint32_t>(damaged.release->NextIndex()));
+    }
     return writer;
 }
 
@@ -120,28 +130,37 @@ bool StoreWriter::Begin(std::string* error) {
     return MakeFolder(m_incoming, error);
 }
 
-bool StoreWriter::Commit(const Reservation& next, std::string* error) {
+// Puts all of the file system on the disk, and the numbers to go on from.
+bool StoreWriter::Reserve(const Reservation& next, std::string* error) {
     const std::string& store = m_store->Directory();
-    const std::string releases = store + "/" + kReleasesFolder;
-    const std::string reserved = store + "/" + kReservedFile;
     const std::string temporary = store + "/" + kIncomingPrefix + kReservedFile;
+    const bool reserved =
+        WriteWholeFile(temporary, FormatReservation(next), error) && Sync(store, syncfs, error) &&
+        Rename(temporary, store + "/" + kReservedFile, error) && Sync(store, fsync, error);
+    if (!reserved) unlink(temporary.c_str());
+    return reserved;
+}
+
+bool StoreWriter::Commit(const Reservation& next, std::string* error) {
+    const std::string releases = m_store->Directory() + "/" + kReleasesFolder;
     // The numbers are taken before they are seen: an interruption in between wastes some.
-    if (!WriteWholeFile(temporary, FormatReservation(next), error) ||
-        !Sync(m_incoming, syncfs, error) || !Rename(temporary, reserved, error) ||
-        !Sync(store, fsync, error) ||
+    if (!Reserve(next, error) ||
         !Rename(m_incoming, releases + "/" + SequenceName(m_next.sequence), error)) {
-        unlink(temporary.c_str());
         return false;
     }
     m_incoming.clear();
     return Sync(releases, fsync, error);
 }
 
-bool StoreWriter::Remove(const Release& release, std::string* error) {
-    const std::string removed = m_store->Directory() + "/" + kIncomingPrefix + "removed." +
-                                SequenceName(release.Sequence());
+bool StoreWriter::Remove(uint32_t sequence, std::string* error) {
+    const std::string name = SequenceName(sequence);
+    const std::string removed = m_store->Directory() + "/" + kIncomingPrefix + "removed." + name;
     const std::string releases = m_store->Directory() + "/" + kReleasesFolder;
-    if (!Rename(release.Directory(), removed, error) || !Sync(releases, fsync, error)) return false;
+    // What is half deleted keeps the name from being used.
+    if (!RemoveLeftovers(error) || !Reserve(m_next, error) ||
+        !Rename(releases + "/" + name, removed, error) || !Sync(releases, fsync, error)) {
+        return false;
+    }
     std::error_code fault;
     fs::remove_all(removed, fault);
     if (fault) *error = removed + ": " + fault.message();

@@ -21,7 +21,7 @@ struct Reservation {
 class StoreWriter {
 public:
     // Makes the store's directory when there is none, below an existing one. Null, with the reason
-    // in `error`, when the store is damaged or somebody else publishes.
+    // in `error`, when somebody else publishes or what numbers are taken cannot be known.
     static std::unique_ptr<StoreWriter> Open(const std::string& directory, std::string* error);
     ~StoreWriter();
     StoreWriter(const StoreWriter&) = delete;
@@ -41,13 +41,14 @@ public:
     // written by now. It either happens or not, whenever the machine stops.
     [[nodiscard]] bool Commit(const Reservation& next, std::string* error);
 
-    // Takes a published release away, which either happens or not, and then deletes its files. Must
-    // not be the newest one, whose numbers would be given again. A server that is sending its files
-    // can no longer.
-    [[nodiscard]] bool Remove(const Release& release, std::string* error);
+    // Takes a published release away, which either happens or not, and then deletes its files. Its
+    // numbers stay taken. A server that is sending its files can no longer.
+    [[nodiscard]] bool Remove(uint32_t sequence, std::string* error);
 
 private:
     StoreWriter() = default;
+
+    bool Reserve(const Reservation& next, std::string* error);
 
     Stream m_lock;
     std::unique_ptr<Store> m_store;

@@ -183,21 +183,26 @@ TEST_F(Publishing, ShowsToAnOpenStore) {
     const auto first = store->Find("1");
     ASSERT_EQ(PublishSample("2", {{"common", "game"}, {"linux64upd", "updater"}}), "");
     EXPECT_FALSE(store->Latest({"common", "linux64upd"}));
-    std::string error;
-    ASSERT_TRUE(store->Refresh(&error)) << error;
+    store->Refresh();
     EXPECT_EQ(store->Latest({"common", "linux64upd"})->Version(), "2");
 
-    // What cannot be read is told, and what can be is there all the same.
+    // What is damaged is told once and passed over, by whoever publishes too.
     PublishNext("3");
     PublishNext("4");
     fs::resize_file("store/releases/000003/manifest", 10);
+    fs::remove("store/releases/000004/files/common/data/same");
     fs::remove_all("store/releases/000002");
-    EXPECT_FALSE(store->Refresh(&error));
-    EXPECT_THAT(error, HasSubstr("000003/manifest"));
-    EXPECT_EQ(store->Latest({"common"})->Version(), "4");
-    EXPECT_EQ(store->Find("1"), first);
+    store->Refresh();
+    EXPECT_THAT(store->TakeNews(),
+                ElementsAre(HasSubstr("000003/manifest"), HasSubstr("data/same: No such file")));
+    store->Refresh();
+    EXPECT_THAT(store->TakeNews(), IsEmpty());
+    EXPECT_EQ(store->Latest({"common"}), first);
     EXPECT_FALSE(store->Find("2"));
-    EXPECT_EQ(OpenSample(), nullptr);
+    PublishNext("5");
+    store->Refresh();
+    EXPECT_EQ(store->Latest({"common"})->Version(), "5");
+    EXPECT_EQ(store->Damaged().size(), 2u);
 }
 
 TEST_F(Publishing, IsCheckedForEveryKindOfDamage) {

@@ -73,8 +73,7 @@ TEST(ReleaseTool, PrunesWhatNewerReleasesReplace) {
     EXPECT_FALSE(fs::exists("store/incoming.removed.000001"));
     EXPECT_THAT(CheckStore("store").problems, IsEmpty());
 
-    std::string error;
-    ASSERT_TRUE(served->Refresh(&error)) << error;
+    served->Refresh();
     EXPECT_EQ(served->Find("2"), nullptr);
     EXPECT_EQ(served->Latest({"common"})->Version(), "3");
     RecordingObserver observer;

@@ -1,7 +1,10 @@
+#include <unistd.h>
+
 #include <cinttypes>
 #include <cstdio>
-#include <memory>
 
+#include "delta/delta.h"
+#include "lib/patch_buffer.h"
 #include "lib/patch_reader.h"
 #include "lib/stream.h"
 #include "lib/whole_file.h"
@@ -40,6 +43,34 @@ bool ShowCommand(const PatchCommand& command, Totals* totals) {
     }
 }
 
+// Gives what was made its name, which that of one of the files it was made from may be.
+ExitStatus Take(const std::string& temporary, const std::string& path) {
+    if (rename(temporary.c_str(), path.c_str()) == 0) return EXIT_DONE;
+    const ExitStatus status = Problem("cannot write " + SystemError(path));
+    unlink(temporary.c_str());
+    return status;
+}
+
+}  // namespace
+
+ExitStatus Diff(const std::string& from, const std::string& to, const std::string& patch) {
+    std::string reason;
+    const std::string temporary = patch + ".tmp";
+    const DeltaResult result = MakePatch(from, to, temporary, kNoSizeLimit, &reason);
+    return result == DeltaResult::MADE ? Take(temporary, patch) : Problem(reason);
+}
+
+ExitStatus Apply(const std::string& from, const std::string& patch, const std::string& result) {
+    PatchBuffer patched;
+    if (!patched.Load(patch, from)) return Problem(patch + ": cannot be applied to " + from);
+    if (patched.Size() == 0) return Problem(patch + ": makes an empty file");
+    const std::string temporary = result + ".tmp";
+    if (patched.WriteFile(temporary, nullptr)) return Take(temporary, result);
+    const ExitStatus status = Problem("cannot write " + SystemError(temporary));
+    unlink(temporary.c_str());
+    return status;
+}
+
 ExitStatus Show(const std::string& path) {
     const Stream patch = OpenForReading(path);
     if (!patch) return Problem(SystemError(path));
@@ -58,13 +89,4 @@ ExitStatus Show(const std::string& path) {
     }
     if (command.kind == PatchCommand::TRUNCATED) return Problem(path + ": ends within a command");
     return EXIT_DONE;
-}
-
-}  // namespace
-
-void AddShowCommand(CLI::App* app, ExitStatus* status) {
-    const auto path = std::make_shared<std::string>();
-    CLI::App* command = AddCommand(app, "show", "List the commands of a patch");
-    command->add_option("PATCH", *path, "The patch")->required();
-    command->callback([path, status] { *status = Show(*path); });
 }
