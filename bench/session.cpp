@@ -58,6 +58,7 @@ int main(int argc, char** argv) {
         return 2;
     }
     signal(SIGPIPE, SIG_IGN);
+    signal(SIGXFSZ, SIG_IGN);
     GameLog log;
     gamelog = &log;
     EventLoop loop;

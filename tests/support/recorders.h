@@ -39,7 +39,10 @@ public:
         progress.emplace_back(done, total);
         if (onProgress) onProgress(done, total);
     }
-    void SetStatus(const char* text) override { statuses.emplace_back(text); }
+    void SetStatus(const char* text) override {
+        statuses.emplace_back(text);
+        if (onStatus) onStatus(text);
+    }
     void Finished(int32_t result) override {
         results.push_back(result);
         if (onFinished) onFinished(result);
@@ -49,6 +52,7 @@ public:
     std::vector<std::string> statuses;
     std::vector<int32_t> results;
     std::function<void(int32_t, int32_t)> onProgress;
+    std::function<void(const char*)> onStatus;
     std::function<void(int32_t)> onFinished;
 };
 

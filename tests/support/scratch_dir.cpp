@@ -1,5 +1,7 @@
 #include "tests/support/scratch_dir.h"
 
+#include <sys/resource.h>
+
 #include <cstdlib>
 #include <fstream>
 #include <iterator>
@@ -29,6 +31,25 @@ std::string ReadFile(const fs::path& path) {
 void WriteFile(const fs::path& path, const std::string& contents) {
     if (path.has_parent_path()) fs::create_directories(path.parent_path());
     std::ofstream(path, std::ios::binary) << contents;
+}
+
+namespace {
+
+void LimitFileSize(rlim_t bytes) {
+    rlimit limit;
+    getrlimit(RLIMIT_FSIZE, &limit);
+    limit.rlim_cur = std::min(bytes, limit.rlim_max);
+    setrlimit(RLIMIT_FSIZE, &limit);
+}
+
+}  // namespace
+
+FileSizeLimit::FileSizeLimit(size_t bytes) {
+    LimitFileSize(bytes);
+}
+
+FileSizeLimit::~FileSizeLimit() {
+    LimitFileSize(RLIM_INFINITY);
 }
 
 std::string SeededBytes(size_t size, unsigned seed) {

@@ -1,4 +1,4 @@
-// A directory of its own for a test, and files to put there.
+// A directory of its own for a test, files to put there, and room for them.
 #ifndef HALCYRIX_TESTS_SUPPORT_SCRATCH_DIR_H
 #define HALCYRIX_TESTS_SUPPORT_SCRATCH_DIR_H
 
@@ -24,6 +24,15 @@ private:
 // Whole files; a missing one reads as "(missing)". Writing makes the directories of the path.
 std::string ReadFile(const std::filesystem::path& path);
 void WriteFile(const std::filesystem::path& path, const std::string& contents);
+
+// As if the disk were full where a file reaches this size, for this process and those it starts.
+class FileSizeLimit {
+public:
+    explicit FileSizeLimit(size_t bytes);
+    ~FileSizeLimit();
+    FileSizeLimit(const FileSizeLimit&) = delete;
+    FileSizeLimit& operator=(const FileSizeLimit&) = delete;
+};
 
 // Contents that look random and are the same in every run.
 std::string SeededBytes(size_t size, unsigned seed);

@@ -1,0 +1,35 @@
+// A screen of the test program's own, and what a player sees and does there.
+#ifndef HALCYRIX_TESTS_SUPPORT_SCREEN_H
+#define HALCYRIX_TESTS_SUPPORT_SCREEN_H
+
+#include <X11/Xlib.h>
+
+#include <string>
+
+struct xdo;
+
+// An X server in memory, without a window manager: 1024 by 768 pixels. It is the process's display
+// while it lives.
+class TestScreen {
+public:
+    TestScreen();
+    ~TestScreen();
+    TestScreen(const TestScreen&) = delete;
+    TestScreen& operator=(const TestScreen&) = delete;
+
+    // Waits until the program shows a window with this title.
+    Window AwaitWindow(pid_t program, const std::string& title);
+    // Closes a window as its frame would.
+    void Close(Window window);
+    // Gives a window the keyboard and presses keys one after the other: "Tab space ctrl+c".
+    void Press(Window window, const std::string& keys);
+
+    // For whatever else Xlib or libxdo can tell.
+    xdo* Xdo() const { return m_xdo; }
+
+private:
+    pid_t m_server;
+    xdo* m_xdo;
+};
+
+#endif

@@ -1,0 +1,36 @@
+// One start of the updater without its window, in the test's own process and working directory.
+#ifndef HALCYRIX_TESTS_SUPPORT_SESSION_H
+#define HALCYRIX_TESTS_SUPPORT_SESSION_H
+
+#include <cstring>
+
+#include "net/event_loop.h"
+#include "tests/support/patience.h"
+#include "tests/support/recorders.h"
+#include "update/update_client.h"
+
+struct Session {
+    Session() {
+        progress.onFinished = [this](int32_t) { loop.Stop(0); };
+        progress.onStatus = [this](const char* text) {
+            if (strcmp(text, "Connection failed") == 0) loop.Stop(0);
+        };
+    }
+
+    int StartGame() { return client.Start(1, "linux64", "common", nullptr); }
+
+    // Runs the session that was started to its end. Returns its result, -2 when no server could be
+    // reached. The dispatcher is used up then.
+    int32_t Run() {
+        const Patience patience("the end of a session");
+        loop.Run();
+        return progress.results.empty() ? -2 : progress.results.back();
+    }
+
+    EventLoop loop;
+    RecordingLog log;
+    RecordingProgress progress;
+    UpdateClient client{&loop, &progress};
+};
+
+#endif
