@@ -1,16 +1,14 @@
 #include "app/actions.h"
 
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <cstdlib>
 #include <string>
 
 #include "app/browser.h"
-#include "app/quit.h"
-#include "app/signals.h"
-#include "app/support.h"
-#include "app/updater_copy.h"
+#include "app/message_box.h"
+#include "app/programs.h"
+#include "app/window_events.h"
 
 namespace {
 
@@ -29,10 +27,7 @@ void prepend_game_libraries() {
 void on_start_clicked(GtkButton*, gpointer) {
     chmod("halcyrix", kProgramMode);
     prepend_game_libraries();
-    {
-        const DefaultSignals signals;
-        execl("./halcyrix", "halcyrix", nullptr);
-    }
+    become("./halcyrix", {"halcyrix"});
     message_box("Failed to start halcyrix!\n\nPlease check ~/.halcyrix/halcyrix", "Fatal error");
 }
 

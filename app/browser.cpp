@@ -7,8 +7,8 @@
 #include <cstdlib>
 
 #include "app/home.h"
-#include "app/signals.h"
-#include "app/support.h"
+#include "app/message_box.h"
+#include "app/programs.h"
 #include "halcyrix_config.h"
 
 namespace {
@@ -20,9 +20,8 @@ constexpr int kNoBrowser = 99;  // exit status of the child
 [[noreturn]] void run_browser(const std::string& address) {
     const char* browser = getenv("BROWSER");
     if (browser != nullptr) {
-        const std::string command = ExpandBrowserCommand(browser, address);
-        const DefaultSignals signals;
-        execlp("/bin/sh", "/bin/sh", "-c", command.c_str(), nullptr);
+        const std::string command = expand_browser_command(browser, address);
+        become("/bin/sh", {"/bin/sh", "-c", command.c_str()});
     }
     _exit(kNoBrowser);
 }
@@ -31,7 +30,7 @@ constexpr int kNoBrowser = 99;  // exit status of the child
 
 volatile sig_atomic_t browser_failed = 0;
 
-std::string ExpandBrowserCommand(const std::string& browser, const std::string& address) {
+std::string expand_browser_command(const std::string& browser, const std::string& address) {
     std::string command;
     int addresses = 0;
     for (size_t at = 0; at < browser.size(); ++at) {
@@ -50,7 +49,7 @@ std::string ExpandBrowserCommand(const std::string& browser, const std::string& 
 }
 
 void open_manual() {
-    const std::string address = ManualAddress();
+    const std::string address = manual_address();
     if (fork() == 0) run_browser(address);
 }
 
@@ -58,9 +57,11 @@ void sighandler(int signo) {
     if (signo != SIGCHLD) return;
     const int before = errno;
     int status = 0;
-    // Not blocking: the signal also tells of a child that was only stopped.
-    const pid_t child = waitpid(-1, &status, WNOHANG);
-    if (child > 0 && WIFEXITED(status) && WEXITSTATUS(status) == kNoBrowser) browser_failed = 1;
+    // Signals that come together count as one, and one may tell of a child that was only stopped:
+    // so every child that has ended, and no waiting.
+    while (waitpid(-1, &status, WNOHANG) > 0) {
+        if (WIFEXITED(status) && WEXITSTATUS(status) == kNoBrowser) browser_failed = 1;
+    }
     errno = before;
 }
 
@@ -68,7 +69,7 @@ gboolean gtkidlehandler(gpointer) {
     if (browser_failed == 0) return TRUE;
     const std::string text =
         "$BROWSER is not set correctly -- \ncouldn't open a browser.  Please open\n\n" +
-        ManualAddress() +
+        manual_address() +
         "\n\nin your browser to view the manual.\n\nPlease see " HALCYRIX_BROWSER_HELP_URL
         "\nfor information on how to fix this in the future.";
     message_box(text.c_str(), "Error opening URL");

@@ -1,7 +1,7 @@
 #include "app/bugwindow.h"
 
-#include "app/bugreport_main.h"
-#include "app/support.h"
+#include "app/bug_actions.h"
+#include "app/widgets.h"
 
 namespace {
 
@@ -28,6 +28,14 @@ GtkWidget* new_label(GtkWidget* window, const char* name, GtkWidget* box, const 
     return label;
 }
 
+// Puts the label's text below that of the first label, which has a padding, however wide the
+// window.
+void align_with_padded(GtkWidget* label, GtkAllocation* given, gpointer) {
+    const int room = given->width - label->requisition.width;
+    const float left = room > kLabelPadding ? (kLabelPadding + 0.5F) / static_cast<float>(room) : 0;
+    gtk_misc_set_alignment(GTK_MISC(label), left, 0.5);
+}
+
 void add_user_name(GtkWidget* window, GtkWidget* vbox) {
     GtkWidget* hbox = named(window, "hbox1", gtk_hbox_new(FALSE, 0));
     gtk_box_pack_start(GTK_BOX(vbox), hbox, FALSE, FALSE, 0);
@@ -43,6 +51,7 @@ void add_description(GtkWidget* window, GtkWidget* vbox) {
     gtk_box_pack_start(GTK_BOX(vbox), inner, TRUE, TRUE, 0);
     GtkWidget* label = new_label(window, "label3", inner, kRequestText);
     gtk_misc_set_padding(GTK_MISC(label), 0, kLabelPadding);
+    g_signal_connect(label, "size-allocate", G_CALLBACK(align_with_padded), nullptr);
     GtkWidget* scrolled = new_scrolled_window(window, "scrolledwindow2");
     gtk_box_pack_start(GTK_BOX(inner), scrolled, TRUE, TRUE, 0);
     GtkWidget* view = new_text_view(window, "bug_entry", scrolled);
@@ -64,29 +73,23 @@ void add_buttons(GtkWidget* window, GtkWidget* vbox) {
 
 // Left to itself the field for the description is two lines high.
 void make_room_to_write(GtkWidget* window, GtkWidget* view) {
-    gtk_widget_ensure_style(view);
-    PangoLayout* layout = gtk_widget_create_pango_layout(view, "Xg");
-    int lineHeight;
-    pango_layout_get_pixel_size(layout, nullptr, &lineHeight);
-    g_object_unref(layout);
     GtkRequisition natural;
     gtk_widget_size_request(gtk_bin_get_child(GTK_BIN(window)), &natural);
-    gtk_window_set_default_size(GTK_WINDOW(window), -1, natural.height + kMoreLines * lineHeight);
+    const int height = natural.height + kMoreLines * text_size(view, "Xg").height;
+    gtk_window_set_default_size(GTK_WINDOW(window), -1, height);
 }
 
 }  // namespace
 
 GtkWidget* create_bugwindow() {
-    GtkWidget* window = gtk_window_new(GTK_WINDOW_TOPLEVEL);
-    store_widget(window, "bugwindow", window);
-    gtk_window_set_title(GTK_WINDOW(window), "Halcyrix Bug Report");
-
+    GtkWidget* window = new_window("bugwindow", "Halcyrix Bug Report");
     GtkWidget* vbox = named(window, "vbox2", gtk_vbox_new(FALSE, 0));
     gtk_container_add(GTK_CONTAINER(window), vbox);
     gtk_container_set_border_width(GTK_CONTAINER(vbox), kBorder);
 
     GtkWidget* label = new_label(window, "label1", vbox, kCrashText);
     gtk_misc_set_padding(GTK_MISC(label), kLabelPadding, kLabelPadding);
+    gtk_misc_set_alignment(GTK_MISC(label), 0, 0.5);
     GtkWidget* separator = named(window, "hseparator1", gtk_hseparator_new());
     gtk_box_pack_start(GTK_BOX(vbox), separator, FALSE, TRUE, kSeparatorPadding);
     add_user_name(window, vbox);
@@ -99,10 +102,7 @@ GtkWidget* create_bugwindow() {
 }
 
 GtkWidget* create_bughelp() {
-    GtkWidget* window = gtk_window_new(GTK_WINDOW_TOPLEVEL);
-    store_widget(window, "bughelp", window);
-    gtk_window_set_title(GTK_WINDOW(window), "Halcyrix Bug Report Help");
-
+    GtkWidget* window = new_window("bughelp", "Halcyrix Bug Report Help");
     GtkWidget* scrolled = new_scrolled_window(window, "scrolledwindow3");
     gtk_container_add(GTK_CONTAINER(window), scrolled);
     GtkWidget* view = new_text_view(window, "text2", scrolled);

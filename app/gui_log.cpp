@@ -1,83 +1,133 @@
 #include "app/gui_log.h"
 
-#include <cstdio>
+#include <gtk/gtk.h>
+
 #include <cstdlib>
 #include <string>
+#include <type_traits>
+#include <utility>
 
-#include "app/console.h"
-#include "app/quit.h"
+#include "app/mainwindow.h"
+#include "app/programs.h"
 #include "app/updater.h"
-#include "app/updater_copy.h"
-#include "app/utf8_filter.h"
-#include "app/widgets.h"
+#include "app/window_events.h"
 
 namespace {
 
 constexpr uint64_t kProgressPause = 50;  // milliseconds
-constexpr int32_t kKilobyte = 1024;
+constexpr int kKilobyte = 1024;
 
-bool may_process_events() {
-    return gtk_events_pending() && !input_pending && !quit_requested();
+template <typename Count>
+std::string progress_text(Count done, Count total) {
+    using Shown = std::make_unsigned_t<Count>;
+    const auto doneK = static_cast<Shown>(done / kKilobyte);
+    const auto totalK = static_cast<Shown>(total / kKilobyte);
+    const Shown percent = totalK != 0 ? static_cast<Shown>(doneK * 100 / totalK)
+                                      : static_cast<Shown>(int64_t{done} * 100 / total);
+    return std::to_string(doneK) + "/" + std::to_string(totalK) + "k [" + std::to_string(percent) +
+           "%]";
 }
 
-uint32_t percentage(int32_t done, int32_t total) {
-    const auto doneK = static_cast<uint32_t>(done / kKilobyte);
-    const auto totalK = static_cast<uint32_t>(total / kKilobyte);
-    if (totalK != 0) return doneK * 100 / totalK;
-    return static_cast<uint32_t>(int64_t{done} * 100 / total);
-}
-
-void show_progress(GtkProgressBar* bar, int32_t done, int32_t total) {
-    if (total != 0) {
-        char text[64];
-        snprintf(text, sizeof text, "%u/%uk [%u%%]", static_cast<uint32_t>(done / kKilobyte),
-                 static_cast<uint32_t>(total / kKilobyte), percentage(done, total));
-        gtk_progress_bar_set_text(bar, text);
+// What is left of `text` when all that can be shown has been moved to the result. A character that
+// is unfinished at the end stays, until more bytes finish it or show that it never will be.
+std::string take_valid(std::string* text) {
+    std::string shown;
+    const char* at = text->data();
+    const char* const end = at + text->size();
+    while (at < end) {
+        const char* valid;
+        g_utf8_validate(at, end - at, &valid);
+        shown.append(at, valid);
+        at = valid;
+        if (at == end || g_utf8_get_char_validated(at, end - at) == static_cast<gunichar>(-2)) {
+            break;
+        }
+        shown += "\uFFFD";
+        ++at;
     }
-    // GTK knows no negative fraction.
-    if (total > 0 && done >= 0 && done <= total) {
-        gtk_progress_bar_set_fraction(bar, static_cast<double>(done) / total);
-    }
+    text->erase(0, static_cast<size_t>(at - text->data()));
+    return shown;
 }
 
 }  // namespace
+
+void console_print(const char* text) {
+    static std::string unshown;
+    const std::string shown = take_valid(&unshown.append(text));
+
+    GtkTextView* view = GTK_TEXT_VIEW(console);
+    GtkTextBuffer* buffer = gtk_text_view_get_buffer(view);
+    GtkTextMark* cursorMark = gtk_text_buffer_get_insert(buffer);
+    GtkTextIter cursor, bound, end;
+    gtk_text_buffer_get_end_iter(buffer, &end);
+    gtk_text_buffer_get_iter_at_mark(buffer, &cursor, cursorMark);
+    gtk_text_buffer_get_iter_at_mark(buffer, &bound, gtk_text_buffer_get_selection_bound(buffer));
+    const int cursorAt = gtk_text_iter_get_offset(&cursor);
+    const int boundAt = gtk_text_iter_get_offset(&bound);
+    const bool selected = cursorAt != boundAt;
+    // Elsewhere the player's mouse has put it. Not every time: it has the whole line laid out.
+    if (!selected && !gtk_text_iter_is_end(&cursor)) gtk_text_buffer_place_cursor(buffer, &end);
+    gtk_text_buffer_insert(buffer, &end, shown.data(), static_cast<int>(shown.size()));
+    if (!selected) {
+        gtk_text_view_scroll_mark_onscreen(view, cursorMark);
+        return;
+    }
+    // One that reaches the end has grown with the text.
+    gtk_text_buffer_get_iter_at_offset(buffer, &cursor, cursorAt);
+    gtk_text_buffer_get_iter_at_offset(buffer, &bound, boundAt);
+    gtk_text_buffer_select_range(buffer, &cursor, &bound);
+}
 
 void _Log::Print(const char* text) {
     console_print(text);
 }
 
 void _Log::SetProgress(int32_t done, int32_t total) {
+    Show(done, total);
+}
+
+void _Log::SetLongProgress(int64_t done, int64_t total) {
+    Show(done, total);
+}
+
+template <typename Count>
+void _Log::Show(Count done, Count total) {
     const uint64_t now = EventLoop::Now();
     if (now - m_lastProgress <= kProgressPause && done < total) return;
-    if (progress1 != nullptr) show_progress(GTK_PROGRESS_BAR(progress1), done, total);
+    GtkProgressBar* bar = GTK_PROGRESS_BAR(progress1);
+    if (total != 0) gtk_progress_bar_set_text(bar, progress_text(done, total).c_str());
+    // GTK knows no negative fraction.
+    if (total > 0 && done >= 0 && done <= total) {
+        gtk_progress_bar_set_fraction(bar, static_cast<double>(done) / static_cast<double>(total));
+    }
     m_lastProgress = now;
     process_window_events();
 }
 
 void _Log::Finished(int32_t result) {
-    if (quit_requested()) return;
-    if (!self_update_pending) {
-        if (start_button != nullptr) gtk_widget_set_sensitive(start_button, TRUE);
-        if (help_button != nullptr) gtk_widget_set_sensitive(help_button, TRUE);
+    const bool ownSession = std::exchange(self_update_pending, false);
+    if (ownSession && result == 0) {
+        start_session(0);
         return;
     }
-    self_update_pending = false;
-    if (result != 0) {
-        StartUpdaterCopy(std::string("./") + kUpdaterCopyName, "-phase2");
-        exit(0);
+    if (ownSession) {
+        start_updater_copy(std::string("./") + kUpdaterCopyName, "-phase2");
+        if (!is_truncated_elf(kUpdaterCopyName)) exit(0);
+        // Usually a full disk's work, which every start would meet again.
+        Printf(
+            "The new updater is incomplete and cannot be started.  Is the disk full?\n"
+            "Please make room and start this program again to update.\n"
+            "Until then the game can be played as it is installed.\n");
     }
-    start_session(0);
+    gtk_widget_set_sensitive(start_button, TRUE);
+    gtk_widget_set_sensitive(help_button, TRUE);
 }
 
 void _Log::SetStatus(const char* text) {
-    if (progress2 != nullptr) {
-        GtkStatusbar* bar = GTK_STATUSBAR(progress2);
-        gtk_statusbar_pop(bar, kStatusContext);
-        gtk_statusbar_push(bar, kStatusContext, ValidUtf8(text).c_str());
-    }
-    while (may_process_events()) gtk_main_iteration();
-}
-
-void process_window_events() {
-    while (may_process_events()) gtk_main_iteration_do(FALSE);
+    GtkStatusbar* bar = GTK_STATUSBAR(progress2);
+    gchar* shown = g_utf8_make_valid(text, -1);
+    gtk_statusbar_pop(bar, kStatusContext);
+    gtk_statusbar_push(bar, kStatusContext, shown);
+    g_free(shown);
+    process_window_events();
 }

@@ -2,6 +2,8 @@
 #ifndef HALCYRIX_APP_GUI_LOG_H
 #define HALCYRIX_APP_GUI_LOG_H
 
+#include <cstdint>
+
 #include "lib/progress_indicator.h"
 #include "log/gamelog.h"
 
@@ -9,8 +11,7 @@
 // decides at the end of a session what comes next.
 //
 // Progress and status are reported from inside long work, so both let GTK process its events: the
-// player may press a button or close the window during the call. That stops as soon as network
-// input waits or the player wants to quit.
+// player may press a button during the call, and one that ends the program does so from inside.
 class _Log : public GameLog, public ProgressIndicator {
 public:
     void Print(const char* text) override;
@@ -22,13 +23,18 @@ public:
     // game's session when nothing had changed. After the game's session: lets the player play.
     void Finished(int32_t result) override;
     void SetStatus(const char* text) override;
+    void SetLongProgress(int64_t done, int64_t total) override;
 
 private:
+    template <typename Count>
+    void Show(Count done, Count total);
+
     uint64_t m_lastProgress = 0;  // milliseconds on the scale of EventLoop::Now()
 };
 
-// Lets GTK process its events, up to the first sign of network input or of the player's wish to
-// quit.
-void process_window_events();
+// Adds the text to the end of the console and keeps that in view, unless the player has selected
+// something there, which stays as it is. Takes any bytes: a UTF-8 character may be cut in two by
+// two calls, and invalid bytes show as U+FFFD.
+void console_print(const char* text);
 
 #endif

@@ -1,7 +1,7 @@
 #include "app/mainwindow.h"
 
 #include "app/actions.h"
-#include "app/support.h"
+#include "app/widgets.h"
 
 namespace {
 
@@ -15,23 +15,22 @@ constexpr char kLongestStatus[] = "Waiting; #1000/1000 in queue, approx. 00:00:0
 // In the player's font the status may need more room than everything else, and the status bar asks
 // for none.
 void fit_status(GtkWidget* window, GtkWidget* status) {
-    gtk_widget_ensure_style(status);
-    PangoLayout* layout = gtk_widget_create_pango_layout(status, kLongestStatus);
-    int text;
-    pango_layout_get_pixel_size(layout, &text, nullptr);
-    g_object_unref(layout);
     GtkRequisition frame;
     gtk_widget_size_request(status, &frame);
+    const int text = text_size(status, kLongestStatus).width;
     gtk_window_set_default_size(GTK_WINDOW(window), text + frame.width + kResizeGrip, -1);
 }
 
 }  // namespace
 
-GtkWidget* create_mainwindow() {
-    GtkWidget* window = gtk_window_new(GTK_WINDOW_TOPLEVEL);
-    store_widget(window, "mainwindow", window);
-    gtk_window_set_title(GTK_WINDOW(window), "Halcyrix Update Utility");
+GtkWidget* console = nullptr;
+GtkWidget* progress1 = nullptr;
+GtkWidget* progress2 = nullptr;
+GtkWidget* start_button = nullptr;
+GtkWidget* help_button = nullptr;
 
+GtkWidget* create_mainwindow() {
+    GtkWidget* window = new_window("mainwindow", "Halcyrix Update Utility");
     GtkWidget* vbox = named(window, "vbox1", gtk_vbox_new(FALSE, 0));
     gtk_container_add(GTK_CONTAINER(window), vbox);
 
@@ -40,6 +39,7 @@ GtkWidget* create_mainwindow() {
     gtk_widget_set_size_request(scrolled, -1, kConsoleHeight);
     GtkWidget* view = new_text_view(window, "console", scrolled);
     gtk_text_view_set_editable(GTK_TEXT_VIEW(view), FALSE);
+    gtk_text_view_set_cursor_visible(GTK_TEXT_VIEW(view), FALSE);  // the keys scroll, then
     name_for_readers(view, "Messages of the update");
 
     GtkWidget* progress = named(window, "progressbar1", gtk_progress_bar_new());
@@ -64,4 +64,12 @@ GtkWidget* create_mainwindow() {
     g_signal_connect(help, "clicked", G_CALLBACK(on_help_clicked), nullptr);
     g_signal_connect(cancel, "clicked", G_CALLBACK(on_cancel_clicked), nullptr);
     return window;
+}
+
+void keep_widgets(GtkWidget* window) {
+    console = lookup_widget(window, "console");
+    progress1 = lookup_widget(window, "progressbar1");
+    progress2 = lookup_widget(window, "statusbar1");
+    start_button = lookup_widget(window, "start_button");
+    help_button = lookup_widget(window, "help_button");
 }

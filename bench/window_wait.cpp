@@ -18,7 +18,6 @@
 
 #include "app/mainwindow.h"
 #include "app/updater.h"
-#include "app/widgets.h"
 
 namespace {
 
@@ -87,7 +86,7 @@ int main(int argc, char** argv) {
     gtk_init(&argc, &argv);
     GtkWidget* window = create_mainwindow();
     gtk_widget_show(window);
-    keep_mainwindow_widgets(window);
+    keep_widgets(window);
     gdk_display_add_client_message_filter(gdk_display_get_default(), gdk_atom_intern(kProbe, FALSE),
                                           on_probe, nullptr);
     const Window id = GDK_WINDOW_XID(window->window);

@@ -1,24 +1,10 @@
-#include "app/bugreport_main.h"
+#include "app/bug_actions.h"
 
-#include "app/bugwindow.h"
-#include "app/desktop_identity.h"
-#include "app/support.h"
 #include "app/widgets.h"
 #include "bugreport/submit.h"
 
 const char* gEIPaddress = "none";
 GtkWidget* bugwindow = nullptr;
-
-int bugreport_main(int argc, char** argv) {
-    identify_to_desktop();
-    gtk_set_locale();
-    gtk_init(&argc, &argv);
-    gEIPaddress = argc > 2 ? argv[2] : "none";
-    keep_widget(bugwindow, create_bugwindow());
-    gtk_widget_show(bugwindow);
-    gtk_main();
-    return 0;
-}
 
 void on_bug_submit_clicked(GtkButton*, gpointer) {
     GtkWidget* entry = lookup_widget(bugwindow, "username_entry");
