@@ -25,7 +25,7 @@ int RXPacketTCP::SendPacket(const void* data, int length) {
     uint8_t frame[kMaxFrame];
     PutFrameHeader(frame, length);
     if (length > 0) memcpy(frame + kFrameHeaderSize, data, static_cast<size_t>(length));
-    return send(m_fd, frame, static_cast<size_t>(kFrameHeaderSize + length), 0) != -1;
+    return send(m_fd, frame, kFrameHeaderSize + length, 0) != -1;
 }
 
 void RXPacketTCP::OnReadable() {

@@ -8,7 +8,7 @@
 
 namespace {
 
-constexpr uint64_t kPiece = 4096;
+constexpr uint64_t kBlock = 4096;
 constexpr size_t kWriteBuffer = 64 * 1024;
 
 }  // namespace
@@ -66,8 +66,8 @@ uint64_t SpanBuffer::WriteSpan(const Span& span, FILE* out, ProgressIndicator* p
     MoveTo(span.file, span.offset);
     uint64_t written = 0;
     while (written < span.length) {
-        uint8_t piece[kPiece];
-        const uint64_t wanted = std::min(span.length - written, kPiece);
+        uint8_t piece[kBlock];
+        const uint64_t wanted = std::min(span.length - written, kBlock);
         const size_t got = fread(piece, 1, wanted, span.file);
         const size_t put = fwrite(piece, 1, got, out);
         if (got == 0 || put < got) return 0;  // the stream ends before the span, or the room does
