@@ -1,43 +1,32 @@
 // The main program of every test.
-#include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <csignal>
-#include <cstdio>
-#include <cstring>
 
-#include "tests/support/patience.h"
+#include "tests/support/await.h"
 
 namespace {
 
-char awaited[256];
+std::string awaited;
 
 void GiveUp(int) {
-    constexpr char kWords[] = "\nFailure: waited in vain for ";
-    if (write(STDOUT_FILENO, kWords, sizeof kWords - 1) < 0) _exit(2);
-    if (write(STDOUT_FILENO, awaited, strlen(awaited)) < 0) _exit(2);
-    _exit(1);
-}
-
-unsigned Await(const std::string& what, unsigned seconds) {
-    snprintf(awaited, sizeof awaited, "%s\n", what.c_str());
-    return alarm(seconds);
+    _exit(write(STDOUT_FILENO, awaited.data(), awaited.size()) > 0 ? 1 : 2);
 }
 
 class EndOfEveryTest : public testing::EmptyTestEventListener {
     void OnTestStart(const testing::TestInfo& test) override {
         fflush(stdout);
-        Await(std::string("the end of ") + test.test_suite_name() + "." + test.name(), 30);
+        Awaiting(std::string("the end of ") + test.test_suite_name() + "." + test.name());
     }
+    void OnTestEnd(const testing::TestInfo&) override { alarm(0); }
 };
 
 }  // namespace
 
-Patience::Patience(const std::string& what, unsigned seconds)
-    : m_outer(awaited, strcspn(awaited, "\n")), m_left(Await(what, seconds)) {}
-
-Patience::~Patience() {
-    Await(m_outer, m_left);
+void Awaiting(const std::string& what) {
+    alarm(0);
+    awaited = "\nFailure: waited in vain for " + what + "\n";
+    alarm(10);
 }
 
 int main(int argc, char** argv) {

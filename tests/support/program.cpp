@@ -9,7 +9,7 @@
 
 #include <csignal>
 
-#include "tests/support/patience.h"
+#include "tests/support/await.h"
 
 Program::Program(const std::vector<std::string>& command, const std::function<void()>& prepare) {
     int ends[2];
@@ -47,7 +47,7 @@ bool Program::Read() {
 }
 
 void Program::AwaitWords(const std::string& words) {
-    const Patience patience("the program's words \"" + words + "\"");
+    Awaiting("the program's words \"" + words + "\"");
     size_t at;
     while ((at = m_said.find(words, m_heard)) == std::string::npos) {
         if (!Read()) FAIL() << "the program ended without \"" << words << "\":\n" << m_said;
@@ -56,7 +56,7 @@ void Program::AwaitWords(const std::string& words) {
 }
 
 int Program::Wait() {
-    const Patience patience("the end of a program");
+    Awaiting("the end of a program");
     waitpid(m_pid, &m_status, 0);
     // What it started may go on and keep the pipe open.
     for (pollfd more{m_output, POLLIN, 0}; poll(&more, 1, 0) == 1 && Read();) continue;

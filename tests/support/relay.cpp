@@ -11,6 +11,16 @@
 
 namespace {
 
+constexpr int kOn = 1;
+
+// Sends at once, and takes a port that was just in use.
+int NewSocket() {
+    const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &kOn, sizeof kOn);
+    setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &kOn, sizeof kOn);
+    return fd;
+}
+
 sockaddr_in HostAddress(const char* host) {
     sockaddr_in address{};
     address.sin_family = AF_INET;
@@ -29,6 +39,11 @@ std::optional<std::string> ReadPacket(int fd) {
     return payload;
 }
 
+// Returns false when the peer has gone.
+bool Send(int to, const std::string& bytes) {
+    return send(to, bytes.data(), bytes.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(bytes.size());
+}
+
 }  // namespace
 
 std::string FrameOf(const std::string& payload) {
@@ -37,56 +52,39 @@ std::string FrameOf(const std::string& payload) {
     return std::string(header, header + kFrameHeaderSize) + payload;
 }
 
-std::string FramesOf(const std::vector<std::string>& payloads) {
-    std::string frames;
-    for (const std::string& payload : payloads) frames += FrameOf(payload);
-    return frames;
-}
-
-Rule Answer(const std::string& tag, const std::vector<std::string>& packets, Instead::Then then) {
+Rule Answer(const std::map<std::string, std::vector<std::string>>& packets, Instead::Then then) {
     return [=](const Passing& passing) -> std::optional<Instead> {
-        if (!passing.isRequest || !passing.payload.starts_with(tag)) return std::nullopt;
-        return Instead{FramesOf(packets), then};
+        const auto answer = packets.find(passing.payload.substr(0, 4));
+        if (!passing.isRequest || answer == packets.end()) return std::nullopt;
+        std::string bytes;
+        for (const std::string& packet : answer->second) bytes += FrameOf(packet);
+        return Instead{bytes, then};
     };
 }
 
-Rule AtReply(int number, const Instead& instead) {
-    return [=](const Passing& passing) -> std::optional<Instead> {
-        if (passing.isRequest || passing.number != number) return std::nullopt;
-        return instead;
-    };
-}
-
-Rule Any(std::vector<Rule> rules) {
-    return [rules = std::move(rules)](const Passing& passing) -> std::optional<Instead> {
-        for (const Rule& rule : rules) {
-            if (const auto instead = rule(passing)) return instead;
-        }
-        return std::nullopt;
-    };
-}
-
-Relay::Relay(Rule rule)
-    : m_rule(std::move(rule)), m_listening(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-    const int on = 1;
-    setsockopt(m_listening, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+Relay::Relay(Rule rule, int patience)
+    : m_rule(std::move(rule)), m_patience(patience), m_listening(NewSocket()) {
     const sockaddr_in address = HostAddress("127.0.0.1");
     if (bind(m_listening, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
         listen(m_listening, 64) != 0) {
         ADD_FAILURE() << "the relay cannot listen";
     }
-    m_listener = std::jthread([this] { Listen(); });
+    m_thread = std::jthread([this] {
+        const sockaddr_in host = HostAddress("127.0.0.2");
+        for (int client; (client = accept4(m_listening, nullptr, nullptr, SOCK_CLOEXEC)) != -1;
+             close(client)) {
+            setsockopt(client, IPPROTO_TCP, TCP_NODELAY, &kOn, sizeof kOn);
+            const int server = NewSocket();
+            const int got = connect(server, reinterpret_cast<const sockaddr*>(&host), sizeof host);
+            Converse(client, got == 0 ? server : -1);
+            close(server);
+        }
+    });
 }
 
 Relay::~Relay() {
     shutdown(m_listening, SHUT_RDWR);
-    m_listener.join();
-    {
-        const std::lock_guard lock(m_mutex);
-        for (const int fd : m_open) shutdown(fd, SHUT_RDWR);
-    }
-    m_threads.clear();
-    for (const int fd : m_open) close(fd);
+    m_thread.join();
     close(m_listening);
 }
 
@@ -95,35 +93,14 @@ std::vector<std::string> Relay::Requests() {
     return m_requests;
 }
 
-void Relay::Listen() {
-    for (int fd; (fd = accept4(m_listening, nullptr, nullptr, SOCK_CLOEXEC)) != -1;) {
-        const std::lock_guard lock(m_mutex);
-        m_open.push_back(fd);
-        m_threads.emplace_back([this, fd] { Converse(fd); });
-    }
-}
-
-void Relay::Converse(int client) {
-    const int on = 1;
-    setsockopt(client, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
-    int server = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    setsockopt(server, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
-    {
-        const std::lock_guard lock(m_mutex);
-        m_open.push_back(server);
-    }
-    const sockaddr_in address = HostAddress("127.0.0.2");
-    if (connect(server, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
-        server = -1;
-    }
+void Relay::Converse(int client, int server) {
     Passing requests{true, 0, ""}, replies{false, 0, ""};
-    pollfd ready[] = {{client, POLLIN, 0}, {server, POLLIN, 0}};
-    while (poll(ready, 2, hangUpAfter) > 0) {
+    // The listening socket shows its end.
+    pollfd ready[] = {{client, POLLIN, 0}, {server, POLLIN, 0}, {m_listening, 0, 0}};
+    while (poll(ready, 3, m_patience) > 0 && ready[2].revents == 0) {
         if (ready[0].revents != 0 && !Pass(client, server, client, &requests)) break;
         if (ready[1].revents != 0 && !Pass(server, client, client, &replies)) break;
     }
-    shutdown(client, SHUT_RDWR);
-    shutdown(server, SHUT_RDWR);
 }
 
 // Returns whether the conversation goes on.
@@ -142,14 +119,4 @@ bool Relay::Pass(int from, int to, int client, Passing* passing) {
         if (!Send(client, instead->bytes)) return false;
     } while (instead->then == Instead::kAgainAndAgain);
     return instead->then == Instead::kGoOn;
-}
-
-bool Relay::Send(int to, const std::string& bytes) const {
-    for (size_t at = 0; at < bytes.size();) {
-        const ssize_t sent =
-            send(to, bytes.data() + at, std::min(bytes.size() - at, pieceSize), MSG_NOSIGNAL);
-        if (sent <= 0) return false;
-        at += static_cast<size_t>(sent);
-    }
-    return true;
 }

@@ -3,6 +3,7 @@
 #define HALCYRIX_TESTS_SUPPORT_RELAY_H
 
 #include <functional>
+#include <map>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -11,7 +12,6 @@
 
 // Packets as they go over the wire.
 std::string FrameOf(const std::string& payload);
-std::string FramesOf(const std::vector<std::string>& payloads);
 
 // A packet that has come.
 struct Passing {
@@ -31,44 +31,30 @@ struct Instead {
 using Rule = std::function<std::optional<Instead>(const Passing&)>;
 
 // The rule that answers the requests that begin with a tag by these packets.
-Rule Answer(const std::string& tag, const std::vector<std::string>& packets,
+Rule Answer(const std::map<std::string, std::vector<std::string>>& packets,
             Instead::Then then = Instead::kGoOn);
-// The rule that puts something in the place of the reply of this number.
-Rule AtReply(int number, const Instead& instead);
-// The first of these that has something to say.
-Rule Any(std::vector<Rule> rules);
 
 // The updaters' first host, 127.0.0.1, in front of a server on the second, 127.0.0.2. So a client
 // that has lost the conversation finishes it with the honest server itself. A relay that finds no
-// server there answers what its rule answers.
+// server there answers what its rule answers. Serves one client after the other.
 class Relay {
 public:
-    explicit Relay(Rule rule = {});
+    // Hangs up after so many milliseconds of silence, -1 for never.
+    explicit Relay(Rule rule = {}, int patience = -1);
     ~Relay();
-    Relay(const Relay&) = delete;
-    Relay& operator=(const Relay&) = delete;
 
     // The payloads of all requests so far.
     std::vector<std::string> Requests();
 
-    // How many bytes go to the client at a time; set it before anybody connects.
-    size_t pieceSize = SIZE_MAX;
-    // After how many milliseconds of silence it hangs up; -1 for never. The same.
-    int hangUpAfter = -1;
-
 private:
-    void Listen();
-    void Converse(int client);
+    void Converse(int client, int server);
     bool Pass(int from, int to, int client, Passing* passing);
-    bool Send(int to, const std::string& bytes) const;
 
-    Rule m_rule;
-    int m_listening;
-    std::mutex m_mutex;  // of the following
+    const Rule m_rule;
+    const int m_patience, m_listening;
+    std::mutex m_mutex;  // of m_requests
     std::vector<std::string> m_requests;
-    std::vector<int> m_open;
-    std::vector<std::jthread> m_threads;
-    std::jthread m_listener;
+    std::jthread m_thread;
 };
 
 #endif

@@ -1,39 +1,18 @@
 #include "tests/support/screen.h"
 
-#include <sys/prctl.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
 #include <csignal>
-#include <cstdio>
-#include <cstdlib>
 #include <sstream>
 
-#include "tests/support/patience.h"
+#include "tests/support/await.h"
 extern "C" {
 #include <xdo.h>
 }
 
-TestScreen::TestScreen() {
-    const Patience patience("the X server");
-    int ends[2];
-    if (pipe(ends) != 0) abort();
-    m_server = fork();
-    if (m_server == 0) {
-        prctl(PR_SET_PDEATHSIG, SIGKILL);
-        execlp("Xvfb", "Xvfb", "-displayfd", std::to_string(ends[1]).c_str(), "-screen", "0",
-               "1024x768x24", "-nolisten", "tcp", "-noreset", nullptr);
-        _exit(127);
-    }
-    close(ends[1]);
-    char number[16] = "";
-    const ssize_t got = read(ends[0], number, sizeof number - 1);
-    close(ends[0]);
-    if (got <= 0) {
-        printf("Failure: Xvfb cannot be started\n");
-        exit(1);
-    }
-    setenv("DISPLAY", (":" + std::to_string(atoi(number))).c_str(), 1);
+TestScreen::TestScreen()
+    : m_server({"sh", "-c",
+                "exec Xvfb -displayfd 1 -screen 0 1024x768x24 -nolisten tcp -noreset 2>/dev/null"}) {
+    m_server.AwaitWords("\n");
+    setenv("DISPLAY", (":" + std::to_string(atoi(m_server.Said().c_str()))).c_str(), 1);
     setenv("GTK2_RC_FILES", "/dev/null", 1);
     unsetenv("GTK_MODULES");
     m_xdo = xdo_new(nullptr);
@@ -44,12 +23,12 @@ TestScreen::TestScreen() {
 
 TestScreen::~TestScreen() {
     xdo_free(m_xdo);
-    kill(m_server, SIGTERM);
-    waitpid(m_server, nullptr, 0);
+    kill(m_server.Pid(), SIGTERM);
+    m_server.Wait();
 }
 
 Window TestScreen::AwaitWindow(pid_t program, const std::string& title) {
-    const Patience patience("the window \"" + title + "\"");
+    Awaiting("the window \"" + title + "\"");
     const std::string name = "^" + title + "$";
     xdo_search_t wanted{};
     wanted.winname = name.c_str();

@@ -6,6 +6,8 @@
 
 #include <string>
 
+#include "tests/support/program.h"
+
 struct xdo;
 
 // An X server in memory, without a window manager: 1024 by 768 pixels. It is the process's display
@@ -14,8 +16,6 @@ class TestScreen {
 public:
     TestScreen();
     ~TestScreen();
-    TestScreen(const TestScreen&) = delete;
-    TestScreen& operator=(const TestScreen&) = delete;
 
     // Waits until the program shows a window with this title.
     Window AwaitWindow(pid_t program, const std::string& title);
@@ -28,7 +28,7 @@ public:
     xdo* Xdo() const { return m_xdo; }
 
 private:
-    pid_t m_server;
+    Program m_server;
     xdo* m_xdo;
 };
 

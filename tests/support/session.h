@@ -5,7 +5,7 @@
 #include <cstring>
 
 #include "net/event_loop.h"
-#include "tests/support/patience.h"
+#include "tests/support/await.h"
 #include "tests/support/recorders.h"
 #include "update/update_client.h"
 
@@ -22,7 +22,7 @@ struct Session {
     // Runs the session that was started to its end. Returns its result, -2 when no server could be
     // reached. The dispatcher is used up then.
     int32_t Run() {
-        const Patience patience("the end of a session");
+        Awaiting("the end of a session");
         loop.Run();
         return progress.results.empty() ? -2 : progress.results.back();
     }
