@@ -23,8 +23,9 @@ bool PatchBuffer::AppendStretch(SpanBuffer* output, const SpanBuffer& source, ui
                                 uint64_t length) {
     if (!source.Contains(offset, length)) return false;
     if (output->Size() + length > kMaxPatchedSize) return false;
-    spansPlaced += source.AppendTo(output, offset, length);
-    return spansPlaced <= kMaxPatchSpans;
+    const size_t placed = source.AppendTo(output, offset, length);
+    if (placed > 1) m_extraSpans += placed - 1;
+    return m_extraSpans <= kMaxPatchSpans;
 }
 
 bool PatchBuffer::Load(const std::string& patch_path, const std::string& target_path) {

@@ -2,6 +2,7 @@
 #ifndef HALCYRIX_LIB_PATCH_BUFFER_H
 #define HALCYRIX_LIB_PATCH_BUFFER_H
 
+#include <cstdint>
 #include <string>
 
 #include "lib/patch_reader.h"
@@ -27,7 +28,7 @@ private:
 
     Stream targetFile;
     Stream patchFile;
-    uint64_t spansPlaced = 0;
+    uint64_t m_extraSpans = 0;  // that commands have placed beyond one each
 };
 
 #endif

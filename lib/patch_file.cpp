@@ -4,7 +4,6 @@
 
 #include <cstdio>
 
-#include "halcyrix_config.h"
 #include "lib/patch_buffer.h"
 #include "log/gamelog.h"
 
@@ -37,17 +36,4 @@ bool PatchFile(const std::string& target, const std::string& patch_path,
         return false;
     }
     return true;
-}
-
-void ApplyDownloadedPatch(const std::string& target, const std::string& patch_path,
-                          ProgressIndicator* progress) {
-    if (!PatchFile(target, patch_path, progress)) {
-        gamelog->Printf("patch for %s failed!\n", target.c_str());
-        gamelog->Printf(
-            "I'm afraid you'll have to re-run the updater\n"
-            "and re-download this file.  Your harddrive is full\n"
-            "or %s screwed something up.\n",
-            HALCYRIX_SUPPORT_EMAIL);
-    }
-    unlink(patch_path.c_str());
 }

@@ -1,4 +1,4 @@
-// The application of downloaded patches to installed files.
+// The application of a patch to an installed file.
 #ifndef HALCYRIX_LIB_PATCH_FILE_H
 #define HALCYRIX_LIB_PATCH_FILE_H
 
@@ -11,9 +11,5 @@
 // the old target cannot be deleted.
 [[nodiscard]] bool PatchFile(const std::string& target, const std::string& patch_path,
                              ProgressIndicator* progress);
-
-// PatchFile(), with words to the player when it fails. The patch file is deleted in either case.
-void ApplyDownloadedPatch(const std::string& target, const std::string& patch_path,
-                          ProgressIndicator* progress);
 
 #endif

@@ -22,9 +22,10 @@ constexpr uint64_t kPatchEndOfPassSize = 1;
 // Old and new contents must be no larger than a 32-bit length can tell.
 constexpr uint64_t kMaxPatchedSize = 0xFFFFFFFF;
 
-// The spans that one patch may place in all its passes together. Passes that copy their own output
-// double the spans each time, so a few bytes of patch could otherwise ask for any amount of memory
-// and time; this bound keeps it below some 400 MB.
+// The spans that the commands of one patch may place beyond one each. Passes that copy their own
+// output double the spans each time, so a few bytes of patch could otherwise ask for any amount of
+// memory and time; this bound keeps it below some 400 MB. A patch of one pass never comes near: its
+// commands place one span each.
 constexpr uint64_t kMaxPatchSpans = 2 * 1024 * 1024;
 
 #endif

@@ -8,7 +8,7 @@ std::string LocalPath(const std::string& name) {
 }
 
 bool IsPathInside(const std::string& path) {
-    if (path.empty() || path.front() == '/' || path.size() > kMaxNameLength) return false;
+    if (path.starts_with('/') || path.size() > kMaxNameLength) return false;
     for (size_t begin = 0; begin <= path.size();) {
         const size_t end = std::min(path.find('/', begin), path.size());
         if (path.compare(begin, end - begin, "..") == 0) return false;
@@ -18,5 +18,6 @@ bool IsPathInside(const std::string& path) {
 }
 
 bool IsSafeServerName(const std::string& name) {
-    return IsPathInside(name) && IsPathInside(LocalPath(name));
+    const std::string path = LocalPath(name);
+    return !path.empty() && IsPathInside(name) && IsPathInside(path);
 }

@@ -56,7 +56,8 @@ void SetBuffer(Stream* stream, size_t size) {
 
 void MoveTo(FILE* stream, uint64_t offset) {
     const auto target = static_cast<off_t>(offset);
-    const off_t here = ftello(stream);
+    // A stream that was at its end stays there until it is told to seek.
+    const off_t here = feof(stream) ? -1 : ftello(stream);
     if (here != -1 && here <= target && target - here <= kReadOver) {
         char passed[kReadOver];
         const auto length = static_cast<size_t>(target - here);

@@ -2,6 +2,7 @@
 #ifndef HALCYRIX_LIB_STREAM_H
 #define HALCYRIX_LIB_STREAM_H
 
+#include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <memory>
@@ -18,11 +19,12 @@ using Stream = std::unique_ptr<FILE, StreamCloser>;
 Stream OpenForReading(const std::string& path);
 
 // Creates or truncates the file for binary writing. Null with errno set on failure. Neither this
-// nor OpenForAppending() waits at a FIFO.
+// nor OpenForAppending(), which creates the file too, waits at a FIFO.
 Stream OpenForWriting(const std::string& path);
 Stream OpenForAppending(const std::string& path);
 
-// Gives the stream a buffer of `size` bytes. Only before anything else is done with it.
+// Gives the stream a buffer of `size` bytes, larger than the system's own: that saves calls. Only
+// before anything else is done with it.
 void SetBuffer(Stream* stream, size_t size);
 
 // Goes to an offset from the start of a file that is open for reading.

@@ -43,35 +43,16 @@ void CopyOtherRecords(FILE* from, FILE* to, uint32_t key) {
     }
 }
 
-// Whether the file under construction was written to its end, which is always a record.
-bool IsTemporaryWhole() {
-    const Stream file = OpenForReading(kVersionRecordTemporary);
-    if (!file) return false;
-    char line[kLineSize] = "";
-    while (fgets(line, sizeof line, file.get()) != nullptr) continue;
-    unsigned long key;
-    char version[kLineSize];
-    return sscanf(line, "%8lx %127s", &key, version) == 2 && line[strlen(line) - 1] == '\n';
-}
-
-// A write that was cut off after the old file went and before the new one took its place has left
-// every record under the temporary name, where the next write would destroy them.
-void FinishInterruptedWrite() {
-    if (access(kVersionRecordFile, F_OK) == 0 || !IsTemporaryWhole()) return;
-    rename(kVersionRecordTemporary, kVersionRecordFile);
-}
-
-// Returns 0, or the error that kept the new file from being written whole.
-int WriteNewFile(uint32_t key, const std::string& version) {
+// Returns whether the new file is whole and on the disk: a record must survive a power cut that
+// comes after the old file went.
+bool WriteNewFile(uint32_t key, const std::string& version) {
     Stream to = OpenForWriting(kVersionRecordTemporary);
-    if (!to) return errno;
+    if (!to) return false;
     if (const Stream from = OpenForReading(kVersionRecordFile)) {
         CopyOtherRecords(from.get(), to.get(), key);
     }
     fprintf(to.get(), "%08lx %s\n", static_cast<unsigned long>(key), version.c_str());
-    // On the disk before the old file goes: a record must survive a power cut.
-    if (fflush(to.get()) != 0 || ferror(to.get()) || fsync(fileno(to.get())) != 0) return errno;
-    return CloseWritten(std::move(to)) ? 0 : errno;
+    return fflush(to.get()) == 0 && fsync(fileno(to.get())) == 0 && CloseWritten(std::move(to));
 }
 
 }  // namespace
@@ -103,10 +84,9 @@ std::string ReadVersionRecord(uint32_t key) {
 }
 
 void WriteVersionRecord(uint32_t key, const std::string& version) {
-    FinishInterruptedWrite();
-    if (const int error = WriteNewFile(key, version)) {
+    if (!WriteNewFile(key, version)) {
         gamelog->Printf("Can't write %s: %s; the version is not recorded\n",
-                        kVersionRecordTemporary, strerror(error));
+                        kVersionRecordTemporary, strerror(errno));
         unlink(kVersionRecordTemporary);
         return;
     }

@@ -20,8 +20,9 @@ uint32_t ComponentKey(const std::list<std::string>& components);
 std::string ReadVersionRecord(uint32_t key);
 
 // Makes `version` the key's record, the last of the file. When the new file cannot be written
-// whole, the old one stays as it was, and a log line says so. The other records also survive a
-// write that was cut off at any point: until the new file has its name, either name holds them all.
+// whole, the old one stays as it was, and a log line says so. A write that is cut off between the
+// deletion of the old file and the renaming of the new one leaves no record: the next session
+// verifies every file.
 void WriteVersionRecord(uint32_t key, const std::string& version);
 
 #endif

@@ -25,7 +25,7 @@ void GameLog::Print(const char* text) {
     fflush(stdout);
 }
 
-void GameLog::FormatAndPrint(const char* format, va_list arguments) {
+void GameLog::VPrintf(const char* format, va_list arguments) {
     vsnprintf(log_buffer, kTextLimit, format, arguments);
     Print(log_buffer);
 }
@@ -33,7 +33,7 @@ void GameLog::FormatAndPrint(const char* format, va_list arguments) {
 void GameLog::Printf(const char* format, ...) {
     va_list arguments;
     va_start(arguments, format);
-    FormatAndPrint(format, arguments);
+    VPrintf(format, arguments);
     va_end(arguments);
 }
 
@@ -41,22 +41,14 @@ void GameLog::Printf(int32_t level, const char* format, ...) {
     if (level > m_level) return;
     va_list arguments;
     va_start(arguments, format);
-    FormatAndPrint(format, arguments);
+    VPrintf(format, arguments);
     va_end(arguments);
 }
 
 void GameLog::PrintMsg(uint32_t msgno, ...) {
     va_list arguments;
     va_start(arguments, msgno);
-    FormatAndPrint(GetMessage(msgno), arguments);
-    va_end(arguments);
-}
-
-void GameLog::PrintMsg(int32_t level, uint32_t msgno, ...) {
-    if (level > m_level) return;
-    va_list arguments;
-    va_start(arguments, msgno);
-    FormatAndPrint(GetMessage(msgno), arguments);
+    VPrintf(GetMessage(msgno), arguments);
     va_end(arguments);
 }
 

@@ -2,6 +2,7 @@
 #ifndef HALCYRIX_LOG_GAMELOG_H
 #define HALCYRIX_LOG_GAMELOG_H
 
+#include <concepts>
 #include <cstdarg>
 #include <cstdint>
 
@@ -22,9 +23,19 @@ public:
     // Prints only when `level` is at most m_level.
     void Printf(int32_t level, const char* format, ...) __attribute__((format(printf, 3, 4)));
 
-    // Like Printf, with the format taken from the message table.
+    void VPrintf(const char* format, va_list arguments) __attribute__((format(printf, 2, 0)));
+
+    // Like Printf, with the format taken from the message table. A level is signed: of two unsigned
+    // numbers the first is the message's.
     void PrintMsg(uint32_t msgno, ...);
-    void PrintMsg(int32_t level, uint32_t msgno, ...);
+    template <std::same_as<int32_t> Level>
+    void PrintMsg(Level level, uint32_t msgno, ...) {
+        if (level > m_level) return;
+        va_list arguments;
+        va_start(arguments, msgno);
+        VPrintf(GetMessage(msgno), arguments);
+        va_end(arguments);
+    }
 
     // Appends the formatted text to the file at `path`, unstamped. A file that cannot be opened is
     // passed over in silence.
@@ -37,12 +48,10 @@ public:
     static const char* GetMessage(uint32_t msgno);
 
     static int32_t m_level;
-
-private:
-    void FormatAndPrint(const char* format, va_list arguments);
 };
 
-// The one log in use, not owned. Null until the updater starts up; nothing may log before that.
+// The one log in use, not owned. Null until the updater starts up, and always in the crash
+// reporter; nothing may log while it is null.
 extern GameLog* gamelog;
 
 #endif

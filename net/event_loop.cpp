@@ -6,7 +6,8 @@
 
 namespace {
 
-constexpr uint64_t kOldestTimer = 2147483648;  // milliseconds
+// A timer that is overdue by more milliseconds than this is fired after all others.
+constexpr uint64_t kOldestTimer = 2147483648;
 
 // Whether select() can watch the descriptor: fd_set is a fixed array, and writing past it is no
 // error that anything reports.
@@ -89,7 +90,6 @@ void EventLoop::Stop(int exitCode) {
     m_exitCode = exitCode;
 }
 
-// Returns the milliseconds until the next timer, 0 when none is left.
 uint64_t EventLoop::RunTimers() {
     const uint64_t now = Now();
     if (m_timers.empty()) return 0;
@@ -109,7 +109,6 @@ uint64_t EventLoop::RunTimers() {
     }
 }
 
-// Returns the highest live descriptor plus one.
 int EventLoop::BuildSets(fd_set* read, fd_set* write) {
     FD_ZERO(read);
     FD_ZERO(write);
@@ -147,12 +146,16 @@ void EventLoop::HandleSets(fd_set* read, fd_set* write) {
     }
 }
 
-int EventLoop::Dispatch(int wait) {
-    for (m_pollCursor = m_polls.begin(); m_pollCursor != m_polls.end();) {
+void EventLoop::RunPolls(bool heedStop) {
+    m_pollCursor = m_polls.begin();
+    while (m_pollCursor != m_polls.end() && !(heedStop && m_stop)) {
         Poll_Event* poll = *m_pollCursor++;
         poll->OnPoll();
     }
+}
 
+int EventLoop::Dispatch(int wait) {
+    RunPolls(false);
     int total = 0;
     for (;;) {
         const uint64_t untilTimer = RunTimers();
@@ -185,12 +188,7 @@ int EventLoop::Run() {
         // It may have deleted the last event, and select() would then wait for nothing.
         if (m_io.empty() && m_timers.empty()) return m_exitCode;
         if (select(count, &read, &write, nullptr, limit) != -1) HandleSets(&read, &write);
-
-        for (m_pollCursor = m_polls.begin(); m_pollCursor != m_polls.end();) {
-            if (m_stop) return m_exitCode;
-            Poll_Event* poll = *m_pollCursor++;
-            poll->OnPoll();
-        }
+        RunPolls(true);
     }
     return m_exitCode;
 }

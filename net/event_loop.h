@@ -13,8 +13,8 @@ class EventLoop;
 constexpr uint32_t IO_WRITE = 1;
 constexpr uint32_t IO_READ = 2;
 
-// A source of descriptor events. Who closes the descriptor clears the flags first, so that m_flags
-// is 0 whenever m_fd is -1.
+// A source of descriptor events. Who closes the descriptor clears the flags first, so that none are
+// left of it. Flags that are set while m_fd is -1 wait for the next descriptor.
 //
 // An event must be removed from its dispatcher before it is destroyed.
 class IO_Event {
@@ -122,12 +122,19 @@ public:
     // likewise. Timers that are due, and the polls of Dispatch(), are still served.
     void Stop(int exitCode);
 
+    // The steps of a pass. Fires the due timers; returns the milliseconds until the next one, 0
+    // when none is left.
+    uint64_t RunTimers();
+    // Deletes dead events and fills the sets; returns the highest live descriptor plus one.
+    int BuildSets(fd_set* read, fd_set* write);
+    // Serves what select() has left in the sets, and takes it out of them.
+    void HandleSets(fd_set* read, fd_set* write);
+
 private:
     friend class Timer_Event;
 
-    uint64_t RunTimers();
-    int BuildSets(fd_set* read, fd_set* write);
-    void HandleSets(fd_set* read, fd_set* write);
+    // A pass of Run() heeds m_stop, one of Dispatch() does not.
+    void RunPolls(bool heedStop);
 
     std::list<IO_Event*> m_io;  // newest first
     std::multimap<uint64_t, Timer_Event*> m_timers;

@@ -22,6 +22,7 @@ int RXPacketTCP::SendPacket(const void* data, int length) {
         gamelog->Printf("SendPacket: packet too large\n");
         return 0;
     }
+    if (length < 0) return 0;
     uint8_t frame[kMaxFrame];
     PutFrameHeader(frame, length);
     if (length > 0) memcpy(frame + kFrameHeaderSize, data, static_cast<size_t>(length));
@@ -36,7 +37,7 @@ void RXPacketTCP::OnReadable() {
             OnDisconnect();
             return;
         }
-        if (got == -1) return;  // drained, or an error that the next readiness will show again
+        if (got == -1) return;  // drained, or an error: the next readiness then shows the end
         m_rxLen += got;
         if (!DeliverPackets()) return;
         if (got < room) return;
@@ -49,7 +50,6 @@ bool RXPacketTCP::DeliverPackets() {
     while (m_rxLen >= kFrameHeaderSize) {
         const int length = FramePayloadLength(m_rxBuf);
         if (length > kMaxPayload) {
-            if (!IsOpen()) return false;  // OnPacket() has closed it: there is nothing to drop
             gamelog->Printf("Invalid packet size; disconnecting\n");
             Close();
             OnDisconnect();

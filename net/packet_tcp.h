@@ -2,6 +2,8 @@
 #ifndef HALCYRIX_NET_PACKET_TCP_H
 #define HALCYRIX_NET_PACKET_TCP_H
 
+#include <cstdint>
+
 #include "net/frame.h"
 #include "net/tcp.h"
 
@@ -17,8 +19,9 @@ public:
     void OnReadable() override;
 
     // One complete packet, of 0 to kMaxPayload bytes. `data` is valid during the call only. May
-    // send, close the connection (packets already received are still delivered) or connect anew
-    // (what was received of the old connection is forgotten), but not destroy the object.
+    // send, close the connection (what was already received is still delivered, an invalid frame
+    // included) or connect anew (what was received of the old connection is forgotten), but not
+    // destroy the object.
     virtual void OnPacket(const uint8_t* data, int length) = 0;
 
     // The peer has closed the connection, or a frame was invalid and the connection is closed. May
@@ -29,7 +32,8 @@ public:
     [[nodiscard]] int Connect(const char* host, int port);
 
     // Hands one frame to the socket. Returns 0 for a payload of more than kMaxPayload bytes, which
-    // is logged, and when the send fails. There is no queue: a short write counts as sent.
+    // is logged, for a negative length, and when the send fails. There is no queue: a short write
+    // counts as sent.
     int SendPacket(const void* data, int length);
 
 private:

@@ -16,6 +16,11 @@ void SetNonBlocking(int fd) {
     fcntl(fd, F_SETFL, O_NONBLOCK);
 }
 
+void SetNoDelay(int fd) {
+    const int on = 1;
+    setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+}
+
 RXTCP::~RXTCP() {
     Close();
 }
@@ -41,9 +46,7 @@ int RXTCP::Connect(const char* host, int port) {
         return 0;
     }
     SetNonBlocking(m_fd);
-    // Requests are small, and the first few have no reply: none may wait for an acknowledgement.
-    const int on = 1;
-    setsockopt(m_fd, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+    SetNoDelay(m_fd);
     m_peer.sin_family = AF_INET;
     m_peer.sin_port = htons(static_cast<uint16_t>(port));
     if (connect(m_fd, reinterpret_cast<const sockaddr*>(&m_peer), sizeof m_peer) == -1 &&

@@ -35,5 +35,8 @@ protected:
 
 // Makes the descriptor non-blocking.
 void SetNonBlocking(int fd);
+// Sends small packets at once. Requests are small, and the first few have no reply: none may wait
+// for an acknowledgement of the one before.
+void SetNoDelay(int fd);
 
 #endif

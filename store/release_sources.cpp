@@ -8,7 +8,7 @@
 #include "lib/server_name.h"
 #include "store/names.h"
 #include "store/release.h"
-#include "update/messages.h"
+#include "update/client_limits.h"
 
 namespace {
 

@@ -53,28 +53,6 @@ TEST(WriteVersionRecord, ReplacesTheRecordAndKeepsTheOthers) {
     }
 }
 
-TEST(WriteVersionRecord, TakesUpAWriteThatWasCutOffBeforeTheRename) {
-    const struct {
-        std::optional<std::string> file;
-        std::string temporary;
-        std::string after;
-    } cases[] = {
-        {std::nullopt, "07871091 3\n9fcdf44f 1.4\n", "07871091 3\n9fcdf44f 1.5\n"},
-        {std::nullopt, "07871091 3\n9fcdf44f 1.", "9fcdf44f 1.5\n"},
-        {std::nullopt, "07871091 3\n9fcdf44f\n", "9fcdf44f 1.5\n"},
-        {"00000000 1.0\n", "07871091 3\n", "00000000 1.0\n9fcdf44f 1.5\n"},
-    };
-    for (const auto& c : cases) {
-        ScratchDir scratch;
-        if (c.file) WriteFile(kVersionRecordFile, *c.file);
-        WriteFile(kVersionRecordTemporary, c.temporary);
-        EXPECT_EQ(ReadVersionRecord(0x12345678), c.file ? "1.0" : "") << "reads one file only";
-        WriteVersionRecord(kGame, "1.5");
-        EXPECT_EQ(ReadFile(kVersionRecordFile), c.after) << "from\n" << c.temporary;
-        EXPECT_FALSE(fs::exists(kVersionRecordTemporary));
-    }
-}
-
 TEST(WriteVersionRecord, KeepsTheOldFileWhenTheNewOneCannotBeMade) {
     ScratchDir scratch;
     const SmallDisk disk("disk");

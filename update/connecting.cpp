@@ -1,6 +1,7 @@
 // Reaching an update server: the host list, the timeout, and what is said when none is left.
 
 #include <cstdarg>
+#include <string>
 
 #include "halcyrix_config.h"
 #include "log/gamelog.h"
@@ -64,6 +65,8 @@ int UpdateClient::ConnectNext() {
 }
 
 void UpdateClient::OnDisconnect() {
+    // What is received behind the packet that ended the session is of no interest.
+    if (!m_connected) return;
     gamelog->Printf("Disconnected\n");
     ConnectNext();
 }

@@ -2,27 +2,23 @@
 
 #include <unistd.h>
 
+#include <cstdio>
+#include <utility>
+
 #include "lib/file_helpers.h"
 #include "log/gamelog.h"
 #include "update/messages.h"
 #include "update/update_client.h"
 
-namespace {
-
-// Packets are written together: a call for each takes too long.
-constexpr size_t kFileBuffer = 64 * 1024;
-
-}  // namespace
-
 void UpdateClient::ShowProgress() {
     m_progress->ShowProgress(m_bytesDone, m_bytesTotal);
 }
 
-void UpdateClient::RequestQueue() {
-    SendText(kTagQueue);
-    SetFlags(IO_READ);
+int UpdateClient::RequestQueue() {
+    Send(kTagQueue);
+    WaitForReply(STATE_QUEUE);
     ShowProgress();
-    m_state = STATE_QUEUE;
+    return 0;
 }
 
 int UpdateClient::StepQueue() {
@@ -43,7 +39,7 @@ int UpdateClient::StepQueue() {
 }
 
 int UpdateClient::StepSendDownload() {
-    SendText(kTagDownload);
+    Send(kTagDownload);
     WaitForReply(STATE_DOWN_HEADER);
     return 0;
 }
@@ -52,11 +48,9 @@ int UpdateClient::StepDownloadHeader() {
     const auto header = DecodeDownloadHeader(m_packet, m_packetLength);
     if (!header) return MalformedReply();
     if (header->index == kEndOfDownloads) return FinishDownloads();
-    const auto entry = m_downloads.find(header->index);
-    if (entry == m_downloads.end()) {
-        gamelog->Printf("file index %d unknown!  aborting!\n", static_cast<int32_t>(header->index));
-        return Fail();
-    }
+    const auto index = static_cast<int32_t>(header->index);
+    const auto entry = m_downloads.find(index);
+    if (entry == m_downloads.end()) return Abort("file index %d unknown!  aborting!\n", index);
     m_currentDownload = entry;
 
     const std::string& path = entry->second.OutputPath();
@@ -68,12 +62,16 @@ int UpdateClient::StepDownloadHeader() {
     } else {
         gamelog->Printf("resuming %s\n", path.c_str());
         m_file = OpenForAppending(path);
+        if (!m_file) {
+            unlink(path.c_str());  // else it would fail every session to come
+        } else if (StreamSize(m_file.get()) != header->startOffset) {
+            m_file.reset();  // somebody else has been at it
+        }
     }
-    if (!m_file) {
-        gamelog->Printf("can't open %s!  aborting!", path.c_str());
-        return Fail();
-    }
-    SetBuffer(&m_file, kFileBuffer);
+    if (!m_file) return Abort("can't open %s!  aborting!", path.c_str());
+    // Every packet is written when it comes: what the progress counts is in the file, also when the
+    // program is killed.
+    setvbuf(m_file.get(), nullptr, _IONBF, 0);
     m_state = STATE_DOWN_DATA;
     return 0;
 }
@@ -81,12 +79,14 @@ int UpdateClient::StepDownloadHeader() {
 int UpdateClient::StepDownloadData() {
     const auto length = static_cast<size_t>(m_packetLength);
     const DownloadEntry& entry = m_currentDownload->second;
-    if (length > 0 && fwrite(m_packet, 1, length, m_file.get()) < length) {
-        return FailWriting(entry.OutputPath());
+    const bool last = m_packetLength < kDataPacketSize;
+    bool written = fwrite(m_packet, 1, length, m_file.get()) == length;
+    if (last) written = CloseWritten(std::move(m_file)) && written;
+    if (!written) {
+        return Abort("can't write to %s!  aborting! (probably a full harddrive)",
+                     entry.OutputPath().c_str());
     }
-    if (m_packetLength < kDataPacketSize) {
-        // A full disk may show only now, when the last buffered bytes are written.
-        if (!CloseWritten(std::move(m_file))) return FailWriting(entry.OutputPath());
+    if (last) {
         if (!entry.isPatch) {
             m_downloads.erase(m_currentDownload);
             m_currentDownload = m_downloads.end();
@@ -97,11 +97,6 @@ int UpdateClient::StepDownloadData() {
     m_bytesDone += m_packetLength;
     ShowProgress();
     return 0;
-}
-
-int UpdateClient::FailWriting(const std::string& path) {
-    gamelog->Printf("can't write to %s!  aborting! (probably a full harddrive)", path.c_str());
-    return Fail();
 }
 
 int UpdateClient::FinishDownloads() {

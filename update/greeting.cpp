@@ -2,9 +2,12 @@
 
 #include <algorithm>
 #include <cstring>
+#include <string>
+#include <utility>
 
 #include "lib/server_name.h"
 #include "log/gamelog.h"
+#include "update/client_limits.h"
 #include "update/messages.h"
 #include "update/update_client.h"
 
@@ -14,14 +17,14 @@ constexpr int kMotdPiece = 128;  // bytes
 
 // False when the greeting cannot be sent.
 bool UpdateClient::SendGreeting() {
-    if (!SendText(kGreeting)) return false;
+    if (!Send(kGreeting)) return false;
     for (const std::string& component : m_components) {
         m_pendingRequest = EncodeNamed(kTagComponent, component);
-        SendText(m_pendingRequest);
+        Send(m_pendingRequest);
     }
     m_motdLength = 0;
     if (m_wantMotd) {
-        SendText(kTagMotd);
+        Send(kTagMotd);
         WaitForReply(STATE_MOTD);
     } else {
         RequestVersion();
@@ -33,13 +36,15 @@ void UpdateClient::RequestVersion() {
     m_progress->SetStatus("Requesting latest version...");
     m_checkList.clear();
     m_nameBytes = 0;
-    SendText(kTagVersion);
+    Send(kTagVersion);
     WaitForReply(STATE_VERSION);
 }
 
 int UpdateClient::StepMotd() {
     m_motdLength += static_cast<size_t>(m_packetLength);
-    if (m_motdLength > kMaxMotdLength) return RefuseExcess("a message of the day");
+    if (m_motdLength > kMaxMotdLength) {
+        return Abort("the server sends a message of the day without end!  aborting!\n");
+    }
     const auto* text = reinterpret_cast<const char*>(m_packet);
     for (int begin = 0; begin < m_packetLength;) {
         const int most = std::min(m_packetLength - begin, kMotdPiece);
@@ -72,10 +77,11 @@ int UpdateClient::StepFileList() {
     }
     auto entry = DecodeFileListEntry(m_packet, m_packetLength);
     if (!entry) return MalformedReply();
-    if (!IsSafeServerName(entry->name)) return RefuseName(entry->name);
+    if (!IsSafeServerName(entry->name))
+        return Abort("refusing the name %s from the server!  aborting!\n", entry->name.c_str());
     m_nameBytes += entry->name.size();
     if (m_checkList.size() == kMaxListedFiles || m_nameBytes > kMaxNameBytes) {
-        return RefuseExcess("a file list");
+        return Abort("the server sends a file list without end!  aborting!\n");
     }
     FileRecord& record = m_checkList.emplace_back();
     record.name = std::move(entry->name);

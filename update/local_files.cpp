@@ -1,9 +1,13 @@
 // The client's members for local files, as calls of the functions that know no client.
 
+#include <unistd.h>
+
+#include "halcyrix_config.h"
 #include "lib/local_file_check.h"
 #include "lib/patch_file.h"
 #include "lib/server_name.h"
 #include "lib/version_records.h"
+#include "log/gamelog.h"
 #include "update/update_client.h"
 
 void UpdateClient::ReadVersionRecord() {
@@ -25,7 +29,16 @@ int UpdateClient::CheckFile(const FileRecord& record, uint32_t* size_out, uint32
 void UpdateClient::ApplyPatches() {
     while (!m_downloads.empty()) {
         const auto next = m_downloads.begin();
-        ApplyDownloadedPatch(next->second.target, next->second.source, m_progress);
+        const auto& [source, target, isPatch] = next->second;
+        if (!PatchFile(target, source, m_progress)) {
+            gamelog->Printf("patch for %s failed!\n", target.c_str());
+            gamelog->Printf(
+                "I'm afraid you'll have to re-run the updater\n"
+                "and re-download this file.  Your harddrive is full\n"
+                "or %s screwed something up.\n",
+                HALCYRIX_SUPPORT_EMAIL);
+        }
+        unlink(source.c_str());
         m_downloads.erase(next);
     }
     m_currentDownload = m_downloads.end();

@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "lib/byte_reader.h"
+#include "update/byte_reader.h"
 
 namespace {
 
@@ -149,6 +149,7 @@ std::optional<QueueStatus> DecodeQueueStatus(const uint8_t* data, size_t length)
     ByteReader reader(data, length);
     QueueStatus message{};
     message.ready = reader.U8() != 0;
+    if (message.ready) return message;
     message.position = reader.U16();
     message.queueLength = reader.U16();
     message.rate = reader.U16();
@@ -168,6 +169,7 @@ std::optional<DownloadHeader> DecodeDownloadHeader(const uint8_t* data, size_t l
     ByteReader reader(data, length);
     DownloadHeader message{};
     message.index = reader.U32();
+    if (reader.Ok() && message.index == kEndOfDownloads) return message;
     message.checksum = reader.U32();
     message.length = reader.U32();
     message.startOffset = reader.U32();

@@ -2,7 +2,8 @@
 //
 // Requests begin with a four-letter tag; integers are little-endian; texts end with a NUL. Encoding
 // gives a payload; decoding does no I/O and tells a malformed payload by std::nullopt. Bytes beyond
-// a reply's last field are passed over; a request ends with its last field.
+// a reply's last field are passed over, and of a reply that its first field says all about the
+// others may be missing; a request ends with its last field.
 #ifndef HALCYRIX_UPDATE_MESSAGES_H
 #define HALCYRIX_UPDATE_MESSAGES_H
 
@@ -27,15 +28,6 @@ constexpr std::string_view kTagPatch = "PATC";
 constexpr std::string_view kTagResume = "RSUM";
 constexpr std::string_view kTagQueue = "REQD";
 constexpr std::string_view kTagDownload = "DOWN";
-
-// The longest version that the client keeps.
-constexpr size_t kMaxVersionLength = 127;
-
-// What one conversation may make the client keep. No release comes near; a server that never stops
-// sending must not fill the player's memory, nor keep the window waiting for ever.
-constexpr size_t kMaxMotdLength = 1024 * 1024;
-constexpr size_t kMaxListedFiles = 1'000'000;
-constexpr size_t kMaxNameBytes = 64 * 1024 * 1024;  // of listed files and of patches together
 
 // The data of a file travel in packets of exactly this size; a shorter one, maybe empty, ends it.
 constexpr int kDataPacketSize = kMaxPayload;
@@ -96,7 +88,7 @@ std::string Encode(const ResumeReply& message);
 std::optional<ResumeReply> DecodeResumeReply(const uint8_t* data, size_t length);
 
 struct QueueStatus {
-    bool ready;
+    bool ready;         // the rest is of no use then, and may be missing
     uint16_t position;  // 0 is the first
     uint16_t queueLength;
     uint16_t rate;  // places served per 100 seconds
@@ -105,7 +97,7 @@ std::string Encode(const QueueStatus& message);
 std::optional<QueueStatus> DecodeQueueStatus(const uint8_t* data, size_t length);
 
 struct DownloadHeader {
-    uint32_t index;
+    uint32_t index;     // kEndOfDownloads stands alone; the rest may be missing
     uint32_t checksum;  // of the whole download; clients pass over it
     uint32_t length;    // the same
     uint32_t startOffset;

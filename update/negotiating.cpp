@@ -5,6 +5,7 @@
 #include "lib/local_file_check.h"
 #include "lib/server_name.h"
 #include "log/gamelog.h"
+#include "update/client_limits.h"
 #include "update/messages.h"
 #include "update/update_client.h"
 
@@ -45,7 +46,7 @@ void UpdateClient::SendRequest(const FileRecord& record, SessionState returnStat
                                SessionState replyState) {
     m_request = record;
     s_returnStates.Push(returnState);
-    SendText(m_pendingRequest);
+    Send(m_pendingRequest);
     WaitForReply(replyState);
 }
 
@@ -70,10 +71,7 @@ bool UpdateClient::FindWrongFile(LocalFileCheck* found) {
 
 // Every file is right, or announced as a download.
 int UpdateClient::FinishChecks() {
-    if (!m_downloads.empty()) {
-        RequestQueue();
-        return 0;
-    }
+    if (!m_downloads.empty()) return RequestQueue();
     if (m_state == STATE_NEGOTIATE) WriteVersionRecord();
     m_state = STATE_ENDING;
     return SESSION_COMPLETE;
@@ -101,7 +99,7 @@ int UpdateClient::StepNegotiate() {
     if (!FindWrongFile(&found)) return 0;
     if (m_checkList.empty()) return FinishChecks();
     m_pendingRequest = EncodeVersioned(kTagChecksum, m_localVersion, m_checkList.front().name);
-    SendText(m_pendingRequest);
+    Send(m_pendingRequest);
     WaitForReply(STATE_CSUM_REPLY);
     return 0;
 }
@@ -124,10 +122,9 @@ int UpdateClient::StepChecksumReply() {
 
 void UpdateClient::AddDownload(uint32_t index, uint32_t length, DownloadEntry entry) {
     m_bytesTotal += length;
-    const auto [position, inserted] = m_downloads.try_emplace(index, std::move(entry));
-    if (!inserted) {
-        gamelog->Printf("couldn't insert file index %d?\n", static_cast<int32_t>(index));
-    }
+    const auto key = static_cast<int32_t>(index);
+    const auto [position, inserted] = m_downloads.try_emplace(key, std::move(entry));
+    if (!inserted) gamelog->Printf("couldn't insert file index %d?\n", key);
     m_currentDownload = position;
 }
 
@@ -144,9 +141,13 @@ int UpdateClient::StepPatchReply() {
     const auto reply = DecodePatchReply(m_packet, m_packetLength);
     if (!reply) return MalformedReply();
     const std::string& name = reply->downloadName;
-    if ((reply->isPatch || !name.empty()) && !IsSafeServerName(name)) return RefuseName(name);
+    // Used as given, without taking off a component; and the patch that it names is deleted.
+    if (!IsPathInside(name))
+        return Abort("refusing the name %s from the server!  aborting!\n", name.c_str());
     m_nameBytes += name.size();
-    if (m_nameBytes > kMaxNameBytes) return RefuseExcess("names of patches");
+    if (m_nameBytes > kMaxNameBytes) {
+        return Abort("the server sends names of patches without end!  aborting!\n");
+    }
     AddDownload(reply->index, reply->length,
                 DownloadEntry{name, LocalPath(m_request.name), reply->isPatch});
 
@@ -173,7 +174,7 @@ int UpdateClient::StepPatchReply() {
 }
 
 int UpdateClient::StepSendResume() {
-    SendText(Encode(
+    Send(Encode(
         ResumeRequest{static_cast<uint32_t>(m_request.currentLength), m_request.tailChecksum}));
     WaitForReply(STATE_RSUM_REPLY);
     return 0;

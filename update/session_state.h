@@ -32,21 +32,22 @@ enum SessionEvent : int {
     EVENT_TIMER = 3,
 };
 
-// What a step returns that ended the session with success.
+// What a step returns that ended the session with success; all others return 0. It is no number
+// that a flag or a count would have, so that none passes for success.
 constexpr int SESSION_COMPLETE = 204;
 
 // The states to go back to when a request has been answered. A push onto a full stack is dropped;
 // a pop from an empty one gives STATE_INERT.
 class ReturnStack {
 public:
-    void Push(int state) {
+    void Push(SessionState state) {
         if (m_size < m_states.size()) m_states[m_size++] = state;
     }
-    int Pop() { return m_size > 0 ? m_states[--m_size] : STATE_INERT; }
+    SessionState Pop() { return m_size > 0 ? m_states[--m_size] : STATE_INERT; }
     void Clear() { m_size = 0; }
 
 private:
-    std::array<int, 10> m_states{};
+    std::array<SessionState, 10> m_states{};
     size_t m_size = 0;
 };
 

@@ -1,5 +1,7 @@
 #include "update/update_client.h"
 
+#include <cstdarg>
+
 #include "log/gamelog.h"
 
 ReturnStack s_returnStates;
@@ -9,7 +11,7 @@ UpdateClient::UpdateClient(EventLoop* loop, ProgressIndicator* progress)
 
 void UpdateClient::OnWritable() {
     const int result = HandleEvent(EVENT_WRITABLE);
-    if (m_state == STATE_ENDING) EndSession(result, WRITABLE);
+    if (m_state == STATE_ENDING) EndSession(result, EVENT_WRITABLE);
 }
 
 void UpdateClient::OnPacket(const uint8_t* data, int length) {
@@ -18,7 +20,7 @@ void UpdateClient::OnPacket(const uint8_t* data, int length) {
     m_packet = data;
     m_packetLength = length;
     const int result = HandleEvent(EVENT_PACKET);
-    if (m_state == STATE_ENDING) EndSession(result, PACKET);
+    if (m_state == STATE_ENDING) EndSession(result, EVENT_PACKET);
 }
 
 void UpdateClient::OnTimer(uint64_t) {
@@ -27,33 +29,32 @@ void UpdateClient::OnTimer(uint64_t) {
 
 // The whole session at a glance. What is not named here is ignored.
 int UpdateClient::HandleEvent(SessionEvent event) {
-    if (m_state == STATE_CONNECTING) return StepConnecting(event);
-    if (event == EVENT_WRITABLE) {
-        switch (m_state) {
-            case STATE_VERIFY: return StepVerify();
-            case STATE_NEGOTIATE: return StepNegotiate();
-            case STATE_SEND_RSUM: return StepSendResume();
-            case STATE_SEND_DOWN: return StepSendDownload();
-        }
-    }
-    if (event == EVENT_PACKET) {
-        switch (m_state) {
-            case STATE_MOTD: return StepMotd();
-            case STATE_VERSION: return StepVersion();
-            case STATE_FILE_LIST: return StepFileList();
-            case STATE_CSUM_REPLY: return StepChecksumReply();
-            case STATE_FULL_REPLY: return StepFullReply();
-            case STATE_PATC_REPLY: return StepPatchReply();
-            case STATE_RSUM_REPLY: return StepResumeReply();
-            case STATE_QUEUE: return StepQueue();
-            case STATE_DOWN_HEADER: return StepDownloadHeader();
-            case STATE_DOWN_DATA: return StepDownloadData();
-        }
+    const bool packet = event == EVENT_PACKET;
+    const bool writable = event == EVENT_WRITABLE;
+    switch (m_state) {
+        case STATE_IDLE:
+        case STATE_INERT:
+        case STATE_ENDING: return 0;
+        case STATE_CONNECTING: return StepConnecting(event);
+        case STATE_MOTD: return packet ? StepMotd() : 0;
+        case STATE_VERSION: return packet ? StepVersion() : 0;
+        case STATE_FILE_LIST: return packet ? StepFileList() : 0;
+        case STATE_VERIFY: return writable ? StepVerify() : 0;
+        case STATE_NEGOTIATE: return writable ? StepNegotiate() : 0;
+        case STATE_CSUM_REPLY: return packet ? StepChecksumReply() : 0;
+        case STATE_FULL_REPLY: return packet ? StepFullReply() : 0;
+        case STATE_PATC_REPLY: return packet ? StepPatchReply() : 0;
+        case STATE_SEND_RSUM: return writable ? StepSendResume() : 0;
+        case STATE_RSUM_REPLY: return packet ? StepResumeReply() : 0;
+        case STATE_QUEUE: return packet ? StepQueue() : 0;
+        case STATE_SEND_DOWN: return writable ? StepSendDownload() : 0;
+        case STATE_DOWN_HEADER: return packet ? StepDownloadHeader() : 0;
+        case STATE_DOWN_DATA: return packet ? StepDownloadData() : 0;
     }
     return 0;
 }
 
-void UpdateClient::EndSession(int result, Manner manner) {
+void UpdateClient::EndSession(int result, SessionEvent event) {
     m_file.reset();
     Close();
     m_loop->RemoveIO(m_registration);
@@ -64,7 +65,7 @@ void UpdateClient::EndSession(int result, Manner manner) {
         m_progress->Finished(-1);
         return;
     }
-    const bool nothingNew = manner == PACKET && m_receivedCount == 0;
+    const bool nothingNew = event == EVENT_PACKET && m_receivedCount == 0;
     m_progress->SetStatus(nothingNew ? "Halcyrix is up to date." : "Update complete.");
     m_progress->Finished(static_cast<int32_t>(m_receivedCount));
 }
@@ -74,24 +75,18 @@ void UpdateClient::WaitForReply(SessionState state) {
     m_state = state;
 }
 
-void UpdateClient::CarryOn(int state) {
+void UpdateClient::CarryOn(SessionState state) {
     SetFlags(IO_READ | IO_WRITE);
     m_state = state;
 }
 
-int UpdateClient::Fail() {
+int UpdateClient::Abort(const char* format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    gamelog->VPrintf(format, arguments);
+    va_end(arguments);
     m_state = STATE_ENDING;
     return 0;
-}
-
-int UpdateClient::RefuseName(const std::string& name) {
-    gamelog->Printf("refusing the name %s from the server!  aborting!\n", name.c_str());
-    return Fail();
-}
-
-int UpdateClient::RefuseExcess(const char* what) {
-    gamelog->Printf("the server sends %s without end!  aborting!\n", what);
-    return Fail();
 }
 
 int UpdateClient::MalformedReply() {
@@ -100,6 +95,6 @@ int UpdateClient::MalformedReply() {
     return 0;
 }
 
-int UpdateClient::SendText(std::string_view payload) {
+int UpdateClient::Send(std::string_view payload) {
     return SendPacket(payload.data(), static_cast<int>(payload.size()));
 }

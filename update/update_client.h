@@ -2,6 +2,7 @@
 #ifndef HALCYRIX_UPDATE_UPDATE_CLIENT_H
 #define HALCYRIX_UPDATE_UPDATE_CLIENT_H
 
+#include <cstddef>
 #include <cstdint>
 #include <list>
 #include <map>
@@ -51,21 +52,18 @@ public:
     void ApplyPatches();
 
 private:
-    // One step of the session; SESSION_COMPLETE when it has ended with success, else 0. So do the
-    // steps of the states return.
+    // One step of the session. Returns SESSION_COMPLETE when it has ended the session with success,
+    // else 0; so does the step of every state, and whatever a step leaves by.
     int HandleEvent(SessionEvent event);
+    // `result` is that of the session's last step, and `event` the one it was taken on: the words
+    // of success depend on both.
+    void EndSession(int result, SessionEvent event);
 
-    // The kind of event whose step ended the session; the words of success depend on it.
-    enum Manner { WRITABLE, PACKET };
-    void EndSession(int result, Manner manner);
-
-    // Ways to leave a step: to wait for a reply, to carry on with own work, to fail the session, or
-    // to treat a reply that does not parse as a lost connection.
+    // Ways to leave a step: to wait for a reply, to carry on with own work, to fail the session
+    // with some last words, or to treat a reply that does not parse as a lost connection.
     void WaitForReply(SessionState state);
-    void CarryOn(int state);
-    int Fail();
-    int RefuseName(const std::string& name);
-    int RefuseExcess(const char* what);
+    void CarryOn(SessionState state);
+    int Abort(const char* format, ...) __attribute__((format(printf, 2, 3)));
     int MalformedReply();
 
     // connecting.cpp: reaching a server.
@@ -99,41 +97,46 @@ private:
     int StepResumeReply();
 
     // downloading.cpp: the queue and the download stream.
-    void RequestQueue();
+    int RequestQueue();
     void ShowProgress();
     int StepQueue();
     int StepSendDownload();
     int StepDownloadHeader();
     int StepDownloadData();
-    int FailWriting(const std::string& path);
     int FinishDownloads();
 
-    int SendText(std::string_view payload);
+    // Returns whether the payload was handed to the socket. Only the greeting asks: when it is gone
+    // later, the next readiness tells.
+    int Send(std::string_view payload);
 
-    EventLoop::IO_Entry m_registration{};
+    EventLoop::IO_Entry m_registration{};  // while m_connected
+    // A session has been started and has not ended. When no server is left it does not end: it
+    // stays set, and no other session can be started.
     int m_connected = 0;
     EventLoop* m_loop;
-    int m_state = STATE_IDLE;
-    std::list<FileRecord> m_checkList;
+    SessionState m_state = STATE_IDLE;
+    std::list<FileRecord> m_checkList;  // of the server's list, what is still to be checked
     std::list<FileRecord>::iterator m_nextRead;  // the next one to be read ahead, during the checks
-    std::map<uint32_t, DownloadEntry> m_downloads;
-    std::map<uint32_t, DownloadEntry>::iterator m_currentDownload = m_downloads.end();
+    // By the server's index, in the order in which patches are applied. What a broken conversation
+    // announced stays until it is received, or taken for a patch.
+    std::map<int32_t, DownloadEntry> m_downloads;
+    std::map<int32_t, DownloadEntry>::iterator m_currentDownload = m_downloads.end();
     std::string m_latestVersion;
-    std::string m_localVersion;
-    FileRecord m_request;
+    std::string m_localVersion;  // empty when none is recorded
+    FileRecord m_request;        // what the request under way is about; of a resumed patch, itself
     std::list<std::string> m_components;
-    bool m_wantMotd = false;
-    int m_serverIndex = 0;
-    std::string m_pendingRequest;
-    const uint8_t* m_packet = nullptr;
+    bool m_wantMotd = false;       // ask for the message of the day
+    int m_serverIndex = 0;         // of the next host to try
+    std::string m_pendingRequest;  // the last request that named something; kept to be looked at
+    const uint8_t* m_packet = nullptr;  // valid during the step that handles it
     int m_packetLength = 0;
     ProgressIndicator* m_progress;
-    Stream m_file;
-    int64_t m_bytesTotal = 0;
-    int64_t m_bytesDone = 0;
-    uint32_t m_receivedCount = 0;
-    size_t m_motdLength = 0;  // received in this conversation
-    size_t m_nameBytes = 0;   // kept of the server's names in this conversation
+    Stream m_file;                 // of m_currentDownload, while its data come
+    int64_t m_bytesTotal = 0;      // announced in this conversation
+    int64_t m_bytesDone = 0;       // received, or there before and accepted to be resumed
+    uint32_t m_receivedCount = 0;  // files, in this session
+    size_t m_motdLength = 0;       // received in this conversation
+    size_t m_nameBytes = 0;        // kept of the server's names in this conversation
 };
 
 #endif

@@ -52,8 +52,8 @@ size_t SpanBuffer::AppendTo(SpanBuffer* target, uint64_t offset, uint64_t length
         const uint64_t skipped = offset - si->first;
         const Span& whole = si->second;
         const uint64_t piece = std::min(length, whole.length - skipped);
-        target->spans.emplace_hint(target->spans.end(), end,
-                                   Span{whole.file, whole.offset + skipped, piece});
+        target->spans.insert_or_assign(target->spans.end(), end,
+                                       Span{whole.file, whole.offset + skipped, piece});
         end += piece;
         offset += piece;
         length -= piece;
@@ -80,10 +80,10 @@ uint64_t SpanBuffer::WriteSpan(const Span& span, FILE* out, ProgressIndicator* p
 
 bool SpanBuffer::Write(FILE* out, ProgressIndicator* progress) const {
     const uint64_t total = Size();
-    return std::all_of(spans.begin(), spans.end(), [&](const auto& entry) {
-        const auto& [start, span] = entry;
-        return WriteSpan(span, out, progress, start, total) != 0;
-    });
+    for (const auto& [start, span] : spans) {
+        if (WriteSpan(span, out, progress, start, total) == 0) return false;
+    }
+    return fflush(out) == 0;  // short outputs meet a full device only now
 }
 
 bool SpanBuffer::WriteFile(const std::string& path, ProgressIndicator* progress) const {

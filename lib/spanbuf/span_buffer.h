@@ -2,6 +2,7 @@
 #ifndef HALCYRIX_LIB_SPANBUF_SPAN_BUFFER_H
 #define HALCYRIX_LIB_SPANBUF_SPAN_BUFFER_H
 
+#include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <map>
@@ -39,7 +40,7 @@ public:
     size_t AppendTo(SpanBuffer* target, uint64_t offset, uint64_t length) const;
 
     // Writes all bytes to `out`, in pieces of at most 4096, telling `progress` (may be null) of
-    // each. False at the first span that fails, an empty one included.
+    // each, and flushes it. False at the first span that fails, an empty one included.
     [[nodiscard]] bool Write(FILE* out, ProgressIndicator* progress) const;
 
     // Writes one span; `done` bytes of `total` have been written before it. Returns the number of

@@ -1,6 +1,6 @@
-// The one reader of fields in received bytes.
-#ifndef HALCYRIX_LIB_BYTE_READER_H
-#define HALCYRIX_LIB_BYTE_READER_H
+// The one reader of fields in received messages.
+#ifndef HALCYRIX_UPDATE_BYTE_READER_H
+#define HALCYRIX_UPDATE_BYTE_READER_H
 
 #include <cstddef>
 #include <cstdint>

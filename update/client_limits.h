@@ -1,0 +1,13 @@
+// What one conversation may make the client keep. No release comes near; a server that never stops
+// sending must not fill the player's memory, nor keep the window waiting for ever.
+#ifndef HALCYRIX_UPDATE_CLIENT_LIMITS_H
+#define HALCYRIX_UPDATE_CLIENT_LIMITS_H
+
+#include <cstddef>
+
+constexpr size_t kMaxVersionLength = 127;  // the rest is cut off
+constexpr size_t kMaxMotdLength = 1024 * 1024;
+constexpr size_t kMaxListedFiles = 1'000'000;
+constexpr size_t kMaxNameBytes = 64 * 1024 * 1024;  // of listed files and of patches together
+
+#endif
