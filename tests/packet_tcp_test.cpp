@@ -1,65 +1,120 @@
+// Sockets, listeners and packets.
 #include "net/packet_tcp.h"
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
+#include <netinet/tcp.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
-#include <functional>
+#include <cerrno>
+#include <cstring>
 
+#include "net/tcp_listen.h"
 #include "tests/support/recorders.h"
+#include "tests/support/relay.h"
 #include "tests/support/scratch_dir.h"
-#include "tests/support/test_listener.h"
 
 namespace {
 
 using namespace std::literals;
 using testing::ElementsAre;
 
-std::string Frame(const std::string& payload) {
-    const size_t size = payload.size();
-    return std::string{static_cast<char>(size / 256), static_cast<char>(size % 256)} + payload;
+constexpr int kPort = 21024;
+
+// Speaks for the last connection that it accepted.
+class Peer : public RXTCPListen {
+public:
+    using RXTCPListen::RXTCPListen;
+    ~Peer() override { close(accepted); }
+    void OnAccept(int32_t fd, const sockaddr_in&) override { close(std::exchange(accepted, fd)); }
+
+    // Waits for `size` bytes, or for the end.
+    std::string Hear(size_t size) const {
+        std::string bytes(size, '\0');
+        const ssize_t got = recv(accepted, bytes.data(), size, MSG_WAITALL);
+        return bytes.substr(0, got > 0 ? static_cast<size_t>(got) : 0);
+    }
+
+    int accepted = -1;
+};
+
+void Await(int fd, short event) {
+    pollfd wanted{fd, event, 0};
+    poll(&wanted, 1, -1);
 }
 
-// A connection to a listener.
+// A connection to the listener on a port.
 class Connection : public RXPacketTCP {
 public:
-    explicit Connection(TestListener* listener) { ConnectTo(listener); }
+    explicit Connection(Peer* peer) { ConnectTo(peer, kPort); }
 
-    void ConnectTo(TestListener* listener) {
-        ASSERT_EQ(Connect("127.0.0.1", listener->Port()), 1);
-        server = listener;
+    void ConnectTo(Peer* peer, int port) {
+        ASSERT_EQ(Connect("127.0.0.1", port), 1);
+        ASSERT_EQ(m_flags, IO_READ | IO_WRITE);
+        Await(m_fd, POLLOUT);
+        server = peer;
         server->OnReadable();
     }
     void Receive(const std::string& bytes) {
-        server->Say(bytes);
-        Await(m_fd, IO_READ);
+        ASSERT_EQ(write(server->accepted, bytes.data(), bytes.size()), ssize_t(bytes.size()));
+        Await(m_fd, POLLIN);
         OnReadable();
     }
     void OnPacket(const uint8_t* data, int length) override {
         packets.emplace_back(data, data + length);
-        onPacket(packets.back());
+        if (onPacket) onPacket(packets.back());
     }
-    void OnDisconnect() override { ++disconnects; }
+    void OnDisconnect() override { packets.emplace_back("(disconnected)"); }
 
-    TestListener* server;
+    Peer* server;
     std::vector<std::string> packets;
-    int disconnects = 0;
-    std::function<void(const std::string&)> onPacket = [](auto&) {};
+    std::function<void(const std::string&)> onPacket;
 };
 
 class Packets : public testing::Test {
 protected:
     RecordingLog log;
-    TestListener server;
+    Peer server{kPort};
     Connection connection{&server};
 };
+
+TEST_F(Packets, GoThroughSocketsOfTheirOwnAndDropTheEarlierConnection) {
+    EXPECT_EQ(connection.ConnectError(), nullptr);
+    for (const int fd : {server.m_fd, connection.m_fd, server.accepted}) {
+        EXPECT_TRUE(fcntl(fd, F_GETFD) & FD_CLOEXEC);
+        EXPECT_EQ((fcntl(fd, F_GETFL) & O_NONBLOCK) == 0, fd == server.accepted);
+    }
+    int noDelay = 0;
+    socklen_t size = sizeof noDelay;
+    getsockopt(connection.m_fd, IPPROTO_TCP, TCP_NODELAY, &noDelay, &size);
+    EXPECT_NE(noDelay, 0);
+    server.OnReadable();  // nobody there
+    EXPECT_NE(server.accepted, -1);
+    ASSERT_EQ(connection.Connect("localhost", kPort), 1);
+    EXPECT_EQ(server.Hear(1), "") << "the earlier connection is closed";
+    EXPECT_EQ(connection.Connect("300.300.300.300", 1), 0) << "does not resolve";
+    EXPECT_EQ(connection.Connect("255.255.255.255", 1), 0) << "refused at once";
+    EXPECT_EQ(connection.m_flags, 0u);
+    const Peer second(kPort);
+    EXPECT_EQ(second.m_fd, -1);
+    EXPECT_EQ(second.m_flags, 0u);
+    EXPECT_EQ(log.Text(), "connect: "s + strerror(ENETUNREACH) +
+                              "\nRXTCPListen: " + strerror(EADDRINUSE) + "\n");
+}
 
 TEST_F(Packets, AreFramedUpToTheLargestPayload) {
     const std::string payload = SeededBytes(8191, 1);
     EXPECT_EQ(connection.SendPacket(payload.data(), 8190), 1);
-    EXPECT_EQ(server.Hear(8192), Frame(payload.substr(0, 8190)));
+    EXPECT_EQ(server.Hear(8192), "\x1f\xfe" + payload.substr(0, 8190));
     EXPECT_EQ(connection.SendPacket(payload.data(), 8191), 0);
     EXPECT_EQ(log.Text(), "SendPacket: packet too large\n");
+    EXPECT_EQ(connection.SendPacket(payload.data(), -1), 0);
+    EXPECT_EQ(connection.SendPacket(nullptr, 0), 1);
     connection.Close();
-    EXPECT_EQ(server.Hear(1), "") << "nothing of the large packet was sent";
+    EXPECT_EQ(connection.SendPacket(payload.data(), 1), 0);
+    EXPECT_EQ(server.Hear(3), "\0\0"s) << "nothing of the others was sent";
 }
 
 TEST_F(Packets, ArePutTogetherHoweverTheyArrive) {
@@ -67,49 +122,46 @@ TEST_F(Packets, ArePutTogetherHoweverTheyArrive) {
     std::string stream;
     for (const size_t size : {3, 0, 8190, 1, 8190, 8190, 700, 0}) {
         sent.push_back(SeededBytes(size, static_cast<unsigned>(sent.size())));
-        stream += Frame(sent.back());
+        stream += FrameOf(sent.back());
     }
     for (const size_t piece : {size_t{1}, size_t{4096}, stream.size()}) {
         connection.packets.clear();
         for (size_t at = 0; at < stream.size(); at += piece) {
             connection.Receive(stream.substr(at, piece));
         }
-        while (connection.packets.size() < sent.size()) {
-            Await(connection.m_fd, IO_READ);
-            connection.OnReadable();
-        }
         EXPECT_EQ(connection.packets, sent) << "in pieces of " << piece;
     }
 }
 
-TEST_F(Packets, EndAtAnInvalidLength) {
-    connection.Receive(Frame("good") + "\x1f\xff" + Frame("later"));
-    EXPECT_THAT(connection.packets, ElementsAre("good"));
-    EXPECT_EQ(connection.disconnects, 1);
-    EXPECT_EQ(connection.IsOpen(), 0);
-}
-
-TEST_F(Packets, ThatHadArrivedAreDeliveredAfterAClose) {
-    connection.onPacket = [&](auto&) { connection.Close(); };
-    connection.Receive(Frame("last") + Frame("more") + "\xff\xff junk");
-    EXPECT_THAT(connection.packets, ElementsAre("last", "more"));
-    EXPECT_EQ(connection.disconnects, 1);
-    EXPECT_EQ(log.Text(), "Invalid packet size; disconnecting\n");
+TEST_F(Packets, EndAtAnInvalidLengthAndThoseBeforeItAreDeliveredAfterAClose) {
+    connection.onPacket = [&](const std::string& packet) {
+        if (packet == "last") connection.Close();
+    };
+    for (const std::string& first : {"good"s, "last"s}) {
+        connection.packets.clear();
+        connection.ConnectTo(&server, kPort);
+        connection.Receive(FrameOf(first) + FrameOf("more") + "\x1f\xff" + FrameOf("later"));
+        EXPECT_THAT(connection.packets, ElementsAre(first, "more", "(disconnected)"));
+        EXPECT_EQ(connection.m_fd, -1);
+        EXPECT_EQ(connection.m_flags, 0u);
+    }
+    EXPECT_EQ(log.Count("Invalid packet size; disconnecting\n"), 2);
 }
 
 TEST_F(Packets, OfTheOldConnectionAreForgottenWhenOneStartsANewOne) {
     // Behind the packet, a part of another, or as much as the buffer holds.
-    for (const auto& rest : {Frame("stale") + "\0"s, Frame(SeededBytes(8000, 3)) + "\x01"s}) {
-        TestListener second;
+    for (const auto& rest : {FrameOf("stale") + "\0"s, FrameOf(SeededBytes(8000, 3)) + "\x01"s}) {
+        Peer second(kPort + 1);
         connection.packets.clear();
-        connection.ConnectTo(&server);
+        connection.ConnectTo(&server, kPort);
         connection.onPacket = [&](auto& packet) {
-            if (packet == "move") connection.ConnectTo(&second);
+            if (packet == "move") connection.ConnectTo(&second, kPort + 1);
         };
-        connection.Receive(Frame("move") + rest + std::string(kMaxFrame, '\0'));
-        connection.Receive(Frame("fresh"));
-        EXPECT_THAT(connection.packets, ElementsAre("move", "fresh"));
-        EXPECT_EQ(connection.disconnects, 0);
+        connection.Receive(FrameOf("move") + rest + std::string(8192, '\0'));
+        connection.Receive(FrameOf("fresh"));
+        close(std::exchange(second.accepted, -1));
+        connection.OnReadable();
+        EXPECT_THAT(connection.packets, ElementsAre("move", "fresh", "(disconnected)"));
     }
 }
 
