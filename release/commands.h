@@ -21,7 +21,9 @@ inline ExitStatus Problem(const std::string& text) {
     return EXIT_PROBLEM;
 }
 
-ExitStatus Publish(const PublishRequest& request);
+ExitStatus Publish(const PublishRequest& request, bool dry_run);
+ExitStatus List(const std::string& store);
+ExitStatus Withdraw(const std::string& store, const std::string& version);
 ExitStatus Prune(const std::string& store, size_t keep);
 ExitStatus Check(const std::string& store);
 

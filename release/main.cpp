@@ -32,6 +32,7 @@ int main(int argc, char** argv) {
 
     PublishRequest request;
     std::vector<std::string> sources;
+    bool dry_run = false;
     CLI::App* publish = app.add_subcommand("publish", "Add a release to a store");
     publish->add_option("STORE", request.store, "The store, made when there is none")->required();
     publish->add_option("VERSION", request.version, "The version, a word not used before")
@@ -45,16 +46,42 @@ int main(int argc, char** argv) {
         ->type_name("N")
         ->check(CLI::NonNegativeNumber)
         ->capture_default_str();
+    publish->add_flag("--new-component", request.newComponents,
+                      "Allow components that no earlier release has");
+    publish->add_flag("--dry-run", dry_run,
+                      "Say what players would get, and leave the store as it is");
+    publish
+        ->add_option("--jobs", request.limits.jobs,
+                     "Make N patches at a time; as many as there are processors unless given")
+        ->type_name("N")
+        ->check(CLI::Range(1, 1024));
+    publish
+        ->add_option("--memory", request.limits.memory,
+                     "Memory for making patches (500M, 4G); half of what is free unless given")
+        ->type_name("BYTES")
+        ->transform(CLI::AsSizeValue(false))
+        ->check(CLI::PositiveNumber);
     publish->callback([&] {
         for (const std::string& source : sources) {
             const size_t equals = source.find('=');
             request.components.push_back({source.substr(0, equals), source.substr(equals + 1)});
         }
-        status = Publish(request);
+        status = Publish(request, dry_run);
     });
 
-    std::string store;
+    std::string store, version;
     size_t keep = 0;
+    CLI::App* list = app.add_subcommand("list", "List a store's releases and who gets them");
+    list->add_option("STORE", store, "The store")->required();
+    list->callback([&] { status = List(store); });
+
+    CLI::App* withdraw =
+        app.add_subcommand("withdraw", "Remove a release, so that players get the one before it");
+    withdraw->add_option("STORE", store, "The store")->required();
+    withdraw->add_option("VERSION", version, "The version, or the number of a damaged release")
+        ->required();
+    withdraw->callback([&] { status = Withdraw(store, version); });
+
     CLI::App* prune = app.add_subcommand("prune", "Remove old releases from a store");
     prune->add_option("STORE", store, "The store")->required();
     prune

@@ -1,10 +1,12 @@
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cinttypes>
 #include <cstdio>
 
 #include "release/commands.h"
+#include "store/forecast.h"
 
 namespace {
 
@@ -38,19 +40,62 @@ private:
     std::chrono::steady_clock::time_point m_shown;
 };
 
+// "1,234,567"
+std::string Grouped(uint64_t number) {
+    std::string text = std::to_string(number);
+    for (size_t end = text.size(); end > 3; end -= 3) text.insert(end - 3, ",");
+    return text;
+}
+
+// How long as many questions take that each wait for the answer to the one before.
+std::string TimeOf(size_t questions, double round_trip) {
+    const double seconds = static_cast<double>(questions) * round_trip;
+    char text[32];
+    snprintf(text, sizeof text, "%.1f %s", seconds < 60 ? seconds : seconds / 60,
+             seconds < 60 ? "seconds" : "minutes");
+    return text;
+}
+
+void PrintForecast(const Publisher& publisher) {
+    const Release& release = publisher.Result();
+    auto earlier = publisher.Published().Releases();
+    std::reverse(earlier.begin(), earlier.end());
+    for (const auto& from : earlier) {
+        const UpdateForecast update = ForecastUpdate(*from, release);
+        if (!update.sharesComponents) continue;
+        printf("from %s: %s files changed, %s added, %s removed; %s bytes whole, %s with patches\n",
+               from->Version().c_str(), Grouped(update.changed).c_str(),
+               Grouped(update.added).c_str(), Grouped(update.removed).c_str(),
+               Grouped(update.wholeBytes).c_str(), Grouped(update.patchedBytes).c_str());
+    }
+    const size_t files = release.Files().size();
+    printf(
+        "first installation: %s bytes; it asks for each file by itself, %s files: %s at 50 ms "
+        "before the first byte\n",
+        Grouped(BytesOf(release.Files())).c_str(), Grouped(files).c_str(),
+        TimeOf(files, 0.05).c_str());
+    printf("takes %s bytes of the disk\n", Grouped(publisher.DiskBytes()).c_str());
+}
+
 }  // namespace
 
-ExitStatus Publish(const PublishRequest& request) {
-    std::string error;
+ExitStatus Publish(const PublishRequest& request, bool dry_run) {
     ProgressLine progress;
     Publisher publisher(request, &progress);
-    const bool published = publisher.Publish(&error);
+    std::vector<std::string> problems;
+    const bool prepared = publisher.Prepare(&problems);
     progress.Clear();
-    if (!published) return Problem(error);
-    const Manifest& manifest = publisher.Result();
-    uint64_t bytes = 0;
-    for (const ReleaseFile& file : manifest.files) bytes += file.length;
-    printf("published %s: %zu files of %" PRIu64 " bytes, %zu patches\n", manifest.version.c_str(),
-           manifest.files.size(), bytes, manifest.patches.size());
+    for (const std::string& problem : problems) Problem(problem);
+    if (!prepared) return EXIT_PROBLEM;
+    PrintForecast(publisher);
+    if (dry_run) {
+        printf("not published: this was a dry run\n");
+        return EXIT_DONE;
+    }
+    std::string error;
+    if (!publisher.Commit(&error)) return Problem(error);
+    const Release& release = publisher.Result();
+    printf("published %s: %zu files of %" PRIu64 " bytes, %zu patches\n", release.Version().c_str(),
+           release.Files().size(), BytesOf(release.Files()), release.Patches().size());
     return EXIT_DONE;
 }

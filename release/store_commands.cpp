@@ -1,9 +1,15 @@
+#include <sys/stat.h>
+
 #include <cinttypes>
 #include <cstdio>
+#include <ctime>
+#include <list>
 #include <memory>
+#include <set>
 
 #include "release/commands.h"
 #include "store/checker.h"
+#include "store/names.h"
 #include "store/pruner.h"
 #include "store/store_writer.h"
 
@@ -15,7 +21,89 @@ std::unique_ptr<StoreWriter> OpenForWriting(const std::string& store, std::strin
     return Store::Open(store, error) ? StoreWriter::Open(store, error) : nullptr;
 }
 
+// Components that players' updaters ask for together.
+using Components = std::list<std::string>;
+
+// What is asked of a store with these releases: what the updater and the game ask, and each
+// component of any other name by itself.
+std::vector<Components> Audiences(const std::vector<std::shared_ptr<const Release>>& releases) {
+    std::vector<Components> audiences = {{kUpdaterComponent}, {kGameComponent, kCommonComponent}};
+    const std::set<std::string> known = {kUpdaterComponent, kGameComponent, kCommonComponent};
+    std::set<std::string> others;
+    for (const auto& release : releases) {
+        for (const std::string& component : release->Components()) {
+            if (!known.contains(component)) others.insert(component);
+        }
+    }
+    for (const std::string& component : others) audiences.push_back({component});
+    return audiences;
+}
+
+// "a+b"
+template <class Names>
+std::string Joined(const Names& names, const char* between) {
+    std::string text;
+    for (const std::string& name : names) text += (text.empty() ? "" : between) + name;
+    return text;
+}
+
+// When the release was made, which copies of it keep.
+std::string Date(const Release& release) {
+    struct stat status {};
+    char text[32] = "?";
+    const std::string manifest = release.Directory() + "/" + kManifestFile;
+    if (stat(manifest.c_str(), &status) == 0) {
+        strftime(text, sizeof text, "%Y-%m-%d %H:%M", localtime(&status.st_mtime));
+    }
+    return text;
+}
+
+void PrintRelease(const Release& release, const std::string& served) {
+    printf("%-12s  %16s  %-26s  %7zu  %13" PRIu64 "  %13" PRIu64 "  %s\n",
+           release.Version().c_str(), Date(release).c_str(),
+           Joined(release.Components(), "+").c_str(), release.Files().size(),
+           BytesOf(release.Files()), BytesOf(release.Patches()), served.c_str());
+}
+
 }  // namespace
+
+ExitStatus List(const std::string& directory) {
+    std::string error;
+    const std::unique_ptr<Store> store = Store::Open(directory, &error);
+    if (!store) return Problem(error);
+    printf("%-12s  %16s  %-26s  %7s  %13s  %13s  %s\n", "VERSION", "PUBLISHED", "COMPONENTS",
+           "FILES", "BYTES", "PATCHES", "SERVED FOR");
+    const auto releases = store->Releases();
+    const std::vector<Components> audiences = Audiences(releases);
+    for (const auto& release : releases) {
+        std::vector<std::string> served;
+        for (const Components& components : audiences) {
+            if (store->Latest(components) == release) served.push_back(Joined(components, "+"));
+        }
+        PrintRelease(*release, served.empty() ? "-" : Joined(served, ", "));
+    }
+    for (const auto& [sequence, damaged] : store->Damaged()) {
+        if (damaged.release) PrintRelease(*damaged.release, "nobody: damaged");
+        Problem("release " + SequenceName(sequence) + " is damaged: " + damaged.reason);
+    }
+    return EXIT_DONE;
+}
+
+ExitStatus Withdraw(const std::string& directory, const std::string& version) {
+    std::string error;
+    const std::unique_ptr<StoreWriter> writer = OpenForWriting(directory, &error);
+    if (!writer) return Problem(error);
+    uint32_t found = 0;
+    for (const auto& [sequence, damaged] : writer->Published().Damaged()) {
+        const bool named = damaged.release && damaged.release->Version() == version;
+        if (named || SequenceName(sequence) == version) found = sequence;
+    }
+    if (const auto release = writer->Published().Find(version)) found = release->Sequence();
+    if (found == 0) return Problem(directory + ": there is no version " + version);
+    if (!writer->Remove(found, &error)) return Problem(error);
+    printf("withdrew %s\n", version.c_str());
+    return List(directory);
+}
 
 ExitStatus Check(const std::string& store) {
     const CheckReport report = CheckStore(store);

@@ -58,7 +58,7 @@ void Checker::CheckFolderOfReleases() {
         if (m_report->problems.size() == before) continue;
         m_report->advice.push_back(
             entry.string() + ": copy it again from the original store or a backup, or take it " +
-            "back with \"withdraw " + m_store + " " +
+            "back with \"halcyrix-release withdraw " + m_store + " " +
             (release ? release->Version() : entry.filename().string()) + "\"");
     }
 }

@@ -105,10 +105,6 @@ bool ParseBody(std::string_view body, Manifest* manifest) {
     return parser.Ok() && parser.AtEnd() && nextIndex == manifest->NextIndex();
 }
 
-std::string ComponentOf(const std::string& name) {
-    return name.substr(0, name.find('/'));
-}
-
 // What is wrong with the contents of a well-formed manifest; empty when nothing is.
 std::string ContentFault(const Manifest& manifest) {
     if (manifest.sequence == 0) return "sequence number 0";

@@ -30,6 +30,10 @@ struct ReleaseFile {
     uint32_t checksum;
     uint32_t length;
     uint32_t index;
+
+    bool HasContentsOf(const ReleaseFile& other) const {
+        return checksum == other.checksum && length == other.length;
+    }
 };
 
 struct ReleasePatch {
@@ -51,6 +55,14 @@ struct Manifest {
     // One more than the last index of the release.
     uint64_t NextIndex() const { return firstIndex + uint64_t{files.size()} + patches.size(); }
 };
+
+// The length of all of the files, or patches, together.
+template <class Entries>
+uint64_t BytesOf(const Entries& entries) {
+    uint64_t bytes = 0;
+    for (const auto& entry : entries) bytes += entry.length;
+    return bytes;
+}
 
 std::string FormatManifest(const Manifest& manifest);
 

@@ -1,24 +1,20 @@
 #include "store/publisher.h"
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <filesystem>
 #include <utility>
 
-#include "delta/delta.h"
+#include "lib/checksum.h"
 #include "lib/file_helpers.h"
-#include "lib/local_file_check.h"
 #include "lib/whole_file.h"
 #include "store/names.h"
 
 namespace fs = std::filesystem;
 
 namespace {
-
-std::string ComponentOf(const std::string& name) {
-    return name.substr(0, name.find('/'));
-}
 
 // Whether a path leads to the directory or below it.
 bool IsBelow(const std::string& path, const std::string& directory) {
@@ -29,9 +25,9 @@ bool IsBelow(const std::string& path, const std::string& directory) {
            outer.end();
 }
 
-// Makes `to` another name of `from`, or a copy where that cannot be.
-bool LinkOrCopyFile(const std::string& from, const std::string& to, std::string* error) {
-    return link(from.c_str(), to.c_str()) == 0 || CopyFile(from, to, error);
+bool IsReadableByAll(const std::string& path) {
+    struct stat status;
+    return stat(path.c_str(), &status) == 0 && (~status.st_mode & 0444) == 0;
 }
 
 bool MakeParents(const std::string& path, std::string* error) {
@@ -47,45 +43,59 @@ bool MakeParents(const std::string& path, std::string* error) {
 Publisher::Publisher(PublishRequest request, PublishObserver* observer)
     : m_request(std::move(request)), m_observer(observer) {}
 
-bool Publisher::Publish(std::string* error) {
+bool Publisher::Prepare(std::vector<std::string>* problems) {
+    std::string error;
+    m_writer = StoreWriter::Open(m_request.store, &error);
+    if (!m_writer) problems->push_back(error);
+    CheckRequest(problems);
+    if (m_writer) CheckAgainstStore(problems);
     std::vector<std::string> warnings;
-    if (!CheckRequest(error) || !m_sources.Scan(m_request.components, &warnings, error)) {
-        return false;
-    }
+    m_sources.Scan(m_request.components, problems, &warnings);
     for (const std::string& warning : warnings) m_observer->Warn(warning);
+    if (!problems->empty()) return false;
 
-    if (!OpenStore(error) || !StoreFiles(error) || !MakePatches(error) ||
-        !m_sources.AreUnchanged(error) || !WriteManifest(error)) {
-        return false;
+    if (Begin(&error) && StoreFiles(&error) && MakePatches(&error)) {
+        *problems = m_sources.Changes();
+        if (problems->empty() && Finish(&error)) return true;
     }
-    const Reservation next{m_manifest.sequence + 1, static_cast<uint32_t>(m_manifest.NextIndex())};
-    return m_writer->Commit(next, error);
+    if (!error.empty()) problems->push_back(error);
+    return false;
 }
 
-bool Publisher::CheckRequest(std::string* error) const {
+void Publisher::CheckRequest(std::vector<std::string>* problems) {
     const std::string fault = VersionFault(m_request.version);
-    if (!fault.empty()) {
-        *error = "version \"" + m_request.version + "\" " + fault;
-        return false;
-    }
+    if (!fault.empty()) problems->push_back("version \"" + m_request.version + "\" " + fault);
     for (const ComponentSource& component : m_request.components) {
         if (!IsBelow(m_request.store, component.directory)) continue;
-        *error = component.directory + ": holds the store itself";
-        return false;
+        problems->push_back(component.directory + ": holds the store itself");
     }
-    return true;
 }
 
-bool Publisher::OpenStore(std::string* error) {
-    m_writer = StoreWriter::Open(m_request.store, error);
-    if (!m_writer) return false;
+void Publisher::CheckAgainstStore(std::vector<std::string>* problems) {
+    Releases known = m_writer->Published().Releases();
     for (const auto& [sequence, damaged] : m_writer->Published().Damaged()) {
-        m_observer->Warn("release " + SequenceName(sequence) + " is damaged: " + damaged.reason);
+        m_observer->Warn("release " + SequenceName(sequence) +
+                         " is damaged and passed over: " + damaged.reason);
+        if (damaged.release) known.push_back(damaged.release);
     }
-    if (m_writer->Published().Find(m_request.version)) {
-        *error = m_request.store + ": version " + m_request.version + " is published already";
-        return false;
+    const auto isKnown = [&known](const auto& property) {
+        return std::any_of(known.begin(), known.end(), property);
+    };
+    if (isKnown([this](const auto& release) { return release->Version() == m_request.version; })) {
+        problems->push_back(m_request.store + ": version " + m_request.version +
+                            " is published already");
     }
+    const bool isFirst = known.empty() && m_writer->Published().Damaged().empty();
+    for (const ComponentSource& source : m_request.components) {
+        const bool isOld = isKnown(
+            [&source](const auto& release) { return release->HasComponent(source.component); });
+        if (isOld || isFirst || m_request.newComponents) continue;
+        problems->push_back("component \"" + source.component +
+                            "\" is in no earlier release; --new-component allows it");
+    }
+}
+
+bool Publisher::Begin(std::string* error) {
     m_manifest.sequence = m_writer->Next().sequence;
     m_manifest.firstIndex = m_writer->Next().index;
     m_manifest.version = m_request.version;
@@ -135,8 +145,9 @@ bool Publisher::StoreFile(const ReleaseSource& source, std::string* error) {
     const std::string oldPath = old == nullptr ? "" : releases.front()->FilePath(*old);
     const bool same = old != nullptr && old->length == source.status.st_size &&
                       HaveSameContents(oldPath, source.path);
-    if (!(same ? LinkOrCopyFile(oldPath, target, error) : CopyFile(source.path, target, error))) {
-        return false;
+    if (!same || !IsReadableByAll(oldPath) || link(oldPath.c_str(), target.c_str()) != 0) {
+        if (!CopyFile(source.path, target, error)) return false;
+        m_diskBytes += static_cast<uint64_t>(source.status.st_size);
     }
 
     struct stat now;
@@ -155,63 +166,81 @@ bool Publisher::StoreFile(const ReleaseSource& source, std::string* error) {
     return true;
 }
 
+void Publisher::PlanPatches(const ReleaseFile& file) {
+    Releases releases = EarlierReleases(file.name);
+    releases.resize(std::min(releases.size(), m_request.patchesFrom));
+    std::sort(releases.begin(), releases.end(),
+              [](const auto& a, const auto& b) { return a->Version() < b->Version(); });
+    const std::string folder = m_writer->Incoming() + "/";
+    const size_t first = m_jobs.size();
+    for (const auto& before : releases) {
+        const ReleaseFile* old = before->FindFile(file.name);
+        if (old == nullptr || file.length == 0 || file.HasContentsOf(*old)) continue;
+        const std::string oldPath = before->FilePath(*old);
+        const auto same =
+            std::find_if(m_jobs.begin() + first, m_jobs.end(), [&](const PatchJob& job) {
+                return job.oldLength == old->length && job.oldChecksum == old->checksum &&
+                       HaveSameContents(job.oldPath, oldPath);
+            });
+        m_planned.push_back(
+            {file.name, before->Version(), static_cast<size_t>(same - m_jobs.begin())});
+        if (same != m_jobs.end()) continue;
+        m_jobs.push_back({oldPath, folder + kFilesFolder + "/" + file.name,
+                          folder + kPatchesFolder + "/job" + std::to_string(m_jobs.size()),
+                          old->length, old->checksum, file.length,
+                          file.name + " from " + before->Version()});
+    }
+}
+
 bool Publisher::MakePatches(std::string* error) {
     if (!MakeParents(m_writer->Incoming() + "/" + kPatchesFolder + "/patch", error)) return false;
-    size_t number = 0;
-    for (const ReleaseFile& file : m_manifest.files) {
-        m_observer->Progress("patching", ++number, m_manifest.files.size(), file.name);
-        Releases releases = EarlierReleases(file.name);
-        releases.resize(std::min(releases.size(), m_request.patchesFrom));
-        std::sort(releases.begin(), releases.end(),
-                  [](const auto& a, const auto& b) { return a->Version() < b->Version(); });
-        std::vector<MadePatch> made;
-        for (const auto& before : releases) {
-            if (!MakePatchFrom(*before, file, &made, error)) return false;
+    for (const ReleaseFile& file : m_manifest.files) PlanPatches(file);
+    const auto progress = [this](size_t number, const PatchJob& job) {
+        m_observer->Progress("patching", number, m_jobs.size(), job.name);
+    };
+    if (!::MakePatches(&m_jobs, m_request.limits, progress, error)) return false;
+    GroupedWarnings warnings;
+    for (const PatchJob& job : m_jobs) {
+        if (!job.made) warnings.Add("no patch, since " + job.reason, job.name);
+    }
+    for (const std::string& warning : warnings.Lines()) m_observer->Warn(warning);
+    return NamePatches(error);
+}
+
+// Gives the patches that were made their indexes.
+bool Publisher::NamePatches(std::string* error) {
+    const std::string folder = m_writer->Incoming() + "/" + kPatchesFolder + "/";
+    for (const PlannedPatch& planned : m_planned) {
+        PatchJob& job = m_jobs[planned.job];
+        if (!job.made) continue;
+        ReleasePatch patch{planned.name, planned.fromVersion, 0, 0, 0};
+        if (!NextIndex(&patch.index, error)) return false;
+        const std::string path = folder + PatchFileName(patch.index);
+        if (link(job.patchPath.c_str(), path.c_str()) != 0 &&
+            !CopyFile(job.patchPath, path, error)) {
+            return false;
         }
+        patch.length = static_cast<uint32_t>(FileSize(path));
+        patch.checksum = FileChecksum(path, nullptr);
+        m_manifest.patches.push_back(std::move(patch));
+    }
+    for (const PatchJob& job : m_jobs) {
+        if (!job.made) continue;
+        m_diskBytes += static_cast<uint64_t>(FileSize(job.patchPath));
+        unlink(job.patchPath.c_str());
     }
     return true;
 }
 
-bool Publisher::MakePatchFrom(const Release& before, const ReleaseFile& file,
-                              std::vector<MadePatch>* made, std::string* error) {
-    const ReleaseFile* old = before.FindFile(file.name);
-    if (old == nullptr || file.length == 0) return true;
-    if (old->checksum == file.checksum && old->length == file.length) return true;
-    const std::string oldPath = before.FilePath(*old);
-    const std::string folder = m_writer->Incoming() + "/";
-    const std::string newPath = folder + kFilesFolder + "/" + file.name;
-
-    ReleasePatch patch{file.name, before.Version(), 0, 0, 0};
-    if (!NextIndex(&patch.index, error)) return false;
-    const std::string patchPath = folder + kPatchesFolder + "/" + PatchFileName(patch.index);
-
-    const auto same = std::find_if(made->begin(), made->end(), [&oldPath](const MadePatch& other) {
-        return HaveSameContents(other.oldPath, oldPath);
-    });
-    if (same != made->end()) {
-        if (same->patchPath.empty()) return true;
-        if (!LinkOrCopyFile(same->patchPath, patchPath, error)) return false;
-    } else {
-        if (CheckLocalFile(oldPath, old->length, old->checksum, nullptr).result != CHECK_GOOD) {
-            m_observer->Warn(oldPath + ": damaged; no patch is made from it");
-            return true;
-        }
-        const DeltaResult result = MakePatch(oldPath, newPath, patchPath, file.length - 1, error);
-        if (result == DeltaResult::FAILED) return false;
-        made->push_back({oldPath, result == DeltaResult::MADE ? patchPath : ""});
-        if (result == DeltaResult::NONE) return true;
-        // A wrong patch would cost the player the file: let the updater's own code have the say.
-        if (!VerifyPatch(oldPath, newPath, patchPath, error)) return false;
-    }
-    patch.length = static_cast<uint32_t>(FileSize(patchPath));
-    patch.checksum = FileChecksum(patchPath, nullptr);
-    m_manifest.patches.push_back(std::move(patch));
-    return true;
-}
-
-bool Publisher::WriteManifest(std::string* error) const {
+bool Publisher::Finish(std::string* error) {
     const std::string text = FormatManifest(m_manifest);
-    Manifest readBack;
-    if (!ParseManifest(text, &readBack, error)) return false;
-    return WriteWholeFile(m_writer->Incoming() + "/" + kManifestFile, text, error);
+    m_diskBytes += text.size();
+    if (!WriteWholeFile(m_writer->Incoming() + "/" + kManifestFile, text, error)) return false;
+    m_release = Release::Load(m_writer->Incoming(), error);
+    return m_release != nullptr;
+}
+
+bool Publisher::Commit(std::string* error) {
+    return m_writer->Commit(
+        {m_release->Sequence() + 1, static_cast<uint32_t>(m_release->NextIndex())}, error);
 }

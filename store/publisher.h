@@ -7,7 +7,9 @@
 #include <string>
 #include <vector>
 
+#include "store/grouped_warnings.h"
 #include "store/manifest.h"
+#include "store/patch_jobs.h"
 #include "store/release_sources.h"
 #include "store/store_writer.h"
 
@@ -15,10 +17,12 @@ struct PublishRequest {
     std::string store;
     std::string version;
     std::vector<ComponentSource> components;
-    size_t patchesFrom = 3;  // releases of a file's component that patches are made from
+    size_t patchesFrom = 3;      // releases of a file's component that patches are made from
+    bool newComponents = false;  // allow components that no earlier release has
+    PatchLimits limits{};
 };
 
-// Told while a release is made.
+// Told while a release is made, one call at a time, from any thread.
 class PublishObserver {
 public:
     virtual ~PublishObserver() = default;
@@ -28,35 +32,44 @@ public:
                           const std::string& name) = 0;
 };
 
-// Publishes one release. The observer is not owned and must outlive it.
+// Publishes one release, in two steps. The observer is not owned and must outlive it.
 class Publisher {
 public:
     Publisher(PublishRequest request, PublishObserver* observer);
 
-    // Makes the release current in one step at the end. False, with the reason in `error`, when
-    // that cannot be: the releases of the store are then as they were. Call once.
-    [[nodiscard]] bool Publish(std::string* error);
+    // Makes the release, beside the published ones. False, with what is wrong in `problems`, when
+    // that cannot be. Unless Commit() follows, the store is in the end as it was. Call once.
+    [[nodiscard]] bool Prepare(std::vector<std::string>* problems);
 
-    // What was published.
-    const Manifest& Result() const { return m_manifest; }
+    // Makes what was prepared current, in one step.
+    [[nodiscard]] bool Commit(std::string* error);
+
+    // What was prepared.
+    const Release& Result() const { return *m_release; }
+    // The earlier releases, oldest first.
+    const Store& Published() const { return m_writer->Published(); }
+    // What the release takes beyond what it shares with earlier ones.
+    uint64_t DiskBytes() const { return m_diskBytes; }
 
 private:
     using Releases = std::vector<std::shared_ptr<const Release>>;
 
-    // A patch of the file at hand, and what it starts from.
-    struct MadePatch {
-        std::string oldPath;
-        std::string patchPath;  // empty when it was not worth keeping
+    // A patch of a file, or a second name of one that another version needs too.
+    struct PlannedPatch {
+        std::string name;
+        std::string fromVersion;
+        size_t job;
     };
 
-    bool CheckRequest(std::string* error) const;
-    bool OpenStore(std::string* error);
+    void CheckRequest(std::vector<std::string>* problems);
+    void CheckAgainstStore(std::vector<std::string>* problems);
+    bool Begin(std::string* error);
     bool StoreFiles(std::string* error);
     bool StoreFile(const ReleaseSource& source, std::string* error);
+    void PlanPatches(const ReleaseFile& file);
     bool MakePatches(std::string* error);
-    bool MakePatchFrom(const Release& before, const ReleaseFile& file, std::vector<MadePatch>* made,
-                       std::string* error);
-    bool WriteManifest(std::string* error) const;
+    bool NamePatches(std::string* error);
+    bool Finish(std::string* error);
 
     // Releases that hold the component of the file, newest first.
     Releases EarlierReleases(const std::string& name) const;
@@ -68,6 +81,10 @@ private:
     ReleaseSources m_sources;
     std::unique_ptr<StoreWriter> m_writer;
     Manifest m_manifest;
+    std::vector<PatchJob> m_jobs;
+    std::vector<PlannedPatch> m_planned;  // in the manifest's order
+    uint64_t m_diskBytes = 0;
+    std::shared_ptr<const Release> m_release;
 };
 
 #endif

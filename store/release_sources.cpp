@@ -15,58 +15,78 @@ namespace {
 // The protocol has 32 bits for a length.
 constexpr int64_t kMaxFileSize = 0xFFFFFFFF;
 
-bool CheckComponents(const std::vector<ComponentSource>& components, std::string* error) {
-    std::set<std::string> names;
-    for (const ComponentSource& component : components) {
-        std::string fault = ComponentFault(component.component);
-        if (!names.insert(component.component).second) fault = "is given twice";
-        if (fault.empty()) continue;
-        *error = "component \"" + component.component + "\" " + fault;
-        return false;
-    }
-    return true;
-}
-
-bool CheckFile(const ReleaseSource& file, std::string* error) {
-    std::string fault = FileNameFault(file.name);
-    if (fault.empty() && file.status.st_size > kMaxFileSize) fault = "has 4 GiB or more";
-    if (!fault.empty()) *error = file.path + ": " + fault;
-    return fault.empty();
+bool IsHidden(const std::string& path) {
+    return path.starts_with('.') || path.find("/.") != std::string::npos;
 }
 
 // Whether updaters take a file list of this size. Each file may come to them as a patch, too.
-bool CheckSize(const std::vector<ReleaseSource>& files, std::string* error) {
+bool IsTooLarge(const std::vector<ReleaseSource>& files) {
     const size_t patchName = Release::DownloadName(ReleasePatch{}).size();
     size_t bytes = 0;
     for (const ReleaseSource& file : files) bytes += file.name.size() + patchName;
-    if (files.size() <= kMaxListedFiles && bytes <= kMaxNameBytes) return true;
-    *error = std::to_string(files.size()) + " files: more than the updater takes";
-    return false;
+    return files.size() > kMaxListedFiles || bytes > kMaxNameBytes;
 }
 
 }  // namespace
 
-bool ReleaseSources::Scan(const std::vector<ComponentSource>& components,
-                          std::vector<std::string>* warnings, std::string* error) {
+void ReleaseSources::Scan(const std::vector<ComponentSource>& components,
+                          std::vector<std::string>* problems, std::vector<std::string>* warnings) {
     m_components = components;
-    if (!CheckComponents(components, error)) return false;
+    std::set<std::string> names;
+    GroupedWarnings grouped;
     for (const ComponentSource& component : components) {
-        std::vector<SourceFile> tree;
-        if (!ScanTree(component.directory, &tree, error)) return false;
-        if (tree.empty()) warnings->push_back(component.directory + ": there are no files");
-        for (const SourceFile& file : tree) {
-            m_files.push_back({component.component + "/" + file.path,
-                               component.directory + "/" + file.path, file.status});
-            if (!CheckFile(m_files.back(), error)) return false;
-        }
-        m_trees.push_back(std::move(tree));
+        std::string fault = ComponentFault(component.component);
+        if (!names.insert(component.component).second) fault = "is given twice";
+        if (!fault.empty())
+            problems->push_back("component \"" + component.component + "\" " + fault);
+        ScanComponent(component, problems, &grouped);
     }
     std::sort(m_files.begin(), m_files.end(),
               [](const ReleaseSource& a, const ReleaseSource& b) { return a.name < b.name; });
-    return CheckSize(m_files, error) && CheckLocalPaths(warnings, error);
+    if (IsTooLarge(m_files)) {
+        problems->push_back(std::to_string(m_files.size()) + " files: more than the updater takes");
+    }
+    CheckLocalPaths(problems, warnings);
+    for (const std::string& warning : grouped.Lines()) warnings->push_back(warning);
 }
 
-bool ReleaseSources::CheckLocalPaths(std::vector<std::string>* warnings, std::string* error) const {
+void ReleaseSources::ScanComponent(const ComponentSource& component,
+                                   std::vector<std::string>* problems, GroupedWarnings* warnings) {
+    const bool isGame = component.component == kGameComponent;
+    const bool isUpdater = component.component == kUpdaterComponent;
+    const std::string program = isGame ? kGameProgram : isUpdater ? kUpdaterProgram : "";
+    bool hasProgram = false;
+
+    const size_t before = problems->size();
+    m_trees.push_back(ScanTree(component.directory, problems));
+    for (const SourceFile& file : m_trees.back()) {
+        const std::string name = component.component + "/" + file.path;
+        m_files.push_back({name, component.directory + "/" + file.path, file.status});
+        std::string fault = FileNameFault(name);
+        if (fault.empty() && file.status.st_size > kMaxFileSize) fault = "has 4 GiB or more";
+        if (!fault.empty()) problems->push_back(m_files.back().path + ": " + fault);
+
+        const bool isProgram = file.path == program;
+        hasProgram = hasProgram || isProgram;
+        if ((file.status.st_mode & 0111) != 0 && !isProgram) {
+            warnings->Add("executables, which players get as 0644, not to be run", name);
+        }
+        if (IsHidden(file.path)) warnings->Add("names that begin with a dot", name);
+        if (file.leadsOut) {
+            warnings->Add("links that lead out of " + component.directory, name);
+        }
+    }
+    if (m_trees.back().empty() && problems->size() == before) {
+        problems->push_back(component.directory + ": component \"" + component.component +
+                            "\" would be without files");
+    } else if (!program.empty() && !hasProgram) {
+        warnings->Add("there is no file " + program + ", which players run, in",
+                      component.component);
+    }
+}
+
+void ReleaseSources::CheckLocalPaths(std::vector<std::string>* problems,
+                                     std::vector<std::string>* warnings) const {
     std::map<std::string, const ReleaseSource*> byPath;
     for (const ReleaseSource& file : m_files) {
         const auto [place, added] = byPath.emplace(LocalPath(file.name), &file);
@@ -77,9 +97,8 @@ bool ReleaseSources::CheckLocalPaths(std::vector<std::string>* warnings, std::st
     for (const auto& [path, file] : byPath) {
         const auto temporary = byPath.find(path + ".tmp");
         if (temporary != byPath.end()) {
-            *error = temporary->second->path + ": the updater uses this name itself, to patch " +
-                     file->name;
-            return false;
+            problems->push_back(temporary->second->path +
+                                ": the updater uses this name itself, to patch " + file->name);
         }
         for (size_t slash = path.find('/'); slash != std::string::npos;
              slash = path.find('/', slash + 1)) {
@@ -89,16 +108,13 @@ bool ReleaseSources::CheckLocalPaths(std::vector<std::string>* warnings, std::st
                                 " cannot both be on a player's disk");
         }
     }
-    return true;
 }
 
-bool ReleaseSources::AreUnchanged(std::string* error) const {
+std::vector<std::string> ReleaseSources::Changes() const {
+    std::vector<std::string> changes;
     for (size_t i = 0; i < m_components.size(); ++i) {
-        std::vector<SourceFile> tree;
-        if (!ScanTree(m_components[i].directory, &tree, error)) return false;
-        if (IsSameTree(m_trees[i], tree)) continue;
-        *error = m_components[i].directory + ": changed while it was read";
-        return false;
+        if (IsSameTree(m_trees[i], ScanTree(m_components[i].directory, &changes))) continue;
+        changes.push_back(m_components[i].directory + ": changed while it was read");
     }
-    return true;
+    return changes;
 }

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "store/grouped_warnings.h"
 #include "store/source_tree.h"
 
 struct ComponentSource {
@@ -21,19 +22,22 @@ struct ReleaseSource {
 // Several components, each in a directory tree of its own.
 class ReleaseSources {
 public:
-    // Lists the files. False, with the reason in `error`, when there is something that cannot be
-    // published. Things that can, but hardly should, are told in `warnings`.
-    [[nodiscard]] bool Scan(const std::vector<ComponentSource>& components,
-                            std::vector<std::string>* warnings, std::string* error);
+    // Lists the files. What cannot be published is told in `problems`, and what can be but hardly
+    // should in `warnings`, a line each.
+    void Scan(const std::vector<ComponentSource>& components, std::vector<std::string>* problems,
+              std::vector<std::string>* warnings);
 
-    // Whether the trees are still as Scan() found them.
-    [[nodiscard]] bool AreUnchanged(std::string* error) const;
+    // The directories that are not as Scan() found them any more, a line each.
+    std::vector<std::string> Changes() const;
 
     // Sorted by name.
     const std::vector<ReleaseSource>& Files() const { return m_files; }
 
 private:
-    bool CheckLocalPaths(std::vector<std::string>* warnings, std::string* error) const;
+    void ScanComponent(const ComponentSource& component, std::vector<std::string>* problems,
+                       GroupedWarnings* warnings);
+    void CheckLocalPaths(std::vector<std::string>* problems,
+                         std::vector<std::string>* warnings) const;
 
     std::vector<ComponentSource> m_components;
     std::vector<std::vector<SourceFile>> m_trees;  // of each component

@@ -13,31 +13,48 @@ bool IsSameTime(const timespec& a, const timespec& b) {
     return a.tv_sec == b.tv_sec && a.tv_nsec == b.tv_nsec;
 }
 
-// `prefix` is the path of `folder` below the root, with a slash unless it is empty.
-bool ScanFolder(const std::string& folder, const std::string& prefix,
-                std::vector<SourceFile>* files, std::string* error) {
+// Lists the files of one directory tree.
+class Scanner {
+public:
+    Scanner(std::vector<SourceFile>* files, std::vector<std::string>* problems)
+        : m_files(files), m_problems(problems) {}
+
+    // `prefix` is the path of `folder` below the root, with a slash unless it is empty.
+    void Scan(const fs::path& folder, const std::string& prefix);
+
+private:
+    std::vector<SourceFile>* m_files;
+    std::vector<std::string>* m_problems;
+    fs::path m_root;  // without links
+};
+
+bool IsBelow(const fs::path& path, const fs::path& root) {
+    return std::mismatch(root.begin(), root.end(), path.begin(), path.end()).first == root.end();
+}
+
+void Scanner::Scan(const fs::path& folder, const std::string& prefix) {
     std::error_code fault;
+    if (prefix.empty()) m_root = fs::canonical(folder, fault);
     for (fs::directory_iterator entry(folder, fault), end; !fault && entry != end;
          entry.increment(fault)) {
-        const std::string name = entry->path().filename().string();
         const std::string path = entry->path().string();
         struct stat link;
-        SourceFile file{prefix + name, {}};
+        SourceFile file{prefix + entry->path().filename().string(), {}, false};
         if (lstat(path.c_str(), &link) != 0 || stat(path.c_str(), &file.status) != 0) {
-            *error = SystemError(path);
-            return false;
-        }
-        if (S_ISDIR(link.st_mode)) {
-            if (!ScanFolder(path, file.path + "/", files, error)) return false;
+            m_problems->push_back(SystemError(path));
+        } else if (S_ISDIR(link.st_mode)) {
+            Scan(entry->path(), file.path + "/");
         } else if (S_ISREG(file.status.st_mode)) {
-            files->push_back(std::move(file));
+            std::error_code ignored;
+            file.leadsOut =
+                S_ISLNK(link.st_mode) && !IsBelow(fs::canonical(entry->path(), ignored), m_root);
+            m_files->push_back(std::move(file));
         } else {
-            *error = path + ": neither a directory, a regular file nor a link to a regular file";
-            return false;
+            m_problems->push_back(
+                path + ": neither a directory, a regular file nor a link to a regular file");
         }
     }
-    if (fault) *error = folder + ": " + fault.message();
-    return !fault;
+    if (fault) m_problems->push_back(folder.string() + ": " + fault.message());
 }
 
 }  // namespace
@@ -57,10 +74,10 @@ bool IsSameTree(const std::vector<SourceFile>& before, const std::vector<SourceF
                       });
 }
 
-bool ScanTree(const std::string& directory, std::vector<SourceFile>* files, std::string* error) {
-    files->clear();
-    if (!ScanFolder(directory, "", files, error)) return false;
-    std::sort(files->begin(), files->end(),
+std::vector<SourceFile> ScanTree(const std::string& directory, std::vector<std::string>* problems) {
+    std::vector<SourceFile> files;
+    Scanner(&files, problems).Scan(directory, "");
+    std::sort(files.begin(), files.end(),
               [](const SourceFile& a, const SourceFile& b) { return a.path < b.path; });
-    return true;
+    return files;
 }

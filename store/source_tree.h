@@ -11,15 +11,15 @@
 struct SourceFile {
     std::string path;  // relative to the directory
     struct stat status;
+    bool leadsOut;  // it is a link to a file that is not below the directory
 };
 
 // Whether the two readings are of one file that nobody has touched in between.
 bool IsSameFile(const struct stat& before, const struct stat& after);
 bool IsSameTree(const std::vector<SourceFile>& before, const std::vector<SourceFile>& after);
 
-// Lists the files below a directory, sorted by path. False, with the reason in `error`, when
-// something cannot be read, or is neither directory, regular file nor link to a regular file.
-[[nodiscard]] bool ScanTree(const std::string& directory, std::vector<SourceFile>* files,
-                            std::string* error);
+// Lists the files below a directory, sorted by path. What cannot be read, or is neither directory,
+// regular file nor link to a regular file, is told in `problems`, a line each.
+std::vector<SourceFile> ScanTree(const std::string& directory, std::vector<std::string>* problems);
 
 #endif

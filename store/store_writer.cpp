@@ -23,9 +23,13 @@ std::string FormatReservation(const Reservation& reservation) {
            std::to_string(reservation.index) + "\n";
 }
 
-bool MakeFolder(const std::string& path, std::string* error) {
+// `made`, which may be null, gets the path when there was no such folder.
+bool MakeFolder(const std::string& path, std::vector<std::string>* made, std::string* error) {
     struct stat status;
-    if (mkdir(path.c_str(), 0777) == 0) return true;
+    if (mkdir(path.c_str(), 0777) == 0) {
+        if (made != nullptr) made->push_back(path);
+        return true;
+    }
     if (errno == EEXIST && stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode)) return true;
     *error = SystemError(path);
     return false;
@@ -63,16 +67,22 @@ bool ReadReservation(const std::string& store, Reservation* reservation, std::st
 
 std::unique_ptr<StoreWriter> StoreWriter::Open(const std::string& directory, std::string* error) {
     std::unique_ptr<StoreWriter> writer(new StoreWriter);
+    // Whoever serves the store is somebody else.
+    umask(umask(0) & ~(S_IRGRP | S_IXGRP | S_IROTH | S_IXOTH));
     const std::string lock = directory + "/" + kLockFile;
-    if (!MakeFolder(directory, error) || !MakeFolder(directory + "/" + kReleasesFolder, error)) {
+    std::vector<std::string>* made = &writer->m_made;
+    if (!MakeFolder(directory, made, error) ||
+        !MakeFolder(directory + "/" + kReleasesFolder, made, error)) {
         return nullptr;
     }
+    if (!made->empty()) made->push_back(lock);
     writer->m_lock = OpenForAppending(lock);
     if (!writer->m_lock) {
         *error = SystemError(lock);
         return nullptr;
     }
     if (flock(fileno(writer->m_lock.get()), LOCK_EX | LOCK_NB) != 0) {
+        made->clear();
         *error = errno == EWOULDBLOCK ? directory + ": somebody else is publishing to this store"
                                       : SystemError(lock);
         return nullptr;
@@ -102,6 +112,10 @@ std::unique_ptr<StoreWriter> StoreWriter::Open(const std::string& directory, std
 StoreWriter::~StoreWriter() {
     std::error_code ignored;
     if (!m_incoming.empty()) fs::remove_all(m_incoming, ignored);
+    while (!m_made.empty()) {
+        remove(m_made.back().c_str());
+        m_made.pop_back();
+    }
 }
 
 bool StoreWriter::RemoveLeftovers(std::string* error) {
@@ -127,7 +141,7 @@ bool StoreWriter::Begin(std::string* error) {
     }
     if (!RemoveLeftovers(error)) return false;
     m_incoming = m_store->Directory() + "/" + kIncomingPrefix + SequenceName(m_next.sequence);
-    return MakeFolder(m_incoming, error);
+    return MakeFolder(m_incoming, nullptr, error);
 }
 
 // Puts all of the file system on the disk, and the numbers to go on from.
@@ -149,6 +163,7 @@ bool StoreWriter::Commit(const Reservation& next, std::string* error) {
         return false;
     }
     m_incoming.clear();
+    m_made.clear();
     return Sync(releases, fsync, error);
 }
 
@@ -156,8 +171,9 @@ bool StoreWriter::Remove(uint32_t sequence, std::string* error) {
     const std::string name = SequenceName(sequence);
     const std::string removed = m_store->Directory() + "/" + kIncomingPrefix + "removed." + name;
     const std::string releases = m_store->Directory() + "/" + kReleasesFolder;
-    // What is half deleted keeps the name from being used.
-    if (!RemoveLeftovers(error) || !Reserve(m_next, error) ||
+    // What is half deleted keeps the name from being used; what is newest knows the numbers.
+    const bool newest = sequence + 1 == m_next.sequence;
+    if (!RemoveLeftovers(error) || (newest && !Reserve(m_next, error)) ||
         !Rename(releases + "/" + name, removed, error) || !Sync(releases, fsync, error)) {
         return false;
     }

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "lib/stream.h"
 #include "store/store.h"
@@ -17,7 +18,8 @@ struct Reservation {
 };
 
 // A store that is locked against other writers until the object goes. A release under construction
-// that was not committed goes with it.
+// that was not committed goes with it, and so does a store that was made for it. What is written
+// can be read by all users, whatever the umask of the process was.
 class StoreWriter {
 public:
     // Makes the store's directory when there is none, below an existing one. Null, with the reason
@@ -53,7 +55,8 @@ private:
     Stream m_lock;
     std::unique_ptr<Store> m_store;
     Reservation m_next;
-    std::string m_incoming;  // empty unless there is one
+    std::string m_incoming;           // empty unless there is one
+    std::vector<std::string> m_made;  // of the store itself, until something was committed
 };
 
 // Reads STORE/reserved, which may be missing. False when it is damaged.

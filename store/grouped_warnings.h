@@ -1,0 +1,34 @@
+// Warnings of which many are alike.
+#ifndef HALCYRIX_STORE_GROUPED_WARNINGS_H
+#define HALCYRIX_STORE_GROUPED_WARNINGS_H
+
+#include <cstddef>
+#include <map>
+#include <string>
+#include <vector>
+
+// Collects what is wrong with what; gives a line for each of the former, with the names of some of
+// the latter.
+class GroupedWarnings {
+public:
+    void Add(const std::string& fault, const std::string& name) { m_names[fault].push_back(name); }
+
+    std::vector<std::string> Lines() const {
+        constexpr size_t kNamed = 3;
+        std::vector<std::string> lines;
+        for (const auto& [fault, names] : m_names) {
+            std::string line = fault + ": " + names.front();
+            for (size_t i = 1; i < names.size() && i < kNamed; ++i) line += ", " + names[i];
+            if (names.size() > kNamed) {
+                line += " and " + std::to_string(names.size() - kNamed) + " more";
+            }
+            lines.push_back(line);
+        }
+        return lines;
+    }
+
+private:
+    std::map<std::string, std::vector<std::string>> m_names;
+};
+
+#endif

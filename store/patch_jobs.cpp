@@ -1,0 +1,132 @@
+#include "store/patch_jobs.h"
+
+#include <algorithm>
+#include <cinttypes>
+#include <condition_variable>
+#include <cstdio>
+#include <list>
+#include <mutex>
+#include <system_error>
+#include <thread>
+
+#include "delta/delta.h"
+#include "lib/local_file_check.h"
+#include "lib/stream.h"
+
+namespace {
+
+// Bytes that programs may take before the system has to swap.
+uint64_t FreeMemory() {
+    const Stream info(fopen("/proc/meminfo", "re"));
+    char line[256];
+    uint64_t kilobytes = 0;
+    while (info && fgets(line, sizeof line, info.get()) != nullptr) {
+        if (sscanf(line, "MemAvailable: %" SCNu64, &kilobytes) == 1) break;
+    }
+    return kilobytes * 1024;
+}
+
+uint64_t MemoryOf(const PatchJob& job) {
+    return 4 * uint64_t{job.oldLength};
+}
+
+// Does one job. False when something could not be read or written.
+bool Make(PatchJob* job, std::string* error) {
+    const auto old = CheckLocalFile(job->oldPath, job->oldLength, job->oldChecksum, nullptr);
+    if (old.result != CHECK_GOOD) {
+        job->reason = "the earlier release is damaged";
+        return true;
+    }
+    const DeltaResult result =
+        MakePatch(job->oldPath, job->newPath, job->patchPath, job->newLength - 1, &job->reason);
+    if (result == DeltaResult::FAILED) *error = job->reason;
+    if (result != DeltaResult::MADE) return result == DeltaResult::NONE;
+    job->made = true;
+    // A wrong patch would cost the player the file: let the updater's own code have the say.
+    return VerifyPatch(job->oldPath, job->newPath, job->patchPath, error);
+}
+
+// What the threads share.
+class Workshop {
+public:
+    Workshop(std::vector<PatchJob>* jobs, uint64_t memory,
+             const std::function<void(size_t, const PatchJob&)>& progress);
+
+    // Does jobs until none is left or one has failed; for any number of threads.
+    void Work();
+
+    const std::string& Error() const { return m_error; }
+
+private:
+    std::list<PatchJob*>::iterator Fitting() {
+        return std::find_if(m_waiting.begin(), m_waiting.end(),
+                            [this](const PatchJob* job) { return MemoryOf(*job) <= m_memory; });
+    }
+
+    const std::function<void(size_t, const PatchJob&)>& m_progress;
+    std::mutex m_mutex;                 // of all below
+    std::condition_variable m_changed;  // a job is done
+    std::list<PatchJob*> m_waiting;
+    size_t m_begun = 0;
+    uint64_t m_memory;  // that is left
+    std::string m_error;
+};
+
+Workshop::Workshop(std::vector<PatchJob>* jobs, uint64_t memory,
+                   const std::function<void(size_t, const PatchJob&)>& progress)
+    : m_progress(progress), m_memory(memory) {
+    for (PatchJob& job : *jobs) {
+        if (MemoryOf(job) <= memory) {
+            m_waiting.push_back(&job);
+        } else {
+            job.reason = "it would take more memory than --memory allows";
+        }
+    }
+    // The large ones first, so that none of them is left for the end.
+    m_waiting.sort(
+        [](const PatchJob* a, const PatchJob* b) { return MemoryOf(*a) > MemoryOf(*b); });
+}
+
+void Workshop::Work() {
+    std::unique_lock lock(m_mutex);
+    while (m_error.empty() && !m_waiting.empty()) {
+        const auto next = Fitting();
+        if (next == m_waiting.end()) {
+            m_changed.wait(lock);
+            continue;
+        }
+        PatchJob* job = *next;
+        m_waiting.erase(next);
+        m_memory -= MemoryOf(*job);
+        m_progress(++m_begun, *job);
+
+        lock.unlock();
+        std::string error;
+        const bool done = Make(job, &error);
+        lock.lock();
+        m_memory += MemoryOf(*job);
+        if (!done) m_error = error;
+        m_changed.notify_all();
+    }
+}
+
+}  // namespace
+
+bool MakePatches(std::vector<PatchJob>* jobs, const PatchLimits& limits,
+                 const std::function<void(size_t number, const PatchJob& job)>& progress,
+                 std::string* error) {
+    Workshop workshop(jobs, limits.memory != 0 ? limits.memory : FreeMemory() / 2, progress);
+    const size_t atOnce = limits.jobs != 0 ? limits.jobs : std::thread::hardware_concurrency();
+    std::vector<std::thread> threads;
+    try {
+        while (threads.size() + 1 < std::min(atOnce, jobs->size())) {
+            threads.emplace_back(&Workshop::Work, &workshop);
+        }
+    } catch (const std::system_error&) {
+        // The system gives no more threads: those that there are do the work.
+    }
+    workshop.Work();
+    for (std::thread& thread : threads) thread.join();
+    *error = workshop.Error();
+    return error->empty();
+}
