@@ -5,7 +5,7 @@
 #include <cstdlib>
 
 #include "lib/patch_file.h"
-#include "tests/support/patch_model.h"
+#include "fuzz/patch_model.h"
 #include "tests/support/quiet.h"
 #include "tests/support/scratch_dir.h"
 

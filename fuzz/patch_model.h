@@ -1,6 +1,6 @@
 // The patch format once more, with strings.
-#ifndef HALCYRIX_TESTS_SUPPORT_PATCH_MODEL_H
-#define HALCYRIX_TESTS_SUPPORT_PATCH_MODEL_H
+#ifndef HALCYRIX_FUZZ_PATCH_MODEL_H
+#define HALCYRIX_FUZZ_PATCH_MODEL_H
 
 #include <cstdint>
 #include <optional>

@@ -1,0 +1,173 @@
+// Spans and patches. Whatever a patch says, the file then holds what the format's description makes
+// of it, or is as it was.
+#include <sys/resource.h>
+
+#include <random>
+
+#include "fuzz/patch_model.h"
+#include "lib/patch_buffer.h"
+#include "lib/patch_file.h"
+#include "lib/patch_format.h"
+#include "tests/support/recorders.h"
+#include "tests/support/scratch_dir.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+class Patch : public testing::Test {
+protected:
+    bool Apply(const std::string& old, const std::string& patch) {
+        WriteFile("file", old);
+        WriteFile("patch", patch);
+        return PatchFile("file", "patch", &progress);
+    }
+    // The same, compared with the description.
+    void Try(const std::string& old, const std::string& patch) {
+        const std::optional<std::string> expected = Model(old, patch);
+        // Nobody makes an empty file by a patch: it cannot be written.
+        const bool makes = expected && !expected->empty();
+        EXPECT_EQ(Apply(old, patch), makes) << testing::PrintToString(patch);
+        EXPECT_TRUE(ReadFile("file") == (makes ? *expected : old)) << testing::PrintToString(patch);
+    }
+
+    ScratchDir scratch;
+    RecordingLog log;
+    RecordingProgress progress;
+};
+
+TEST_F(Patch, DoesWhatTheDescriptionSays) {
+    const std::string old = SeededBytes(20000, 1);
+    const std::string patches[] = {
+        "",
+        "R",
+        Literal("hello") + "R",
+        Literal("without a terminator"),
+        Copy(0, 20000) + Literal("") + Copy(20000, 0) + "RRR",
+        Copy(90, 9000) + Literal("abc") + Copy(0, 5) + "R" + Copy(8, 9002) + Copy(9, 5) + "R",
+        Literal(old) + Copy(1, 19999) + "R" + Copy(19999, 20000) + "R",
+        Literal("abc") + "R" + Copy(1, 2) + "R",
+        // Outside of what there is
+        Copy(0, 20001),
+        Copy(20001, 0),
+        Copy(0xFFFFFFFF, 1) + "R",
+        Copy(1, 0xFFFFFFFF) + "R",
+        "L" + Number(0xFFFFFFFF) + "R",
+        Literal("abc") + "R" + Copy(1, 3) + "R",
+    };
+    testing::internal::CaptureStdout();
+    for (const std::string& patch : patches) {
+        for (size_t cut = 0; cut <= std::min<size_t>(patch.size(), 40); ++cut) {
+            Try(old, patch.substr(0, patch.size() - cut));
+        }
+    }
+    std::mt19937 random(1);
+    const auto number = [&random](uint32_t below) { return uint32_t(random() % below); };
+    for (unsigned seed = 0; seed < 1000 && !HasFailure(); ++seed) {
+        std::string patch;
+        for (uint32_t commands = number(12); commands > 0; --commands) {
+            switch (number(12)) {
+                case 0: patch += SeededBytes(number(6), seed); break;
+                case 1: patch += "R"; break;
+                case 2: patch += Copy(uint32_t(random()), number(9)); break;
+                case 3:
+                case 4: patch += Literal(SeededBytes(number(40), seed)); break;
+                default: patch += Copy(number(150), number(100));
+            }
+        }
+        Try(SeededBytes(number(300), seed), patch + (number(4) != 0 ? "R" : ""));
+    }
+    testing::internal::GetCapturedStdout();
+}
+
+TEST_F(Patch, TellsWhatItDoesAndWhyItFails) {
+    testing::internal::CaptureStdout();
+    EXPECT_TRUE(Apply("old", Literal(std::string(5000, 'x'))));
+    EXPECT_EQ(progress.statuses.back(), "Patching file...");
+    EXPECT_EQ(progress.progress, (std::vector<std::pair<int, int>>{{4096, 5000}, {5000, 5000}}));
+    EXPECT_FALSE(fs::exists("file.tmp"));
+    EXPECT_FALSE(Apply("old", Literal("hi") + "Rc"));
+    EXPECT_EQ(testing::internal::GetCapturedStdout(),
+              "warning: no terminator on patch patch\n"
+              "Unknown patch command 63 in patch!\naborting...");
+    EXPECT_FALSE(PatchFile("file", ".", &progress));
+    EXPECT_FALSE(PatchFile("missing", "patch", &progress));
+    const std::string loads =
+        "Failed to load file patch patch\nFailed to load file patch .\n"
+        "Failed to load missing patch patch\n";
+    EXPECT_EQ(log.Text(), loads);
+    {
+        const FileSizeLimit full(8191);
+        EXPECT_FALSE(Apply(
+            "old", Literal(SeededBytes(4097, 1)) + "R" + Copy(0, 4097) + Copy(0, 4096) + "R"));
+    }
+    EXPECT_EQ(ReadFile("file"), "old");
+    EXPECT_EQ(ReadFile("file.tmp").size(), 8191u);
+    const std::string writes = "Failed to write patched file: file.tmp\n";
+    EXPECT_EQ(log.Text(), loads + writes);
+    // What may happen while the new contents are written.
+    progress.onProgress = [](int, int) { fs::remove("file"), fs::create_directory("file"); };
+    EXPECT_FALSE(Apply("old", Literal("hello") + "R"));
+    EXPECT_EQ(ReadFile("file.tmp"), "hello");
+    fs::remove("file");
+    progress.onProgress = [](int, int) { fs::remove("file.tmp"); };
+    EXPECT_FALSE(Apply("old", Literal("hello") + "R"));
+    EXPECT_EQ(log.Text(), loads + writes + "Unable to move file.tmp to file?!\n");
+}
+
+TEST_F(Patch, KeepsToTheLimitsOfSizeAndMemory) {
+    WriteFile("old", "");
+    const auto loads = [](uint64_t oldSize, const std::string& patch) {
+        fs::resize_file("old", oldSize);  // takes no room: the file is all hole
+        WriteFile("patch", patch);
+        return PatchBuffer().Load("patch", "old");
+    };
+    const uint32_t half = 0x80000000;
+    EXPECT_TRUE(loads(half, Copy(0, half) + Copy(0, half - 1) + "R"));
+    EXPECT_FALSE(loads(half, Copy(0, half) + Copy(0, half) + "R" + Copy(0, 1) + "R"));
+    EXPECT_TRUE(loads(0xFFFFFFFF, ""));
+    EXPECT_FALSE(loads(0x100000000, ""));
+
+    std::string doubling, long_pass;
+    for (uint32_t size = 1; size < half; size *= 2) doubling += Copy(0, size) + Copy(0, size) + "R";
+    EXPECT_FALSE(loads(1, doubling));
+    long_pass = Copy(0, 1);
+    while (long_pass.size() <= kMaxPatchSpans * kPatchCopySize) long_pass += long_pass;
+    long_pass.resize((kMaxPatchSpans + 1) * kPatchCopySize);
+    EXPECT_TRUE(loads(1, long_pass + "R")) << "one pass may have any number of commands";
+    rusage usage;
+    getrusage(RUSAGE_SELF, &usage);
+    EXPECT_LT(usage.ru_maxrss, 1024 * 1024) << "KiB";
+}
+
+TEST_F(Patch, IsMadeOfSpansThatAreCutAndJoined) {
+    std::string contents = SeededBytes(50000, 2);
+    WriteFile("source", contents);
+    const Stream files[] = {OpenForReading("source"),
+                            Stream(fmemopen(contents.data(), contents.size(), "rb"))};
+    SpanBuffer buffer, other;
+    for (const int file : {0, 1}) {
+        buffer.spans.emplace(buffer.Size(), Span{files[file].get(), 1000, 49000});
+    }
+    EXPECT_EQ(buffer.Append(buffer), 196000u);
+    EXPECT_EQ(buffer.SubSpan(48999, 2).spans.size(), 2u);
+    const std::pair<uint64_t, uint64_t> outside[] = {
+        {500, 0}, {0, 196001}, {195999, 2}, {1, UINT64_MAX}, {UINT64_MAX, 2}};
+    for (const auto& [offset, length] : outside) {
+        EXPECT_TRUE(buffer.SubSpan(offset, length).spans.empty()) << offset << ", " << length;
+    }
+    other.spans.emplace(0, Span{files[0].get(), 0, 0});
+    EXPECT_FALSE(other.WriteFile("out", nullptr)) << "the span of an empty file";
+    EXPECT_EQ(buffer.AppendTo(&other, 40000, 60000), 3u) << "takes its place";
+    EXPECT_TRUE(other.WriteFile("out", nullptr));
+    EXPECT_TRUE(ReadFile("out") ==
+                contents.substr(41000) + contents.substr(1000) + contents.substr(1000, 2000));
+    other.spans = {{0, Span{files[0].get(), 49998, 3}}};
+    EXPECT_FALSE(other.WriteFile("out", nullptr)) << "ends early";
+    other.spans = {{0, Span{files[0].get(), 0, 3}}};
+    EXPECT_FALSE(other.WriteFile("/dev/full", nullptr));
+    const Stream full = OpenForWriting("/dev/full");
+    EXPECT_FALSE(other.Write(full.get(), nullptr)) << "is not left to the owner to find out";
+}
+
+}  // namespace

@@ -1,0 +1,167 @@
+// What ends in the middle, finds no room or never stops: nothing is lost or grows, and the next
+// start that is left alone finishes (docs/reliability.md).
+#include "lib/version_records.h"
+#include "tests/support/game.h"
+#include "tests/support/session.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr char kForeignRecord[] = "12345678 7\n";  // of another set of components
+
+class Reliability : public GameTest {
+protected:
+    // An installation of the first version, damaged in places, with files of the player's own.
+    void InstallDamaged() {
+        Install("1.0", FirstGame());
+        WriteFile("halcyrix.lfv", kForeignRecord + ReadFile("halcyrix.lfv"));
+        fs::resize_file("drivers/lib.so", 9000);
+        WriteFile("manual.html", "spoilt");
+        WriteFile("mine", "the player's own");
+    }
+    void ExpectFinished() {
+        ExpectInstalled("1.1", NextGame());
+        EXPECT_EQ(ReadFile("mine"), "the player's own");
+        EXPECT_EQ(ReadFile("data/gone"), FirstGame().at("common/data/gone"));
+    }
+
+    // Runs a program that is killed when it is about to make one of these system calls for the
+    // n-th time. Returns whether it was; else it must have ended well.
+    static bool RunKilled(const std::string& call, int n, std::vector<std::string> command) {
+        const std::string inject = "inject=" + call + ":signal=KILL:when=" + std::to_string(n);
+        command.insert(command.begin(), {"strace", "-f", "-qqq", "-o/dev/null", "-e", inject});
+        Program program(command, [] { setenv("ASAN_OPTIONS", "detect_leaks=0", 1); });
+        const int status = program.Wait();
+        EXPECT_TRUE(status == 0 || status == 128 + SIGKILL) << status << "\n" << program.Said();
+        return status != 0;
+    }
+    // Has `again` happen after a kill before each of the calls that change files.
+    template <typename Prepare, typename Again>
+    static int KillEverywhere(const std::vector<std::string>& command, Prepare prepare,
+                              Again again) {
+        int kills = 0;
+        for (const char* call :
+             {"unlink", "unlinkat", "rename", "link", "mkdir", "fsync", "ftruncate", "write"}) {
+            // Most files have many writes alike.
+            const int step = strcmp(call, "write") == 0 ? 5 : 1;
+            for (int n = 1; !HasFailure(); n += step, ++kills) {
+                SCOPED_TRACE(call + (" " + std::to_string(n)));
+                prepare();
+                if (!RunKilled(call, n, command)) break;
+                again();
+            }
+        }
+        return kills;
+    }
+};
+
+TEST_F(Reliability, OfAnUpdaterThatIsKilledAnywhere) {
+    Publish("1.0", FirstGame());
+    Publish("1.1", NextGame());
+    const ServingProgram server(StorePath(), "127.0.0.1");
+    const std::vector<std::string> updater = {HEADLESS_UPDATER, "linux64", "common"};
+    const auto again = [&] {
+        // Between the deletion of the old records and their new name there are none.
+        const bool replacing = !fs::exists("halcyrix.lfv");
+        EXPECT_TRUE(ReadFile(replacing ? "halcyrix.vtm" : "halcyrix.lfv").starts_with("12345678"));
+        std::string said;
+        EXPECT_EQ(RunProgram(updater, &said), 0) << said;
+        ExpectFinished();
+    };
+    EXPECT_GT(KillEverywhere(
+                  updater, [this] { InstallDamaged(); }, again),
+              20);
+}
+
+TEST_F(Reliability, OfAPublishThatIsKilledAnywhere) {
+    Publish("1.0", FirstGame());
+    WriteFile("../new/file", "new");
+    WriteFile("../new/data/large", NextGame().at("common/data/large"));
+    fs::copy(StorePath(), "../before", fs::copy_options::recursive);
+    const std::vector<std::string> publish = {RELEASE_TOOL, "publish", StorePath(), "1.1",
+                                              "common=../new"};
+    const auto prepare = [this] {
+        fs::remove_all(StorePath());
+        fs::copy("../before", StorePath(), fs::copy_options::recursive);
+    };
+    const auto again = [&] {
+        std::string said;
+        EXPECT_EQ(RunProgram({RELEASE_TOOL, "check", StorePath()}, &said), 0) << said;
+        const bool published = said.starts_with("2 releases");
+        EXPECT_EQ(RunProgram(publish, &said), published ? 1 : 0) << said;
+        EXPECT_EQ(RunProgram({RELEASE_TOOL, "check", StorePath()}, &said), 0) << said;
+    };
+    EXPECT_GT(KillEverywhere(publish, prepare, again), 10);
+}
+
+TEST_F(Reliability, OfASessionThatRunsOutOfRoomAnywhere) {
+    const char* const words[] = {"can't open ", "(probably a full harddrive)",
+                                 "Can't write halcyrix", "Your harddrive is full"};
+    Publish("1.0", FirstGame());
+    Publish("1.1", NextGame());
+    const ServingProgram server(StorePath(), "127.0.0.1");
+    bool enough = false;
+    int starts = 0;
+    for (size_t room = 30; !enough && !HasFailure(); room += 4000, ++starts) {
+        SCOPED_TRACE(std::to_string(room) + " bytes of room");
+        InstallDamaged();
+        {
+            const FileSizeLimit limit(room);
+            Session session;
+            session.StartGame();
+            const bool succeeded = session.Run() >= 0;
+            enough = succeeded;
+            for (const char* word : words) enough = enough && !session.log.Has(word);
+            EXPECT_TRUE(succeeded || !enough) << session.log.Text();
+        }
+        if (enough) ExpectFinished();
+        EXPECT_TRUE(ReadFile("halcyrix.lfv").starts_with(kForeignRecord));
+        EXPECT_NE(ReadVersionRecord(0x9fcdf44f), "");
+        Session session;
+        session.StartGame();
+        EXPECT_GE(session.Run(), 0) << session.log.Text();
+        ExpectFinished();
+    }
+    EXPECT_GT(starts, 20);
+}
+
+struct Use {
+    explicit Use(pid_t process) {
+        const std::string proc = "/proc/" + std::to_string(process);
+        long size;
+        std::ifstream(proc + "/statm") >> size >> pages;
+        descriptors = std::distance(fs::directory_iterator(proc + "/fd"), {});
+    }
+
+    long pages = 0, descriptors;
+};
+
+TEST_F(Reliability, OfManySessionsInARow) {
+    Publish("1.0", FirstGame());
+    Publish("1.1", NextGame());
+    const ServingProgram server(StorePath(), "127.0.0.1");
+    std::optional<Use> before[2];
+    for (int number = 0; number < 60 && !HasFailure(); ++number) {
+        // By turns a whole download, a patch, and a repair that resumes.
+        number % 3 == 0 ? Install("", {}) : InstallDamaged();
+        if (number % 3 == 2) fs::remove("halcyrix.lfv");
+        {
+            Session session;
+            session.StartGame();
+            EXPECT_GT(session.Run(), 0) << session.log.Text();
+        }
+        ExpectInstalled("1.1", NextGame());
+        if (number != 15) continue;
+        for (const int i : {0, 1}) before[i].emplace(i == 0 ? getpid() : server.Pid());
+    }
+    for (const int i : {0, 1}) {
+        const Use after(i == 0 ? getpid() : server.Pid());
+        EXPECT_NEAR(double(after.descriptors), double(before[i]->descriptors), 2);
+#ifndef __SANITIZE_ADDRESS__  // it keeps what is freed
+        EXPECT_LT(after.pages - before[i]->pages, 128);
+#endif
+    }
+}
+
+}  // namespace
