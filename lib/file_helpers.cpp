@@ -11,31 +11,12 @@
 
 namespace {
 
-constexpr size_t kFilePiece = 4096;
 constexpr size_t kRangePiece = 1024;
-constexpr int64_t kSmallestReported = 500000;
 
 // Pieces are read by the dozen: a call for each would take as long as a quarter of its checksum.
 constexpr size_t kPiecesPerRead = 16;
 
 constexpr off_t kReadAhead = 1 << 20;
-
-// Keeps a real checksum apart from kNoChecksum.
-uint32_t RealChecksum(uint32_t value) {
-    return value == kNoChecksum ? kNoChecksum - 1 : value;
-}
-
-// Returns the number of bytes read, fewer than `size` only at the end of the file.
-size_t ReadAt(FILE* file, int64_t offset, uint8_t* bytes, size_t size) {
-    size_t done = 0;
-    while (done < size) {
-        const ssize_t got =
-            pread(fileno(file), bytes + done, size - done, offset + static_cast<int64_t>(done));
-        if (got <= 0) break;
-        done += static_cast<size_t>(got);
-    }
-    return done;
-}
 
 uint32_t RangeChecksum(FILE* file, int64_t offset, int64_t length) {
     uint32_t value = kRangeChecksumStart;
@@ -53,6 +34,17 @@ uint32_t RangeChecksum(FILE* file, int64_t offset, int64_t length) {
 }
 
 }  // namespace
+
+size_t ReadAt(FILE* file, int64_t offset, uint8_t* bytes, size_t size) {
+    size_t done = 0;
+    while (done < size) {
+        const ssize_t got =
+            pread(fileno(file), bytes + done, size - done, offset + static_cast<int64_t>(done));
+        if (got <= 0) break;
+        done += static_cast<size_t>(got);
+    }
+    return done;
+}
 
 int64_t FileSize(const std::string& path) {
     const Stream file = OpenForReading(path);
@@ -74,7 +66,7 @@ uint32_t FileChecksum(FILE* file, ProgressIndicator* progress) {
     for (size_t got = sizeof pieces; got == sizeof pieces;) {
         got = ReadAt(file, done, pieces, sizeof pieces);
         for (size_t at = 0; at < got; at += kFilePiece) {
-            const size_t piece = std::min(got - at, kFilePiece);
+            const size_t piece = std::min<size_t>(got - at, kFilePiece);
             value = Checksum(pieces + at, static_cast<uint32_t>(piece), value);
             if (piece < kFilePiece) break;
             done += static_cast<int64_t>(piece);
@@ -100,9 +92,8 @@ uint32_t FileTailChecksum(FILE* file, int64_t size) {
     return RangeChecksum(file, start, size - start);
 }
 
-void ReadAhead(const std::string& path) {
-    const Stream file = OpenForReading(path);
-    if (file) posix_fadvise(fileno(file.get()), 0, kReadAhead, POSIX_FADV_WILLNEED);
+void ReadAhead(FILE* file) {
+    posix_fadvise(fileno(file), 0, kReadAhead, POSIX_FADV_WILLNEED);
 }
 
 void MakePath(const std::string& path) {

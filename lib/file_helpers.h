@@ -14,11 +14,14 @@
 // The bytes at the end of a file that its tail checksum covers.
 constexpr int64_t kTailSize = 1024;
 
+// Files from this size on are told of in pieces while they are hashed.
+constexpr int64_t kSmallestReported = 500000;
+
 // In bytes; -1 when the file cannot be opened for reading.
 int64_t FileSize(const std::string& path);
 
 // The checksum of the whole file, chained over pieces of 4096 bytes; kNoChecksum when it cannot be
-// opened. `progress` may be null; it is told of files of 500000 bytes and more.
+// opened. `progress` may be null; it is told of files from kSmallestReported on.
 uint32_t FileChecksum(const std::string& path, ProgressIndicator* progress);
 // The same of an open file.
 uint32_t FileChecksum(FILE* file, ProgressIndicator* progress);
@@ -32,9 +35,12 @@ uint32_t FileRangeChecksum(const std::string& path, int64_t offset, int64_t leng
 uint32_t FileTailChecksum(const std::string& path, int64_t size);
 uint32_t FileTailChecksum(FILE* file, int64_t size);
 
+// Returns the number of bytes read, fewer than `size` only at the end of the file.
+size_t ReadAt(FILE* file, int64_t offset, uint8_t* bytes, size_t size);
+
 // Has the system begin to read a file that will be needed soon, and does not wait for it. Of a
 // large file only the beginning: the rest follows by itself while that is read.
-void ReadAhead(const std::string& path);
+void ReadAhead(FILE* file);
 
 // Creates every directory named before the last slash. Errors show when the file is opened.
 void MakePath(const std::string& path);

@@ -2,7 +2,9 @@
 #ifndef HALCYRIX_LIB_LOCAL_FILE_CHECK_H
 #define HALCYRIX_LIB_LOCAL_FILE_CHECK_H
 
+#include <chrono>
 #include <cstdint>
+#include <span>
 #include <string>
 
 #include "lib/checksum.h"
@@ -25,5 +27,19 @@ struct LocalFileCheck {
 // only the tail is read. `progress` may be null.
 LocalFileCheck CheckLocalFile(const std::string& path, uint64_t length, uint32_t checksum,
                               ProgressIndicator* progress);
+
+// What a file ought to be.
+struct ExpectedFile {
+    std::string path;
+    uint64_t length;
+    uint32_t checksum;
+    bool good = false;  // whether CheckTogether() found it to be that
+};
+
+// Checks the first ones of the files together: they are read whole, one after the other, and hashed
+// at once. Ends before a file that progress is told of, when 4 MiB have been read, and after the
+// first file that is read at `until` or later. Returns how many files it has done with, at least 1.
+// What is wrong with those that are not good is for CheckLocalFile() to find out.
+size_t CheckTogether(std::span<ExpectedFile> files, std::chrono::steady_clock::time_point until);
 
 #endif

@@ -4,6 +4,7 @@
 
 #include "lib/checksum.h"
 #include "lib/file_helpers.h"
+#include "lib/local_file_check.h"
 #include "lib/server_name.h"
 #include "lib/stream.h"
 #include "lib/version_records.h"
@@ -86,6 +87,40 @@ TEST_F(Files, AreReadWhereTheyGrewAfterTheirEnd) {
     fputs(" new", appending.get());
     ASSERT_TRUE(CloseWritten(std::move(appending)));
     EXPECT_EQ(fgetc((MoveTo(stream.get(), 4), stream.get())), 'n');
+}
+
+TEST_F(Files, AreFoundRightTogetherWhereTheyAreAlone) {
+    const auto later = std::chrono::steady_clock::now() + std::chrono::hours(1);
+    std::vector<ExpectedFile> files = {{"never", 12, 0xFFFFFFFE}, {"fifo", 9, 9}};
+    WriteFile("never", "\x7b\xbd\xe2\xbe\x7e\xef\x75\xfc\x35\xa4\xc9\x30");
+    ASSERT_EQ(mkfifo("fifo", 0600), 0);
+    for (const char* damage : {"none", "missing", "longer", "shorter", "other bytes"}) {
+        for (const size_t size : {0, 1, 11, 12, 13, 4095, 4096, 4097, 8192, 70'000, 499'999}) {
+            const std::string name = damage + std::to_string(size);
+            std::string contents = SeededBytes(size, static_cast<unsigned>(files.size()));
+            WriteFile(name, contents);
+            files.push_back({name, size, FileChecksum(name, nullptr)});
+            if (damage[0] == 'l') contents += 'x';
+            if (size > 0 && damage[0] == 's') contents.pop_back();
+            if (size > 0 && damage[0] == 'o') contents[size / 2] ^= 1;
+            WriteFile(name, contents);
+            if (damage[0] == 'm') fs::remove(name);
+        }
+    }
+    for (const size_t count : {1, 2, 8, 13, 57}) {
+        ASSERT_EQ(CheckTogether(std::span(files).first(count), later), count);
+        for (auto file = files.begin(); file != files.begin() + count; ++file) {
+            const auto alone = CheckLocalFile(file->path, file->length, file->checksum, nullptr);
+            EXPECT_EQ(file->good, alone.result == CHECK_GOOD) << file->path;
+            file->good = false;
+        }
+    }
+    // Time is up at once; eight of the largest fill the room; of the next size progress is told.
+    EXPECT_EQ(CheckTogether(files, {}), 1u);
+    std::vector<ExpectedFile> large(9, {"none499999", 499'999, 0});
+    EXPECT_EQ(CheckTogether(large, later), 8u);
+    large[1].length = 500'000;
+    EXPECT_EQ(CheckTogether(large, later), 1u);
 }
 
 TEST_F(Files, GetTheDirectoriesOfTheirPath) {

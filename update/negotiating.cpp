@@ -1,5 +1,7 @@
 // What each file of the latest version needs: nothing, a patch, or to be fetched whole.
 
+#include <vector>
+
 #include "lib/checksum.h"
 #include "lib/file_helpers.h"
 #include "lib/local_file_check.h"
@@ -13,23 +15,28 @@ namespace {
 
 // Files are checked for so long before the dispatcher gets its turn: the window's events are
 // waiting there.
-constexpr uint64_t kLongestStep = 20;  // milliseconds
+constexpr std::chrono::milliseconds kLongestStep{20};
 
-// While one file is checked the disk reads the next ones.
-constexpr int kFilesAhead = 8;
+// Enough to keep a disk busy while another file is hashed.
+constexpr size_t kMostTogether = 32;
 
 }  // namespace
 
 void UpdateClient::StartChecks(SessionState state) {
-    m_nextRead = m_checkList.begin();
-    for (int i = 0; i < kFilesAhead; ++i) ReadNextAhead();
+    m_nextLook = m_checkList.begin();
     CarryOn(state);
 }
 
-void UpdateClient::ReadNextAhead() {
-    if (m_nextRead == m_checkList.end()) return;
-    ReadAhead(LocalPath(m_nextRead->name));
-    ++m_nextRead;
+// Finds out which of the next files are right. That stays true until their turn comes: nothing is
+// written before the checks are done.
+void UpdateClient::LookAhead(std::chrono::steady_clock::time_point until) {
+    std::vector<ExpectedFile> files;
+    for (auto next = m_nextLook; next != m_checkList.end() && files.size() < kMostTogether;
+         ++next) {
+        files.push_back({LocalPath(next->name), next->length, next->checksum});
+    }
+    const size_t looked = CheckTogether(files, until);
+    for (size_t i = 0; i < looked; ++i) (m_nextLook++)->good = files[i].good;
 }
 
 void UpdateClient::RequestFull(const FileRecord& record, SessionState returnState) {
@@ -57,14 +64,14 @@ void UpdateClient::SendRequest(const FileRecord& record, SessionState returnStat
 // when it is needed for something.
 bool UpdateClient::FindWrongFile(LocalFileCheck* found) {
     SetFlags(IO_WRITE);
-    const uint64_t began = EventLoop::Now();
-    while (!m_checkList.empty()) {
-        if (EventLoop::Now() - began > kLongestStep) return false;
-        ReadNextAhead();
+    const auto until = std::chrono::steady_clock::now() + kLongestStep;
+    for (; !m_checkList.empty(); m_checkList.pop_front()) {
+        if (std::chrono::steady_clock::now() >= until) return false;
+        if (m_nextLook == m_checkList.begin()) LookAhead(until);
         const FileRecord& record = m_checkList.front();
+        if (record.good) continue;
         *found = CheckLocalFile(LocalPath(record.name), record.length, record.checksum, m_progress);
         if (found->result != CHECK_GOOD) return true;
-        m_checkList.pop_front();
     }
     return true;
 }

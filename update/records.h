@@ -12,6 +12,7 @@ struct FileRecord {
     uint32_t tailChecksum = 0;   // of the last 1024 bytes of a partial local copy
     uint64_t length = 0;         // of the latest version
     uint64_t currentLength = 0;  // of a partial local copy
+    bool good = false;           // whether a look ahead found it right
     bool resume = false;         // whether to ask for the rest of a partial local copy
 };
 

@@ -2,6 +2,7 @@
 #ifndef HALCYRIX_UPDATE_UPDATE_CLIENT_H
 #define HALCYRIX_UPDATE_UPDATE_CLIENT_H
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <list>
@@ -81,7 +82,7 @@ private:
 
     // negotiating.cpp: what each file needs.
     void StartChecks(SessionState state);
-    void ReadNextAhead();
+    void LookAhead(std::chrono::steady_clock::time_point until);
     bool FindWrongFile(LocalFileCheck* found);
     int FinishChecks();
     void RequestFull(const FileRecord& record, SessionState returnState);
@@ -116,7 +117,7 @@ private:
     EventLoop* m_loop;
     SessionState m_state = STATE_IDLE;
     std::list<FileRecord> m_checkList;  // of the server's list, what is still to be checked
-    std::list<FileRecord>::iterator m_nextRead;  // the next one to be read ahead, during the checks
+    std::list<FileRecord>::iterator m_nextLook;  // the first one that no look ahead has seen
     // By the server's index, in the order in which patches are applied. What a broken conversation
     // announced stays until it is received, or taken for a patch.
     std::map<int32_t, DownloadEntry> m_downloads;
