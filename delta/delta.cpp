@@ -2,9 +2,13 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstring>
+#include <vector>
 
 #include "delta/delta_plan.h"
+#include "delta/gap_ranges.h"
+#include "delta/long_matches.h"
 #include "delta/match_finder.h"
 #include "delta/patch_writer.h"
 #include "lib/patch_buffer.h"
@@ -14,26 +18,29 @@
 
 namespace {
 
-DeltaResult WritePatch(const MappedFile& from, MappedFile* to, const std::string& patch,
-                       uint64_t size_limit, std::string* reason) {
-    PatchWriter writer;
-    if (!writer.Open(patch, reason)) return DeltaResult::FAILED;
-    MatchFinder finder;
-    if (!finder.Index(from.Data(), from.Size(), reason)) return DeltaResult::FAILED;
+// What updaters that are out there take of a patch of one pass.
+constexpr size_t kMaxCommands = 2 * 1024 * 1024;
 
-    DeltaPlan plan(&finder, from.Data(), to->Data(), to->Size(), &writer);
-    while (plan.Step()) {
-        to->Release(plan.Position());
-        if (writer.Size() > size_limit) break;
-        if (writer.Commands() > kMaxPatchSpans) {
-            *reason = "the files differ in more places than the updater takes";
-            return DeltaResult::NONE;
-        }
+bool PlanPatch(const MappedFile& from, const std::string& new_path, uint64_t size_limit,
+               PatchWriter* writer, std::string* reason) {
+    std::vector<LongMatch> matches;
+    {
+        MappedFile to;
+        if (!to.Open(new_path, reason)) return false;
+        matches = LongMatches(from, &to);
     }
-    if (!writer.Finish(reason)) return DeltaResult::FAILED;
-    if (writer.Size() <= size_limit) return DeltaResult::MADE;
-    *reason = "the patch would be too large";
-    return DeltaResult::NONE;
+    MappedFile to;
+    if (!to.Open(new_path, reason)) return false;
+    std::vector<Range> ranges = GapRanges(matches, from.Data(), from.Size(), to.Data(), to.Size());
+    if (ranges.empty()) {
+        matches.clear();
+        ranges.push_back({0, from.Size()});
+    }
+    MatchFinder finder;
+    if (!finder.Index(from.Data(), from.Size(), ranges, reason)) return false;
+    DeltaPlan plan(matches, &finder, from.Data(), to.Data(), to.Size(), writer);
+    while (plan.Step() && writer->Size() <= size_limit) to.Release(plan.Position());
+    return true;
 }
 
 }  // namespace
@@ -47,14 +54,29 @@ DeltaResult MakePatch(const std::string& old_path, const std::string& new_path,
         *reason = new_path + ": no patch makes an empty file";
         return DeltaResult::NONE;
     }
-    if (from.Size() > MatchFinder::kMaxSize || to.Size() > kMaxPatchedSize) {
-        *reason =
-            (from.Size() > MatchFinder::kMaxSize ? old_path : new_path) + ": too large for a patch";
+    if (std::max(from.Size(), to.Size()) > kMaxPatchedSize) {
+        *reason = (from.Size() > kMaxPatchedSize ? old_path : new_path) + ": too large for a patch";
         return DeltaResult::NONE;
     }
-    const DeltaResult result = WritePatch(from, &to, patch, size_limit, reason);
-    if (result != DeltaResult::MADE) unlink(patch.c_str());
-    return result;
+    PatchWriter writer;
+    if (!PlanPatch(from, new_path, size_limit, &writer, reason)) return DeltaResult::FAILED;
+    writer.LimitCommands(kMaxCommands);
+    if (writer.Size() > size_limit) {
+        *reason = "the patch would be too large";
+        return DeltaResult::NONE;
+    }
+    if (writer.Write(patch, to.Data(), reason)) return DeltaResult::MADE;
+    unlink(patch.c_str());
+    return DeltaResult::FAILED;
+}
+
+uint64_t PatchMemory(uint64_t old_size, uint64_t new_size) {
+    // At most: the old file itself; the sorted suffixes of its first half, which take two bytes
+    // each with their keys; and those of the second half while they are sorted, of four. Then, of
+    // the new file, what is planned, a command for every nine bytes, and its pages while the patch
+    // is written.
+    constexpr uint64_t kRest = 16 << 20;
+    return old_size * 17 / 4 + new_size + kRest;
 }
 
 bool VerifyPatch(const std::string& old_path, const std::string& new_path, const std::string& patch,

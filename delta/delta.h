@@ -7,21 +7,23 @@
 
 enum class DeltaResult {
     MADE,
-    NONE,    // the format, the updater or the size limit allows no patch between these files
+    NONE,    // the format or the size limit allows no patch between these files
     FAILED,  // a file could not be read or written
 };
 
 constexpr uint64_t kNoSizeLimit = UINT64_MAX;
 
 // Writes to `patch` a patch that makes the contents of `new_path` from those of `old_path`, unless
-// it would be larger than `size_limit`. Without MADE, `reason` says why, and whatever was written
-// to `patch` is deleted.
+// it would be larger than `size_limit`. Without MADE, `reason` says why, and there is no such file.
 //
-// Takes four bytes of memory for each byte of the old file at most, the file itself included, which
-// is mapped, and little else. Neither file may change meanwhile.
+// Neither file may change meanwhile.
 [[nodiscard]] DeltaResult MakePatch(const std::string& old_path, const std::string& new_path,
                                     const std::string& patch, uint64_t size_limit,
                                     std::string* reason);
+
+// The bytes of memory that MakePatch takes at the most for files of these sizes. Files that are
+// mostly the same take a third of that.
+uint64_t PatchMemory(uint64_t old_size, uint64_t new_size);
 
 // Whether the updater's own interpreter makes the new file from the old one and the patch. When it
 // does not, `error` says why.

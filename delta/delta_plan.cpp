@@ -28,15 +28,31 @@ constexpr uint32_t kImpossible = UINT32_MAX / 2;
 
 }  // namespace
 
-DeltaPlan::DeltaPlan(MatchFinder* finder, const uint8_t* old, const uint8_t* contents, size_t size,
-                     PatchWriter* writer)
-    : m_finder(finder), m_old(old), m_new(contents), m_size(size), m_writer(writer) {}
+DeltaPlan::DeltaPlan(const std::vector<LongMatch>& matches, MatchFinder* finder, const uint8_t* old,
+                     const uint8_t* contents, size_t size, PatchWriter* writer)
+    : m_finder(finder),
+      m_old(old),
+      m_new(contents),
+      m_size(size),
+      m_writer(writer),
+      m_known(matches.begin()),
+      m_knownEnd(matches.end()) {}
+
+// What the long matches leave of themselves from a position on, if it is in one.
+Match DeltaPlan::KnownAt(size_t position) {
+    while (m_known != m_knownEnd && m_known->End() <= position) ++m_known;
+    if (m_known == m_knownEnd || m_known->begin > position) return {};
+    const size_t passed = position - m_known->begin;
+    return {static_cast<uint32_t>(m_known->offset + passed),
+            static_cast<uint32_t>(m_known->length - passed)};
+}
 
 Match DeltaPlan::MatchAt(size_t position) {
+    if (const Match known = KnownAt(position); known.length > 0) return known;
     const uint8_t* text = m_new + position;
     const size_t remaining = m_size - position;
     if (m_sinceCopy > kSearchedFully) {
-        if (remaining < MatchFinder::kWindow || !m_finder->MayMatch(text)) return {};
+        if (remaining < kWindow || !m_finder->MayMatch(text)) return {};
     }
     return m_finder->Longest(text, remaining);
 }
@@ -78,7 +94,8 @@ bool DeltaPlan::LookAhead(Match* match) {
     Match passed[kCopyCost] = {*match};
     for (size_t ahead = 1; ahead < kCopyCost && m_position + ahead < m_size; ++ahead) {
         const size_t position = m_position + ahead;
-        const Match later = m_finder->Longest(m_new + position, m_size - position);
+        Match later = KnownAt(position);
+        if (later.length == 0) later = m_finder->Longest(m_new + position, m_size - position);
         if (position + later.length >= reach + kSureMatch) {
             for (size_t i = 0; i < ahead; ++i) AddToGap(passed[i]);
             *match = later;
@@ -138,13 +155,12 @@ void DeltaPlan::CloseGap() {
             isCopy ? copy[begin] <= literal[begin] : copy[begin] + kLiteralCost < literal[begin];
         end = begin;
     }
-    const uint8_t* data = m_new + m_position - size;
     for (auto command = commands.rbegin(); command != commands.rend(); ++command) {
         const auto length = static_cast<uint32_t>(command->end - command->begin);
         if (command->isCopy) {
             m_writer->Copy(m_gap[command->begin].offset, length);
         } else {
-            m_writer->Literal(data + command->begin, length);
+            m_writer->Literal(length);
         }
     }
     m_gap.clear();

@@ -3,8 +3,9 @@
 #include <divsufsort.h>
 
 #include <algorithm>
-#include <bit>
 #include <cstring>
+
+#include "delta/bytes.h"
 
 namespace {
 
@@ -13,16 +14,13 @@ namespace {
 constexpr size_t kKeyed = 16;  // suffixes for each key
 
 // Four windows for each word of the filter: about one in a hundred others passes it.
-constexpr size_t kOldBytesPerWord = 4 * MatchFinder::kStride;
+constexpr size_t kOldBytesPerWord = 4 * kWindowStride;
 
 // Contents smaller than this are sorted at once.
 constexpr size_t kSmallestBlock = size_t{1} << 20;
 
-uint64_t Load64(const uint8_t* bytes) {
-    uint64_t value;
-    memcpy(&value, bytes, sizeof value);
-    return value;
-}
+// The entries of a suffix array have 31 bits.
+constexpr size_t kLargestBlock = size_t{1} << 30;
 
 // The first bytes as a number that sorts as they do, the missing ones filled in.
 uint64_t KeyOf(const uint8_t* bytes, size_t length, uint8_t filling) {
@@ -45,46 +43,48 @@ size_t CountBelow(const std::vector<uint64_t>& numbers, uint64_t limit) {
     return begin;
 }
 
-// How many bytes from `done` on the two have in common, and those before.
-size_t CommonLength(const uint8_t* a, const uint8_t* b, size_t done, size_t limit) {
-    while (done + sizeof(uint64_t) <= limit) {
-        const uint64_t difference = Load64(a + done) ^ Load64(b + done);
-        if (difference != 0) {
-            static_assert(std::endian::native == std::endian::little);
-            return done + static_cast<size_t>(std::countr_zero(difference)) / 8;
-        }
-        done += sizeof(uint64_t);
-    }
-    while (done < limit && a[done] == b[done]) ++done;
-    return done;
-}
-
 }  // namespace
 
-bool MatchFinder::Index(const uint8_t* old, size_t size, std::string* error) {
+bool MatchFinder::Index(const uint8_t* old, size_t size, const std::vector<Range>& ranges,
+                        std::string* error) {
     m_old = old;
     m_size = size;
-    const size_t blockSize = std::max(kSmallestBlock, (size / 2 + 2) & ~size_t{1});
-    for (size_t begin = 0; begin < size; begin += blockSize) {
+    if (ranges.size() > 1) {
         Block block;
-        block.begin = begin;
-        block.end = std::min(begin + blockSize, size);
+        for (const Range& range : ranges) {
+            block.pieces.push_back({block.gathered.size(), range.begin});
+            block.gathered.insert(block.gathered.end(), old + range.begin, old + range.end);
+        }
+        block.text = block.gathered.data();
+        block.size = block.gathered.size();
+        m_blocks.push_back(std::move(block));
+    } else if (!ranges.empty()) {
+        const auto [begin, end] = ranges.front();
+        const size_t half = ((end - begin) / 2 + 2) & ~size_t{1};
+        const size_t blockSize = std::clamp(half, kSmallestBlock, kLargestBlock);
+        for (size_t at = begin; at < end; at += blockSize) {
+            Block block;
+            block.text = old + at;
+            block.size = std::min(blockSize, end - at);
+            block.pieces.push_back({0, at});
+            m_blocks.push_back(std::move(block));
+        }
+    }
+    for (Block& block : m_blocks) {
         if (!Sort(&block)) {
             *error = "not enough memory to index " + std::to_string(size) + " bytes";
             return false;
         }
-        m_blocks.push_back(std::move(block));
     }
     return true;
 }
 
 bool MatchFinder::Sort(Block* block) {
-    const uint8_t* text = m_old + block->begin;
-    const size_t size = block->end - block->begin;
+    const size_t size = block->size;
     auto& suffixes = block->suffixes;
     suffixes.reset(static_cast<int32_t*>(malloc(size * sizeof(int32_t))));
     if (!suffixes) return false;
-    if (divsufsort(text, suffixes.get(), static_cast<int32_t>(size)) != 0) return false;
+    if (divsufsort(block->text, suffixes.get(), static_cast<int32_t>(size)) != 0) return false;
     int32_t* kept = std::copy_if(suffixes.get(), suffixes.get() + size, suffixes.get(),
                                  [](int32_t suffix) { return suffix % 2 == 0; });
     block->count = static_cast<size_t>(kept - suffixes.get());
@@ -92,9 +92,10 @@ bool MatchFinder::Sort(Block* block) {
         static_cast<void>(suffixes.release());
         suffixes.reset(static_cast<int32_t*>(smaller));
     }
+    block->keys.reserve(block->count / kKeyed + 1);
     for (size_t i = 0; i < block->count; i += kKeyed) {
         const auto suffix = static_cast<size_t>(suffixes[i]);
-        block->keys.push_back(KeyOf(text + suffix, size - suffix, 0));
+        block->keys.push_back(KeyOf(block->text + suffix, size - suffix, 0));
     }
     return true;
 }
@@ -123,10 +124,10 @@ void MatchFinder::Search(const Block& block, const uint8_t* text, size_t length,
     size_t above = 0;
     while (begin < end) {
         const size_t middle = begin + (end - begin) / 2;
-        const size_t offset = block.begin + static_cast<size_t>(block.suffixes[middle]);
-        const uint8_t* suffix = m_old + offset;
-        const size_t limit = std::min(length, block.end - offset);
-        size_t common = CommonLength(text, suffix, std::min(below, above), limit);
+        const auto at = static_cast<size_t>(block.suffixes[middle]);
+        const uint8_t* suffix = block.text + at;
+        const size_t limit = std::min(length, block.size - at);
+        const size_t common = CommonLength(text, suffix, std::min(below, above), limit);
         if (common == limit || suffix[common] < text[common]) {
             begin = middle + 1;
             below = common;
@@ -134,33 +135,53 @@ void MatchFinder::Search(const Block& block, const uint8_t* text, size_t length,
             end = middle;
             above = common;
         }
-        // A match may go on in the next block.
-        if (common == limit) {
-            common = CommonLength(text, suffix, common, std::min(length, m_size - offset));
+        if (common > longest->length || common == limit) {
+            Improve(longest, block, at, text, length, common);
+            if (longest->length == length) return;
         }
-        if (common > longest->length) {
-            *longest = {static_cast<uint32_t>(offset), static_cast<uint32_t>(common)};
-            if (common == length) return;
-        }
+    }
+}
+
+// Takes the match of a suffix if it is longer. In the old contents a match may go on where the
+// block's text ends, or end where two pieces of the text meet.
+void MatchFinder::Improve(Match* longest, const Block& block, size_t at, const uint8_t* text,
+                          size_t length, size_t common) const {
+    const auto next = std::upper_bound(block.pieces.begin(), block.pieces.end(), at,
+                                       [](size_t a, const Piece& piece) { return a < piece.at; });
+    const size_t end = next == block.pieces.end() ? block.size : next->at;
+    const size_t offset = std::prev(next)->offset + at - std::prev(next)->at;
+    if (common >= end - at) {
+        common = CommonLength(text, m_old + offset, end - at, std::min(length, m_size - offset));
+    }
+    if (common > longest->length) {
+        *longest = {static_cast<uint32_t>(offset), static_cast<uint32_t>(common)};
     }
 }
 
 // The bits of a window are in one word, so that a look at them touches memory once.
 MatchFinder::FilterBits MatchFinder::BitsOf(const uint8_t* window) const {
-    static_assert(kWindow == 15);
-    const uint64_t mixed = Load64(window) * 0x9E3779B97F4A7C15u +
-                           std::rotl(Load64(window + 7), 29) * 0xC2B2AE3D27D4EB4Fu;
-    const uint64_t hash = (mixed ^ mixed >> 32) * 0xD6E8FEB86659FD93u;
+    const uint64_t hash = HashOfWindow(window);
     const uint64_t bits = uint64_t{1} << (hash & 63) | uint64_t{1} << (hash >> 6 & 63) |
                           uint64_t{1} << (hash >> 12 & 63);
     return {static_cast<size_t>((hash >> 32) * m_filter.size() >> 32), bits};
 }
 
 void MatchFinder::BuildFilter() {
-    m_filter.assign(m_size / kOldBytesPerWord + 1, 0);
-    for (size_t i = 0; i + kWindow <= m_size; i += kStride) {
-        const auto [word, bits] = BitsOf(m_old + i);
-        m_filter[word] |= bits;
+    size_t size = 0;
+    for (const Block& block : m_blocks) size += block.size;
+    m_filter.assign(size / kOldBytesPerWord + 1, 0);
+    for (const Block& block : m_blocks) {
+        for (size_t i = 0; i < block.pieces.size(); ++i) {
+            const auto [at, offset] = block.pieces[i];
+            const size_t end = i + 1 < block.pieces.size() ? block.pieces[i + 1].at : block.size;
+            const uint8_t* begin = m_old + offset;
+            const size_t windows =
+                std::min(end - at, m_size - std::min(m_size, offset + kWindow - 1));
+            for (size_t j = 0; j < windows; j += kWindowStride) {
+                const auto [word, bits] = BitsOf(begin + j);
+                m_filter[word] |= bits;
+            }
+        }
     }
 }
 

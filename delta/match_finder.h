@@ -10,34 +10,38 @@
 #include <string>
 #include <vector>
 
+#include "delta/bytes.h"
+
 struct Match {
     uint32_t offset = 0;  // in the old contents
     uint32_t length = 0;
 };
 
-// An index of the old contents: sorted suffixes, of every other byte, which take two bytes for each
-// byte of the contents. They are sorted block by block, since sorting takes twice as much. The
-// contents are not owned and must outlive the finder.
+struct Range {
+    size_t begin;
+    size_t end;
+};
+
+// An index of the old contents, or of parts of them: sorted suffixes, of every other byte, which
+// take two bytes for each byte of the contents. They are sorted block by block, since sorting takes
+// twice as much. The contents are not owned and must outlive the finder.
 class MatchFinder {
 public:
-    // The suffix array has signed 32-bit entries.
-    static constexpr size_t kMaxSize = 0x7FFFFFFF;
+    // Sorts the suffixes that begin in the ranges, which are in order and apart: a single one, or
+    // several of no more than 2 GiB together. False when memory does not suffice. Call once on a
+    // new finder.
+    [[nodiscard]] bool Index(const uint8_t* old, size_t size, const std::vector<Range>& ranges,
+                             std::string* error);
 
-    // Sorts the suffixes. False when memory does not suffice. Call once on a new finder, with at
-    // most kMaxSize bytes.
-    [[nodiscard]] bool Index(const uint8_t* old, size_t size, std::string* error);
-
-    // The longest stretch that `text` begins with of those that begin at an even offset. One that
-    // begins at an odd offset is found from its second byte. Costs the logarithm of the old size,
-    // and as many comparisons of the match's length at the most.
+    // The longest stretch that `text` begins with of every other one that is indexed. Any is found
+    // from its second byte at the latest. Costs the logarithm of what is indexed, and as many
+    // comparisons of the match's length at the most.
     Match Longest(const uint8_t* text, size_t length) const;
 
-    // Whether a stretch of the old contents may match from `text`, of at least kWindow bytes, or
-    // from one of the kStride - 1 bytes before it: false only when there is no match that holds
-    // kWindow bytes from `text` and begins kStride - 1 bytes or more before it. One memory access,
-    // after a first call that costs a pass over the old contents.
-    static constexpr size_t kWindow = 15;
-    static constexpr size_t kStride = 4;
+    // Whether a stretch of what is indexed may match from `text`, of at least kWindow bytes, or
+    // from one of the kWindowStride - 1 bytes before it: false only when there is no match that
+    // holds kWindow bytes from `text` and begins kWindowStride - 1 bytes or more before it. One
+    // memory access, after a first call that costs a pass over what is indexed.
     bool MayMatch(const uint8_t* text);
 
 private:
@@ -45,17 +49,26 @@ private:
         void operator()(void* memory) const { free(memory); }
     };
 
-    // A part of the old contents that is sorted by itself.
+    struct Piece {
+        size_t at;      // in the text of a block
+        size_t offset;  // in the old contents
+    };
+
+    // Some of the old contents, sorted by themselves.
     struct Block {
-        size_t begin = 0;
-        size_t end = 0;
-        std::unique_ptr<int32_t[], Free> suffixes;  // from the block's begin
+        const uint8_t* text = nullptr;  // in the old contents, or what was gathered from them
+        size_t size = 0;
+        std::vector<uint8_t> gathered;
+        std::vector<Piece> pieces;                  // what the text consists of
+        std::unique_ptr<int32_t[], Free> suffixes;  // places in the text
         size_t count = 0;                           // of the suffixes
         std::vector<uint64_t> keys;                 // of suffixes at regular distances
     };
 
     bool Sort(Block* block);
     void Search(const Block& block, const uint8_t* text, size_t length, Match* longest) const;
+    void Improve(Match* longest, const Block& block, size_t at, const uint8_t* text, size_t length,
+                 size_t common) const;
 
     struct FilterBits {
         size_t word;

@@ -1,6 +1,7 @@
 #include "delta/patch_writer.h"
 
 #include "lib/patch_format.h"
+#include "lib/stream.h"
 #include "lib/whole_file.h"
 
 namespace {
@@ -11,60 +12,86 @@ void PutNumber(uint8_t* bytes, uint32_t value) {
 
 }  // namespace
 
-bool PatchWriter::Open(const std::string& path, std::string* error) {
-    m_path = path;
-    m_file = OpenForWriting(path);
-    if (!m_file) *error = SystemError(path);
-    return m_file != nullptr;
-}
-
 void PatchWriter::Copy(uint32_t offset, uint32_t length) {
-    if (m_length > 0 && m_literal == nullptr && m_offset + m_length == offset) {
-        m_length += length;
+    if (!m_commands.empty() && !InLiteral() &&
+        m_commands.back().offset + m_commands.back().length == offset) {
+        m_commands.back().length += length;
         return;
     }
-    Flush();
-    m_offset = offset;
-    m_length = length;
-    ++m_commands;
+    m_commands.push_back({offset, length});
+    m_size += kPatchCopySize;
 }
 
-void PatchWriter::Literal(const uint8_t* data, uint32_t length) {
-    if (m_literal != nullptr && m_literal + m_length == data) {
-        m_length += length;
+void PatchWriter::Literal(uint32_t length) {
+    m_size += length;
+    if (InLiteral()) {
+        m_commands.back().length += length;
         return;
     }
-    Flush();
-    m_literal = data;
-    m_length = length;
-    ++m_commands;
+    m_commands.push_back({kLiteral, length});
+    m_size += kPatchLiteralHeaderSize;
 }
 
-bool PatchWriter::Finish(std::string* error) {
-    Flush();
-    Put(&kPatchEndOfPass, kPatchEndOfPassSize);
-    const bool written = CloseWritten(std::move(m_file));
-    if (!written) *error = SystemError(m_path);
+void PatchWriter::LimitCommands(size_t limit) {
+    for (uint64_t price = 1; m_commands.size() > limit; price += 1 + price / 16) {
+        DropCopies(price, limit);
+    }
+}
+
+// Goes through the commands once, dropping copies of which each command less costs at most so many
+// bytes more.
+void PatchWriter::DropCopies(uint64_t price, size_t limit) {
+    std::deque<Command> before;
+    before.swap(m_commands);
+    m_size = kPatchEndOfPassSize;
+    size_t total = before.size();
+    while (!before.empty()) {
+        const Command command = before.front();
+        before.pop_front();
+        if (command.IsLiteral()) {
+            Literal(command.length);
+            continue;
+        }
+        // It grows together with the literals on either side. Where there is none, it makes room
+        // for the next copy to do so.
+        const Command* next = before.empty() ? nullptr : &before.front();
+        const unsigned fewer = InLiteral() + (next != nullptr && next->IsLiteral());
+        const unsigned later =
+            fewer == 0 && next != nullptr && next->length <= kPatchCopySize + price;
+        const uint64_t more = command.length + kPatchLiteralHeaderSize;
+        const uint64_t less = kPatchCopySize + fewer * kPatchLiteralHeaderSize;
+        if (total > limit && fewer + later > 0 && more <= less + (fewer + later) * price) {
+            Literal(command.length);
+            total -= fewer;
+        } else {
+            Copy(command.offset, command.length);
+        }
+    }
+}
+
+bool PatchWriter::Write(const std::string& path, const uint8_t* contents,
+                        std::string* error) const {
+    Stream file = OpenForWriting(path);
+    if (!file) {
+        *error = SystemError(path);
+        return false;
+    }
+    for (const Command& command : m_commands) {
+        if (command.IsLiteral()) {
+            uint8_t header[kPatchLiteralHeaderSize] = {kPatchLiteral};
+            PutNumber(header + 1, command.length);
+            fwrite(header, 1, sizeof header, file.get());
+            fwrite(contents, 1, command.length, file.get());
+        } else {
+            uint8_t copy[kPatchCopySize] = {kPatchCopy};
+            PutNumber(copy + 1, command.offset);
+            PutNumber(copy + 5, command.length);
+            fwrite(copy, 1, sizeof copy, file.get());
+        }
+        contents += command.length;
+    }
+    fwrite(&kPatchEndOfPass, 1, kPatchEndOfPassSize, file.get());
+    const bool written = CloseWritten(std::move(file));
+    if (!written) *error = SystemError(path);
     return written;
-}
-
-void PatchWriter::Flush() {
-    if (m_literal != nullptr) {
-        uint8_t header[kPatchLiteralHeaderSize] = {kPatchLiteral};
-        PutNumber(header + 1, m_length);
-        Put(header, sizeof header);
-        Put(m_literal, m_length);
-    } else if (m_length > 0) {
-        uint8_t command[kPatchCopySize] = {kPatchCopy};
-        PutNumber(command + 1, m_offset);
-        PutNumber(command + 5, m_length);
-        Put(command, sizeof command);
-    }
-    m_literal = nullptr;
-    m_length = 0;
-}
-
-void PatchWriter::Put(const void* data, size_t size) {
-    fwrite(data, 1, size, m_file.get());
-    m_size += size;
 }

@@ -2,42 +2,46 @@
 #ifndef HALCYRIX_DELTA_PATCH_WRITER_H
 #define HALCYRIX_DELTA_PATCH_WRITER_H
 
+#include <cstddef>
 #include <cstdint>
+#include <deque>
 #include <string>
 
-#include "lib/stream.h"
+#include "lib/patch_format.h"
 
-// Writes a patch of one pass, command by command; neighbours that continue one another become one
-// command. Literal data are not copied and must stay until the next command.
+// The commands of a patch of one pass, in order; neighbours that continue one another become one
+// command. Takes eight bytes of memory for each.
 class PatchWriter {
 public:
-    [[nodiscard]] bool Open(const std::string& path, std::string* error);
-
     void Copy(uint32_t offset, uint32_t length);
-    void Literal(const uint8_t* data, uint32_t length);
+    void Literal(uint32_t length);
     // Whether the last command is a literal, which another one would continue.
-    bool InLiteral() const { return m_literal != nullptr; }
+    bool InLiteral() const { return !m_commands.empty() && m_commands.back().IsLiteral(); }
 
-    // The bytes written, and the commands begun.
+    // The bytes that the patch would take.
     uint64_t Size() const { return m_size; }
-    uint64_t Commands() const { return m_commands; }
 
-    // Ends the pass and closes the file. False when not everything reached the system.
-    [[nodiscard]] bool Finish(std::string* error);
+    // While there are more commands than the limit, turns those copies into literals that save the
+    // least.
+    void LimitCommands(size_t limit);
+
+    // Writes the patch, with the literals' data from the new contents. False when not everything
+    // reached the system.
+    [[nodiscard]] bool Write(const std::string& path, const uint8_t* contents,
+                             std::string* error) const;
 
 private:
-    void Flush();
-    void Put(const void* data, size_t size);
+    struct Command {
+        uint32_t offset;
+        uint32_t length;
+        bool IsLiteral() const { return offset == kLiteral; }
+    };
+    static constexpr uint32_t kLiteral = UINT32_MAX;  // no offset: the old contents end before it
 
-    std::string m_path;
-    Stream m_file;
-    uint64_t m_size = 0;
-    uint64_t m_commands = 0;
+    void DropCopies(uint64_t price, size_t limit);
 
-    // The command that may still grow: a literal, else a copy, unless the length is 0.
-    const uint8_t* m_literal = nullptr;
-    uint32_t m_offset = 0;
-    uint32_t m_length = 0;
+    std::deque<Command> m_commands;  // grows without being moved
+    uint64_t m_size = kPatchEndOfPassSize;
 };
 
 #endif

@@ -1,0 +1,122 @@
+#include "delta/gap_ranges.h"
+
+#include <algorithm>
+#include <bit>
+
+#include "delta/bytes.h"
+
+namespace {
+
+// Gaps that are shorter are literals whatever stands nearby.
+constexpr size_t kLeastGap = 6;
+
+// The part of the old contents that is indexed for being beside gaps, and how much beside each.
+constexpr size_t kBesidePart = 32;
+constexpr size_t kMostBeside = 65536;
+
+// When more than this part would be indexed, all might as well be.
+constexpr size_t kLargestPart = 4;
+
+// A window is found so often: what stands in the contents everywhere need not be indexed
+// everywhere.
+constexpr uint32_t kMostFound = 16;
+
+// Before a window that was found, as a match may begin there, and from its beginning on, as much as
+// tells most matches apart.
+constexpr size_t kBefore = kWindowStride;
+constexpr size_t kAfter = 2 * kWindow;
+
+// The windows of the gaps, one for each value of a hash, and how often each was found.
+class WindowTable {
+public:
+    explicit WindowTable(size_t count) : m_bits(std::bit_width(count) + 1) {
+        m_slots.assign(size_t{1} << m_bits, 0);
+    }
+
+    void Add(const uint8_t* window) {
+        const uint64_t hash = HashOfWindow(window);
+        uint32_t& entry = m_slots[hash >> (64 - m_bits)];
+        if (entry == 0) entry = EntryOf(hash);
+    }
+
+    bool Find(const uint8_t* window) {
+        const uint64_t hash = HashOfWindow(window);
+        uint32_t& entry = m_slots[hash >> (64 - m_bits)];
+        const uint32_t found = entry - EntryOf(hash);
+        if (entry == 0 || found >= kMostFound) return false;
+        ++entry;
+        return true;
+    }
+
+private:
+    // Bits of the hash, above a byte that counts from one on.
+    static uint32_t EntryOf(uint64_t hash) { return static_cast<uint32_t>(hash) << 8 | 1; }
+
+    int m_bits;
+    std::vector<uint32_t> m_slots;
+};
+
+// In order; those that touch become one.
+std::vector<Range> Joined(std::vector<Range> ranges) {
+    std::sort(ranges.begin(), ranges.end(),
+              [](const Range& a, const Range& b) { return a.begin < b.begin; });
+    std::vector<Range> joined;
+    for (const Range& range : ranges) {
+        if (!joined.empty() && range.begin <= joined.back().end) {
+            joined.back().end = std::max(joined.back().end, range.end);
+        } else {
+            joined.push_back(range);
+        }
+    }
+    return joined;
+}
+
+}  // namespace
+
+std::vector<Range> GapRanges(const std::vector<LongMatch>& matches, const uint8_t* old,
+                             size_t oldSize, const uint8_t* contents, size_t size) {
+    if (matches.empty()) return {};
+    std::vector<Range> gaps;
+    std::vector<size_t> edges;  // of the gaps, in the old contents
+    size_t gapBytes = 0;
+    const auto add = [&](Range gap, size_t before, size_t after) {
+        if (gap.end - gap.begin < kLeastGap) return;
+        gaps.push_back(gap);
+        edges.insert(edges.end(), {before, after});
+        gapBytes += gap.end - gap.begin;
+    };
+    LongMatch last{0, 0, 0};
+    for (const LongMatch& match : matches) {
+        add({last.End(), match.begin}, last.offset + last.length, match.offset);
+        last = match;
+    }
+    add({last.End(), size}, last.offset + last.length, oldSize);
+
+    std::vector<Range> ranges = {{0, std::min(oldSize, kAfter)}};
+    for (const size_t edge : edges) {
+        const size_t width = std::min(oldSize / kBesidePart / edges.size() / 2, kMostBeside);
+        ranges.push_back({edge - std::min(edge, width), std::min(edge + width, oldSize)});
+    }
+    ranges = Joined(std::move(ranges));
+
+    WindowTable windows(gapBytes);
+    for (const Range& gap : gaps) {
+        for (size_t at = gap.begin; at + kWindow <= gap.end; ++at) windows.Add(contents + at);
+    }
+    size_t left = oldSize / kLargestPart;
+    const size_t beside = ranges.size();
+    for (size_t at = kBefore; at + kWindow <= oldSize; at += kWindowStride) {
+        if (!windows.Find(old + at)) continue;
+        const Range range = {at - kBefore, std::min(at + kAfter, oldSize)};
+        const bool joins = ranges.size() > beside && ranges.back().end >= range.begin;
+        const size_t more = range.end - (joins ? ranges.back().end : range.begin);
+        if (more > left) return {};
+        left -= more;
+        if (joins) {
+            ranges.back().end = range.end;
+        } else {
+            ranges.push_back(range);
+        }
+    }
+    return Joined(std::move(ranges));
+}

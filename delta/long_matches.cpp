@@ -1,0 +1,178 @@
+#include "delta/long_matches.h"
+
+#include <algorithm>
+#include <bit>
+#include <optional>
+
+#include "delta/bytes.h"
+
+namespace {
+
+constexpr size_t kBlock = 32;
+
+// Smaller files are as quickly indexed as a whole.
+constexpr size_t kSmallest = size_t{1} << 20;
+
+// Files of which more than this part is not covered have too much to be found in between.
+constexpr size_t kUncoveredPart = 16;
+
+// A shorter match that a hash found may stand in a better place somewhere else.
+constexpr size_t kLeastFound = 256;
+
+// So far behind a match a change in place is looked for before any other.
+constexpr size_t kNear = 64;
+
+// A match is extended so far back at the most, over those that it makes unnecessary.
+constexpr size_t kFarthestBack = 65536;
+
+constexpr size_t kNowhere = SIZE_MAX;
+
+// The blocks of the old contents, one for each value of a hash, so that contents which repeat
+// themselves cost no more than others.
+class BlockTable {
+public:
+    BlockTable(const uint8_t* old, size_t size) : m_old(old), m_count(size / kBlock) {
+        m_bits = std::bit_width(m_count) + 1;
+        m_slots.assign(size_t{1} << m_bits, 0);
+        for (size_t block = 0; block < m_count;) {
+            const size_t run = RunAt(block, m_count);
+            Offer(block, run);
+            block += run;
+        }
+    }
+
+    // Where in the old contents the bytes may stand; kNowhere when they are no block of them.
+    size_t Find(const uint8_t* bytes) const {
+        const Place place = PlaceOf(bytes);
+        const uint32_t entry = m_slots[place.slot];
+        return entry != 0 && (entry ^ place.tag) <= kNumber ? ((entry & kNumber) - 1) * kBlock
+                                                            : kNowhere;
+    }
+
+private:
+    // An entry is the number of a block, plus one, and some bits of its hash above.
+    static constexpr uint32_t kNumber = (1u << 27) - 1;
+
+    struct Place {
+        size_t slot;
+        uint32_t tag;
+    };
+
+    Place PlaceOf(const uint8_t* bytes) const {
+        const uint64_t mixed = Load64(bytes) * 0x9E3779B97F4A7C15u +
+                               std::rotl(Load64(bytes + 8), 13) * 0xC2B2AE3D27D4EB4Fu +
+                               std::rotl(Load64(bytes + 16), 29) * 0x165667B19E3779F9u +
+                               std::rotl(Load64(bytes + 24), 43) * 0x27D4EB2F165667C5u;
+        const uint64_t hash = (mixed ^ mixed >> 32) * 0xD6E8FEB86659FD93u;
+        return {static_cast<size_t>(hash >> (64 - m_bits)), static_cast<uint32_t>(hash) & ~kNumber};
+    }
+
+    // How many blocks from this one on are the same, up to a limit.
+    size_t RunAt(size_t block, size_t limit) const {
+        const uint8_t* first = m_old + block * kBlock;
+        size_t run = 1;
+        while (run < limit && block + run < m_count &&
+               memcmp(first, first + run * kBlock, kBlock) == 0) {
+            ++run;
+        }
+        return run;
+    }
+
+    // The first of several equal blocks stays, unless the other begins a longer run of them.
+    void Offer(size_t block, size_t run) {
+        const Place place = PlaceOf(m_old + block * kBlock);
+        uint32_t& entry = m_slots[place.slot];
+        if (entry == 0 || (run > 1 && RunAt((entry & kNumber) - 1, run) < run)) {
+            entry = place.tag | static_cast<uint32_t>(block + 1);
+        }
+    }
+
+    const uint8_t* m_old;
+    size_t m_count;
+    int m_bits;
+    std::vector<uint32_t> m_slots;
+};
+
+class Walk {
+public:
+    Walk(const MappedFile& from, MappedFile* to)
+        : m_old(from.Data()),
+          m_oldSize(from.Size()),
+          m_new(to->Data()),
+          m_size(to->Size()),
+          m_to(to) {}
+
+    std::vector<LongMatch> All() {
+        const size_t most = m_size / kUncoveredPart;
+        while (Next(most)) m_to->Release(End());
+        if (m_size - m_covered > most) m_matches.clear();
+        return std::move(m_matches);
+    }
+
+private:
+    size_t End() const { return m_matches.empty() ? 0 : m_matches.back().End(); }
+
+    // Adds the next match, unless more than `most` bytes remain uncovered.
+    bool Next(size_t most) {
+        const size_t from = End();
+        const size_t left = most - std::min(most, from - m_covered);
+        const size_t end = std::min(from + left, m_size - (kBlock - 1));
+        const size_t shift =
+            m_matches.empty() ? 0 : m_matches.back().offset - m_matches.back().begin;
+        for (size_t at = from; at < std::min(from + kNear, end); ++at) {
+            if (Try(at, at + shift, kBlock)) return true;
+        }
+        if (from >= end) return false;
+        if (!m_table) m_table.emplace(m_old, m_oldSize);
+        for (size_t at = from; at < end; ++at) {
+            if (at >= from + kNear && Try(at, at + shift, kBlock)) return true;
+            const size_t found = m_table->Find(m_new + at);
+            if (found != kNowhere && Try(at, found, kLeastFound)) return true;
+        }
+        return false;
+    }
+
+    bool Try(size_t begin, size_t offset, size_t least) {
+        if (offset >= m_oldSize || m_oldSize - offset < kBlock) return false;
+        const uint8_t* now = m_new + begin;
+        const uint8_t* before = m_old + offset;
+        if (Load64(now) != Load64(before) || memcmp(now, before, kBlock) != 0) return false;
+        const size_t length =
+            CommonLength(now, before, kBlock, std::min(m_size - begin, m_oldSize - offset));
+        size_t back = 0;
+        const size_t farthest = std::min({begin, offset, kFarthestBack});
+        while (back < farthest && *(now - back - 1) == *(before - back - 1)) ++back;
+        if (length + back < least) return false;
+        Add({begin - back, offset - back, length + back});
+        return true;
+    }
+
+    void Add(LongMatch match) {
+        while (!m_matches.empty() && m_matches.back().begin >= match.begin) {
+            m_covered -= m_matches.back().length;
+            m_matches.pop_back();
+        }
+        if (End() > match.begin) {
+            const size_t taken = End() - match.begin;
+            match = {match.begin + taken, match.offset + taken, match.length - taken};
+        }
+        m_covered += match.length;
+        m_matches.push_back(match);
+    }
+
+    const uint8_t* m_old;
+    size_t m_oldSize;
+    const uint8_t* m_new;
+    size_t m_size;
+    MappedFile* m_to;
+    std::vector<LongMatch> m_matches;
+    size_t m_covered = 0;  // the sum of their lengths
+    std::optional<BlockTable> m_table;
+};
+
+}  // namespace
+
+std::vector<LongMatch> LongMatches(const MappedFile& from, MappedFile* to) {
+    if (from.Size() < kSmallest || to->Size() < kBlock) return {};
+    return Walk(from, to).All();
+}
