@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "lib/stream.h"
+#include "lib/version_records.h"
 
 namespace {
 
@@ -14,8 +15,8 @@ constexpr size_t kFirstPart = 1024;
 constexpr size_t kLastPart = 7168;
 constexpr size_t kMostTaken = kFirstPart + kLastPart;
 
-constexpr const char* kReportFiles[] = {"halcyrix.lfv",   "errors.log", "openglerr.log",
-                                        "openglinfo.log", "config.ini", "tarn.cfg"};
+constexpr const char* kReportFiles[] = {kVersionRecordFile, "errors.log", "openglerr.log",
+                                        "openglinfo.log",   "config.ini", "tarn.cfg"};
 
 std::string EncodeName(const char* name) {
     std::string encoded;
