@@ -1,0 +1,264 @@
+// The real program as a player meets it: what its starts turn into, what its windows say, and where
+// keys lead.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <csignal>
+
+#include "tests/support/await.h"
+#include "tests/support/game.h"
+#include "tests/support/relay.h"
+#include "tests/support/screen.h"
+#include "update/messages.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr char kMainTitle[] = "Halcyrix Update Utility";
+
+// A program that tells in the file "told" of its HOME how it was started: its arguments, its
+// library path, the signals that it does not find as they should be, how many sockets were left to
+// it.
+constexpr char kScript[] =
+    "#!/bin/sh\n"
+    "{ echo \"$# $* $LD_LIBRARY_PATH\"\n"
+    "while read -r name value; do case $name in\n"
+    "SigBlk:) echo $value;; SigIgn:) echo $((0x$value & 0x1001000));; esac\n"  // PIPE and XFSZ
+    "done </proc/$$/status\n"
+    "readlink /proc/$$/fd/* | grep -c socket; } >$HOME/told\n"
+    "exit 7\n";
+
+std::string ScriptTells(const std::string& start) {
+    return start + "\n0000000000000000\n0\n0\n";
+}
+
+std::string Updater() {
+    return ReadFile(LOOPBACK_UPDATER);
+}
+
+// The game's home is the one of the test, in a player's home beside it.
+class ProgramTest : public GameTest {
+protected:
+    ProgramTest() {
+        fs::create_directory(Player());
+        fs::create_symlink(Home(), Player() / ".halcyrix");
+        fs::create_symlink(LOOPBACK_UPDATER, Player() / "update.rlb");
+    }
+
+    fs::path Player() const { return Home().parent_path() / "player"; }
+    // The program under a name that hands nothing off.
+    std::string Copy() const { return Player() / "update.rlb"; }
+
+    std::function<void()> AsPlayer(std::function<void()> more = {}) const {
+        return [this, more] {
+            setenv("HOME", Player().c_str(), 1);
+            setenv("G_DEBUG", "fatal-warnings", 1);
+            unsetenv("LD_LIBRARY_PATH");
+            sigset_t some;
+            sigemptyset(&some);
+            sigaddset(&some, SIGUSR1);
+            sigprocmask(SIG_SETMASK, &some, nullptr);
+            if (more) more();
+        };
+    }
+
+    // Waits until the console says it; its text is selected then. Returns all of it.
+    std::string AwaitConsole(Window window, const std::string& words) {
+        Awaiting("the console's words \"" + words + "\"");
+        for (;;) {
+            screen.Press(window, "ctrl+a");
+            std::string said;
+            RunProgram({"timeout", "1", "xclip", "-o"}, &said);
+            if (said.find(words) != std::string::npos) return said;
+        }
+    }
+
+    // Waits until no updater is at work in the game's home, which is when Play has come alive.
+    void AwaitRest() {
+        Awaiting("the end of the sessions");
+        const int home = open(Home().c_str(), O_RDONLY | O_CLOEXEC);
+        EXPECT_EQ(flock(home, LOCK_EX), 0);
+        close(home);
+    }
+
+    static TestScreen& Screen() {
+        static auto* const screen = new TestScreen;  // ends with the process
+        return *screen;
+    }
+    TestScreen& screen = Screen();
+};
+
+TEST_F(ProgramTest, UpdatesItselfAndTheGameAndShowsTheManualAndPlays) {
+    Publish("1.0", {{"linux64upd/update.rlb", Updater() + "newer"},
+                    {"linux64/halcyrix", kScript},
+                    {"common/manual.html", "The manual."}});
+    Install("", {{"linux64upd/update.rlb", Updater() + "old"}});
+    ServingProgram server(StorePath(), "127.0.0.1");
+    Program updater({UPDATER, "-phase2"},
+                    AsPlayer([] { setenv("BROWSER", "echo '%s' >$HOME/seen; exit 99", 1); }));
+    server.AwaitWords("linux64upd");
+    server.AwaitWords("linux64+common");
+    AwaitRest();
+    EXPECT_TRUE(ReadFile("update.rlb") == Updater() + "newer") << "replaced while it ran";
+    const Window window = screen.AwaitWindow(updater.Pid(), kMainTitle);
+    screen.Press(window, "Tab Tab space");
+    const Window notice = screen.AwaitWindow(updater.Pid(), "Error opening URL");
+    const std::string manual = "file:" + Player().string() + "/.halcyrix/manual.html\n";
+    EXPECT_EQ(ReadFile(Player() / "seen"), manual);
+    screen.Close(notice);
+    screen.Press(window, "shift+Tab space");
+    EXPECT_EQ(updater.Wait(), 7);
+    EXPECT_EQ(ReadFile(Player() / "told"), ScriptTells("0  ./drivers:."));
+}
+
+TEST_F(ProgramTest, StartsAsWhatItsNameAndArgumentsSay) {
+    const std::string own = "ARCHlinux64upd GETV ", game = "ARCHlinux64 ARCHcommon MOTD GETV ";
+    const struct {
+        std::string name, argument;
+        std::optional<std::string> copy;
+        std::string requests, told;
+    } cases[] = {
+        {UPDATER, "-phase2", kScript, "", "0  "},
+        {UPDATER, "-Bugreport", kScript, "", "0  "},
+        {LOOPBACK_UPDATER, "-phase2", std::nullopt, game, ""},
+        {LOOPBACK_UPDATER, "-phase2", "no program", game, ""},
+        {LOOPBACK_UPDATER, "-phase2", Updater().substr(0, 10000), game, ""},
+        {LOOPBACK_UPDATER, "x", std::nullopt, own, ""},
+        {Copy(), "-phase2x", kScript, own, "1 -phase2 "},  // after a session that failed
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name + " " + c.argument);
+        Install("", {});
+        fs::remove(Player() / "told");
+        if (c.copy) WriteFile("update.rlb", *c.copy);
+        // The server is gone at the version request, or lies about a name.
+        const std::string lie = FrameOf("1") + FrameOf(Encode(FileListEntry{"../x", 0, 0}));
+        Relay relay([&](const Passing& passing) -> std::optional<Instead> {
+            if (passing.payload == "MOTD") return Instead{FrameOf({'\0'})};
+            if (passing.payload != "GETV") return std::nullopt;
+            return c.told.empty() ? Instead{"", Instead::kHangUp} : Instead{lie};
+        });
+        Program updater({c.name, c.argument}, AsPlayer());
+        if (c.told.empty()) {
+            const Window window = screen.AwaitWindow(updater.Pid(), kMainTitle);
+            AwaitConsole(window, "Can't reach any");
+            AwaitRest();
+            screen.Close(window);
+        }
+        EXPECT_EQ(updater.Wait(), c.told.empty() ? 0 : 7);
+        EXPECT_EQ(ReadFile(Player() / "told"), c.told.empty() ? "(missing)" : ScriptTells(c.told));
+        std::string requests;
+        for (const std::string& request : relay.Requests()) {
+            if (request != "PVERA") requests += request.c_str() + std::string(" ");
+        }
+        EXPECT_EQ(requests, c.requests);
+    }
+}
+
+TEST_F(ProgramTest, MakesItsHomeOrSaysWhyItCannot) {
+    umask(0);
+    fs::remove(Player() / ".halcyrix");
+    const struct {
+        std::function<void()> prepare;
+        std::string error;  // empty where the directory is made
+    } cases[] = {
+        {[] {}, ""},
+        {[] { fs::create_symlink("/nowhere", ".halcyrix"); }, "No such file or directory"},
+        {[] { WriteFile(".halcyrix", "a file"); }, "Not a directory"},
+        {[] { chmod(".", 0500); }, "Permission denied"},
+        {[] { mkdir(".halcyrix", 0); }, "Permission denied"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.error);
+        const ScratchDir home;
+        Relay relay;
+        c.prepare();
+        Program updater({Copy()}, AsPlayer([&] { setenv("HOME", home.Path().c_str(), 1); }));
+        const Window window = screen.AwaitWindow(updater.Pid(), kMainTitle);
+        if (c.error.empty()) {
+            screen.Close(screen.AwaitWindow(updater.Pid(), "Halcyrix Home Directory"));
+            EXPECT_EQ(fs::status(".halcyrix").permissions(), fs::perms(0755));
+        } else {
+            AwaitConsole(window, (home.Path() / ".halcyrix: ").string() + c.error);
+            EXPECT_TRUE(relay.Requests().empty());
+        }
+        screen.Close(window);
+        EXPECT_EQ(updater.Wait(), 0);
+        chmod(".", 0700);
+    }
+}
+
+TEST_F(ProgramTest, WaitsForAnotherUpdater) {
+    Relay silent(Answer({{"MOTD", {}}}));
+    Program first({Copy(), "-phase2"}, AsPlayer());
+    AwaitConsole(screen.AwaitWindow(first.Pid(), kMainTitle), "Connecting");
+    Program second({Copy(), "-phase2"}, AsPlayer());
+    Program third({Copy(), "-phase2"}, AsPlayer());
+    for (Program* waiting : {&second, &third}) {
+        AwaitConsole(screen.AwaitWindow(waiting->Pid(), kMainTitle), "Another updater is at work");
+    }
+    screen.Press(screen.AwaitWindow(third.Pid(), kMainTitle), "Tab space");
+    EXPECT_EQ(third.Wait(), 0) << "Cancel works meanwhile";
+    EXPECT_EQ(kill(first.Pid(), SIGKILL), 0);
+    AwaitConsole(screen.AwaitWindow(second.Pid(), kMainTitle), "Connecting");
+}
+
+TEST_F(ProgramTest, AnswersAndEndsInALongCheck) {
+    WriteFile("big", "");
+    fs::resize_file("big", 4000000000);
+    Relay relay(
+        Answer({{"MOTD", {std::string(1, '\0')}},
+                {"GETV", {"1", Encode(FileListEntry{"linux64/big", 0, 4000000000}), {"\0", 1}}}}));
+    Program updater({Copy(), "-phase2"}, AsPlayer());
+    const Window window = screen.AwaitWindow(updater.Pid(), kMainTitle);
+    AwaitConsole(window, "No local version found");
+    screen.Press(window, "Tab space");
+    EXPECT_EQ(updater.Wait(), 0);
+    EXPECT_EQ(relay.Requests().back(), "GETV") << "the check had come to its end";
+}
+
+TEST_F(ProgramTest, StaysWhenTheNewCopyIsCutOffAndLetsThePlayerPlay) {
+    Publish("1.0", {{"linux64upd/update.rlb", Updater()}});
+    WriteFile("halcyrix", kScript);
+    ServingProgram server(StorePath(), "127.0.0.1");
+    Program updater({Copy()}, AsPlayer([] { new FileSizeLimit(100000); }));
+    const Window window = screen.AwaitWindow(updater.Pid(), kMainTitle);
+    AwaitConsole(window, "Is the disk full?");
+    screen.Press(window, "Tab space");
+    EXPECT_EQ(updater.Wait(), 7);
+    EXPECT_EQ(ReadFile(Player() / "told"), ScriptTells("0  ./drivers:."));
+}
+
+TEST_F(ProgramTest, KeepsItsDisplayApartFromClosedStreams) {
+    Program updater({Copy()}, AsPlayer([] { close_range(0, 2, 0); }));
+    screen.Close(screen.AwaitWindow(updater.Pid(), kMainTitle));
+    for (const char* fd : {"0", "1", "2"}) {
+        EXPECT_EQ(fs::read_symlink("/proc/" + std::to_string(updater.Pid()) + "/fd/" + fd),
+                  "/dev/null");
+    }
+    EXPECT_EQ(updater.Wait(), 0);
+}
+
+TEST_F(ProgramTest, SendsTheCrashReportThatWasTypedAndNoOther) {
+    WriteFile("update.rlb", kScript);  // handed off to in the other modes
+    for (const bool withAddress : {true, false}) {
+        Program receiver({SOURCE_DIR "/scripts/receive-report"});
+        receiver.AwaitWords("Waiting");
+        std::vector<std::string> command = {LOOPBACK_UPDATER, "-bugreport"};
+        if (withAddress) command.insert(command.end(), {"0x1234", "more"});
+        for (const std::string keys : {"Tab Tab Tab space", "a Tab b Return Tab space"}) {
+            Program reporter(command, AsPlayer());
+            screen.Press(screen.AwaitWindow(reporter.Pid(), "Halcyrix Bug Report"), keys);
+            EXPECT_EQ(reporter.Wait(), 0);
+        }
+        receiver.AwaitWords("username=a&platform=Linux&IP=" +
+                            std::string(withAddress ? "0x1234" : "none") + " HTTP");
+        receiver.AwaitWords("\n\nb\n\n*****");
+    }
+}
+
+}  // namespace
