@@ -3,7 +3,7 @@
 #include "bench/plain_checksum.h"
 #include "lib/checksum.h"
 #include "lib/file_helpers.h"
-#include "tests/support/quiet.h"
+#include "tests/support/recorders.h"
 #include "tests/support/scratch_dir.h"
 
 namespace {
@@ -54,7 +54,7 @@ void ChecksumOfAFile(benchmark::State& state) {
     const ScratchDir scratch;
     const auto size = static_cast<size_t>(state.range(0));
     WriteFile("file", SeededBytes(size, 2));
-    QuietProgress progress;
+    RecordingProgress progress;
     for (auto _ : state) benchmark::DoNotOptimize(FileChecksum("file", &progress));
     state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(size));
 }

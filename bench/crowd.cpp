@@ -21,7 +21,7 @@
 #include <string>
 #include <vector>
 
-#include "tests/support/frame_of.h"
+#include "tests/support/relay.h"
 #include "update/messages.h"
 
 namespace {

@@ -7,7 +7,7 @@
 
 #include "net/event_loop.h"
 #include "net/packet_tcp.h"
-#include "tests/support/frame_of.h"
+#include "tests/support/relay.h"
 
 namespace {
 

@@ -2,9 +2,9 @@
 
 #include <random>
 
+#include "fuzz/patch_model.h"
 #include "lib/patch_buffer.h"
 #include "lib/stream.h"
-#include "tests/support/patch_model.h"
 #include "tests/support/scratch_dir.h"
 
 namespace {

@@ -4,9 +4,9 @@
 
 #include <cstdlib>
 
-#include "lib/patch_file.h"
 #include "fuzz/patch_model.h"
-#include "tests/support/quiet.h"
+#include "lib/patch_file.h"
+#include "tests/support/recorders.h"
 #include "tests/support/scratch_dir.h"
 
 namespace {
@@ -32,8 +32,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const std::string old = SeededBytes(data[0], 1);
     const std::string patch(reinterpret_cast<const char*>(data) + 1, size - 1);
     if (!StaysSmall(patch, old.size())) return 0;
-    const QuietLog log;
-    QuietProgress progress;
+    const RecordingLog log;
+    RecordingProgress progress;
     WriteFile("file", old);
     WriteFile("patch", patch);
     const auto expected = Model(old, patch);

@@ -7,7 +7,7 @@
 #include <cstdlib>
 
 #include "lib/version_records.h"
-#include "tests/support/quiet.h"
+#include "tests/support/recorders.h"
 #include "tests/support/scratch_dir.h"
 
 // Whether the lines are text, whole, and short enough to be read in one piece. What does not fit is
@@ -24,7 +24,7 @@ static bool IsOfRecordForm(const std::string& text) {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     static const ScratchDir scratch;
     if (size == 0) return 0;
-    const QuietLog log;
+    const RecordingLog log;
     const std::string text(reinterpret_cast<const char*>(data) + 1, size - 1);
     const size_t split = std::min<size_t>(data[0], text.size());
     std::filesystem::remove(kVersionRecordFile);

@@ -10,7 +10,7 @@
 
 #include "serve/update_server.h"
 #include "store/publisher.h"
-#include "tests/support/quiet.h"
+#include "tests/support/recorders.h"
 #include "tests/support/scratch_dir.h"
 
 namespace {
@@ -45,7 +45,7 @@ struct Service {
         if (!publisher.Publish(&error)) abort();
     }
 
-    QuietLog log;
+    RecordingLog log;
     ScratchDir scratch;
     EventLoop loop;
     std::unique_ptr<Store> store;

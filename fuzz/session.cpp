@@ -11,8 +11,8 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "tests/support/frame_of.h"
-#include "tests/support/quiet.h"
+#include "tests/support/recorders.h"
+#include "tests/support/relay.h"
 #include "tests/support/scratch_dir.h"
 #include "update/update_client.h"
 
@@ -32,7 +32,7 @@ void Install(uint8_t kind) {
 }
 
 // The test's own end of the client's connection.
-class Server : public QuietProgress {
+class Server : public RecordingProgress {
 public:
     Server() { m_client.Start(1, "linux64", "common", nullptr); }
     ~Server() override { close(m_fd); }
@@ -69,7 +69,7 @@ private:
         while (recv(m_fd, heard, sizeof heard, MSG_DONTWAIT) > 0) continue;
     }
 
-    QuietLog m_log;
+    RecordingLog m_log;
     EventLoop m_loop;
     int m_connections = 0;
     UpdateClient m_client{&m_loop, this};

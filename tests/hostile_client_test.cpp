@@ -5,8 +5,8 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include "tests/support/frame_of.h"
 #include "tests/support/memory_use.h"
+#include "tests/support/relay.h"
 #include "tests/support/served_game.h"
 
 namespace {

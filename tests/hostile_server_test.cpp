@@ -8,9 +8,9 @@
 #include <csignal>
 #include <random>
 
-#include "tests/support/frame_of.h"
 #include "tests/support/memory_use.h"
 #include "tests/support/recorders.h"
+#include "tests/support/relay.h"
 #include "tests/support/scratch_disk.h"
 #include "tests/support/scripted_server.h"
 #include "update/messages.h"

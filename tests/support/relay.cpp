@@ -46,12 +46,6 @@ bool Send(int to, const std::string& bytes) {
 
 }  // namespace
 
-std::string FrameOf(const std::string& payload) {
-    uint8_t header[kFrameHeaderSize];
-    PutFrameHeader(header, static_cast<int>(payload.size()));
-    return std::string(header, header + kFrameHeaderSize) + payload;
-}
-
 Rule Answer(const std::map<std::string, std::vector<std::string>>& packets, Instead::Then then) {
     return [=](const Passing& passing) -> std::optional<Instead> {
         const auto answer = packets.find(passing.payload.substr(0, 4));

@@ -10,8 +10,14 @@
 #include <thread>
 #include <vector>
 
+#include "net/frame.h"
+
 // Packets as they go over the wire.
-std::string FrameOf(const std::string& payload);
+inline std::string FrameOf(const std::string& payload) {
+    uint8_t header[kFrameHeaderSize];
+    PutFrameHeader(header, static_cast<int>(payload.size()));
+    return std::string(header, header + kFrameHeaderSize) + payload;
+}
 
 // A packet that has come.
 struct Passing {
