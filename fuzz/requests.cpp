@@ -39,10 +39,11 @@ struct Service {
 
     static void Publish(const std::string& version) {
         NoObserver observer;
+        std::vector<std::string> problems;
         std::string error;
         Publisher publisher({"store", version, {{"linux64", "linux64"}, {"common", "common"}}, 3},
                             &observer);
-        if (!publisher.Publish(&error)) abort();
+        if (!publisher.Prepare(&problems) || !publisher.Commit(&error)) abort();
     }
 
     RecordingLog log;
