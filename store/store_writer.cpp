@@ -61,7 +61,8 @@ bool ReadReservation(const std::string& store, Reservation* reservation, std::st
     sscanf(text.c_str(), "halcyrix-reserved 1\nsequence %" SCNu32 "\nindex %" SCNu32 "\n",
            &reservation->sequence, &reservation->index);
     if (FormatReservation(*reservation) == text) return true;
-    *error = path + ": damaged";
+    *error =
+        path + ": damaged; bring it back from a backup, or remove it if no release was withdrawn";
     return false;
 }
 
