@@ -4,6 +4,7 @@
 #include <cstdio>
 
 #include "delta/delta.h"
+#include "lib/file_helpers.h"
 #include "lib/patch_buffer.h"
 #include "lib/patch_reader.h"
 #include "lib/stream.h"
@@ -61,6 +62,9 @@ ExitStatus Diff(const std::string& from, const std::string& to, const std::strin
 }
 
 ExitStatus Apply(const std::string& from, const std::string& patch, const std::string& result) {
+    for (const std::string& path : {from, patch}) {
+        if (FileSize(path) == -1) return Problem(SystemError(path));
+    }
     PatchBuffer patched;
     if (!patched.Load(patch, from)) return Problem(patch + ": cannot be applied to " + from);
     if (patched.Size() == 0) return Problem(patch + ": makes an empty file");

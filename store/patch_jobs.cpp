@@ -79,7 +79,7 @@ Workshop::Workshop(std::vector<PatchJob>* jobs, uint64_t memory,
         if (MemoryOf(job) <= memory) {
             m_waiting.push_back(&job);
         } else {
-            job.reason = "it would take more memory than --memory allows";
+            job.reason = "it would take more memory than it may have (--memory)";
         }
     }
     // The large ones first, so that none of them is left for the end.

@@ -25,7 +25,7 @@ uint32_t SequenceOf(const std::string& name) {
 }
 
 // Copies may be mended while they are served, file by file.
-constexpr std::chrono::seconds kLookAgain{3};
+constexpr std::chrono::seconds kLookAgain{1};
 
 // What is wrong with a file that ought to have a length; empty when nothing is.
 std::string FileFault(const std::string& path, uint32_t length) {

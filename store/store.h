@@ -49,7 +49,7 @@ public:
     static std::unique_ptr<Store> Open(const std::string& directory, std::string* error);
 
     // Takes up releases that were published since and forgets removed ones. Looks at damaged ones
-    // again every few seconds. Costs one system call when there is nothing to do.
+    // again every second. Costs one system call when there is nothing to do.
     void Refresh();
 
     // A file of the release could not be read as it was published: looks at its files again.
