@@ -27,7 +27,7 @@ uint64_t FreeMemory() {
 }
 
 uint64_t MemoryOf(const PatchJob& job) {
-    return 4 * uint64_t{job.oldLength};
+    return PatchMemory(job.oldLength, job.newLength);
 }
 
 // Does one job. False when something could not be read or written.
