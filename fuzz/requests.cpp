@@ -2,7 +2,6 @@
 //
 // Input: the stream of the connection.
 
-#include <arpa/inet.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -32,9 +31,9 @@ struct Service {
         std::string error;
         store = Store::Open("store", &error);
         ServerOptions options;
-        options.address = inet_addr("127.0.0.1");
+        options.address = "127.0.0.1";
         options.port = 0;  // any free one: clients are handed to it
-        server = std::make_unique<UpdateServer>(&loop, store.get(), options);
+        server = UpdateServer::Open(store.get(), options, &error);
     }
 
     static void Publish(const std::string& version) {
@@ -48,7 +47,6 @@ struct Service {
 
     RecordingLog log;
     ScratchDir scratch;
-    EventLoop loop;
     std::unique_ptr<Store> store;
     std::unique_ptr<UpdateServer> server;
 };
@@ -59,17 +57,19 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     static Service service;
     int ends[2];
     if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0) abort();
-    SetNonBlocking(ends[1]);
-    service.server->OnAccept(ends[0], {});
+    evutil_make_socket_nonblocking(ends[0]);
+    evutil_make_socket_nonblocking(ends[1]);
+    service.server->Accept(ends[0], {});
+    const auto serve = [] { event_base_loop(service.server->Base(), EVLOOP_NONBLOCK); };
     for (size_t at = 0; at < size;) {
         const ssize_t sent = send(ends[1], data + at, size - at, MSG_NOSIGNAL);
         if (sent > 0) at += static_cast<size_t>(sent);
-        service.loop.Dispatch(0);
+        serve();
         char heard[65536];
-        while (recv(ends[1], heard, sizeof heard, 0) > 0) service.loop.Dispatch(0);
+        while (recv(ends[1], heard, sizeof heard, 0) > 0) serve();
         if (sent <= 0) break;
     }
     close(ends[1]);
-    while (service.loop.Dispatch(0) > 0) continue;
+    for (int i = 0; i < 3; ++i) serve();  // it hears of the end, and lets go
     return 0;
 }

@@ -26,14 +26,7 @@ ExitStatus List(const std::string& store);
 ExitStatus Withdraw(const std::string& store, const std::string& version);
 ExitStatus Prune(const std::string& store, size_t keep);
 ExitStatus Check(const std::string& store);
-
-struct ServeRequest {
-    std::string store;
-    std::string address = "0.0.0.0";  // the same as the server's, as text
-    ServerOptions server;
-    std::string statusFile;
-};
-ExitStatus Serve(const ServeRequest& request);
+ExitStatus Serve(const std::string& store, const ServerOptions& options);
 
 ExitStatus Diff(const std::string& from, const std::string& to, const std::string& patch);
 ExitStatus Apply(const std::string& from, const std::string& patch, const std::string& result);

@@ -20,6 +20,13 @@ std::string CheckAddress(const std::string& text) {
     return inet_pton(AF_INET, text.c_str(), &address) == 1 ? "" : text + " is no IPv4 address";
 }
 
+std::string CheckMetricsAddress(const std::string& text) {
+    const size_t colon = text.rfind(':');
+    const std::string port = colon == std::string::npos ? "" : text.substr(colon + 1);
+    if (!CLI::Range(1, 65535)(port).empty()) return text + " is not ADDRESS:PORT";
+    return CheckAddress(text.substr(0, colon));
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -96,27 +103,55 @@ int main(int argc, char** argv) {
     check->add_option("STORE", store, "The store")->required();
     check->callback([&] { status = Check(store); });
 
-    ServeRequest serving;
-    ServerOptions& server = serving.server;
+    ServerOptions server;
     CLI::App* serve = app.add_subcommand("serve", "Serve a store's releases to updaters");
-    serve->add_option("STORE", serving.store, "The store")->required();
-    serve->add_option("--listen", serving.address, "Local IPv4 address to listen on")
+    serve->add_option("STORE", store, "The store")->required();
+    serve->add_option("--listen", server.address, "Local IPv4 address to listen on")
         ->check(CheckAddress)
         ->capture_default_str();
     serve->add_option("--port", server.port, "Port to listen on")
         ->check(CLI::Range(1, 65535))
         ->capture_default_str();
     serve->add_option("--slots", server.slots, "How many clients download at a time")
-        ->check(CLI::Range(1, 900))
+        ->check(CLI::Range(1, 100'000))
+        ->capture_default_str();
+    serve
+        ->add_option("--per-address", server.perAddress,
+                     "How many clients one address may have, 0 for any number")
+        ->check(CLI::NonNegativeNumber)
+        ->capture_default_str();
+    const auto addRate = [serve](const char* name, uint64_t* rate, const char* description) {
+        serve->add_option(name, *rate, description)
+            ->type_name("BYTES")
+            ->transform(CLI::AsSizeValue(true))
+            ->capture_default_str();
+    };
+    addRate("--client-rate", &server.clientRate,
+            "Bytes in a second for each download, as 500k or 20M; 0 for no limit");
+    addRate("--total-rate", &server.totalRate, "The same for all downloads together");
+    addRate("--min-rate", &server.minRate, "Who is slower over a minute loses the slot");
+    serve
+        ->add_option("--drain", server.drainSeconds,
+                     "How long downloads may go on when the server is told to stop")
+        ->type_name("SECONDS")
+        ->check(CLI::Range(0, 86'400))
         ->capture_default_str();
     serve->add_option("--motd", server.motdFile,
                       "Text file with the message of the day, read anew for each client; at most "
                       "64 KiB of it are shown");
-    serve->add_option("--status", serving.statusFile,
-                      "File to keep the server's counts in, rewritten every few seconds");
+    serve
+        ->add_option("--metrics", server.metrics,
+                     "Where to answer HTTP requests for /metrics, in the format of Prometheus")
+        ->type_name("ADDRESS:PORT")
+        ->check(CheckMetricsAddress);
     serve->callback([&] {
-        inet_pton(AF_INET, serving.address.c_str(), &server.address);
-        status = Serve(serving);
+        // Every download would be too slow.
+        const uint64_t share = server.totalRate / static_cast<uint64_t>(server.slots);
+        if ((server.clientRate > 0 && server.clientRate < server.minRate) ||
+            (server.totalRate > 0 && share < server.minRate)) {
+            throw CLI::ValidationError("--min-rate is above what the other rates leave a download");
+        }
+        status = Serve(store, server);
     });
 
     std::string from, to, patch;

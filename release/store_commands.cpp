@@ -133,3 +133,10 @@ ExitStatus Prune(const std::string& store, size_t keep) {
            releases.size() - superseded.size());
     return EXIT_DONE;
 }
+
+ExitStatus Serve(const std::string& store, const ServerOptions& options) {
+    std::string error;
+    const std::unique_ptr<Store> opened = Store::Open(store, &error);
+    if (!opened || !Serve(opened.get(), options, &error)) return Problem(error);
+    return EXIT_DONE;
+}

@@ -1,10 +1,10 @@
 #include "serve/client_session.h"
 
 #include <arpa/inet.h>
-#include <netinet/tcp.h>
 #include <sys/socket.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <utility>
 
@@ -18,6 +18,11 @@ namespace {
 
 // A client names one or two components; this many stand for nothing but mischief.
 constexpr size_t kMaxComponents = 16;
+constexpr size_t kMaxComponentLength = 255;  // as long as a directory's name can be
+
+constexpr size_t kListPiece = 16 * 1024;
+
+}  // namespace
 
 std::string AddressText(const sockaddr_in& peer) {
     char text[INET_ADDRSTRLEN] = "?";
@@ -25,60 +30,100 @@ std::string AddressText(const sockaddr_in& peer) {
     return text + (":" + std::to_string(ntohs(peer.sin_port)));
 }
 
-}  // namespace
-
-ClientSession::ClientSession(UpdateServer* server, int32_t fd, const sockaddr_in& peer)
-    : RXPacketTCP(fd, IO_READ),
-      m_server(server),
-      m_address(AddressText(peer)),
-      m_started(EventLoop::Now()),
-      m_lastActivity(m_started) {
-    SetNonBlocking(fd);
-    const int on = 1;
-    setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+ClientSession::ClientSession(UpdateServer* server, evutil_socket_t fd, const sockaddr_in& peer)
+    : m_server(server),
+      m_connection(bufferevent_socket_new(server->Base(), fd, BEV_OPT_CLOSE_ON_FREE)),
+      m_deadline(evtimer_new(
+          server->Base(),
+          [](evutil_socket_t, short, void* self) {
+              static_cast<ClientSession*>(self)->OnDeadline();
+          },
+          this)),
+      m_peer(peer),
+      m_started(Clock::now()) {
+    bufferevent* const connection = m_connection.get();
+    bufferevent_setcb(
+        connection,
+        [](bufferevent*, void* self) { static_cast<ClientSession*>(self)->OnReadable(); },
+        [](bufferevent*, void* self) { static_cast<ClientSession*>(self)->OnDrained(); },
+        [](bufferevent*, short what, void* self) {
+            static_cast<ClientSession*>(self)->OnHangup(what);
+        },
+        this);
+    bufferevent_setwatermark(connection, EV_READ, 0, kMaxFrame);
+    bufferevent_set_max_single_write(connection, EV_SSIZE_MAX);
+    bufferevent_enable(connection, EV_READ);
+    ++m_server->Counts().sessions[m_state];
+    Arm(m_deadline.get(), m_server->Options().greetingLimit);
 }
 
-void ClientSession::OnPacket(const uint8_t* data, int length) {
-    if (m_state == ENDED) return;
-    m_lastActivity = EventLoop::Now();
-    // Clients wait for each reply, so only one that does not read comes here with output waiting.
-    // This also bounds what a flood of requests can make the buffer hold.
-    const auto request = DecodeRequest(data, static_cast<size_t>(length));
-    if (!request || !m_output.IsEmpty() || !Answer(*request)) {
-        End("broke the protocol");
-        return;
+ClientSession::~ClientSession() {
+    --m_server->Counts().sessions[m_state];
+}
+
+void ClientSession::Enter(ClientState state) {
+    auto& counts = m_server->Counts().sessions;
+    --counts[m_state];
+    ++counts[state];
+    m_state = state;
+}
+
+void ClientSession::OnReadable() {
+    evbuffer* const input = bufferevent_get_input(m_connection.get());
+    uint8_t header[kFrameHeaderSize];
+    while (evbuffer_copyout(input, header, sizeof header) == sizeof header) {
+        const int length = FramePayloadLength(header);
+        const int frameLength = kFrameHeaderSize + length;
+        if (length > kMaxPayload) return End(BROKE_PROTOCOL);
+        if (evbuffer_get_length(input) < static_cast<size_t>(frameLength)) return;
+        const uint8_t* frame = evbuffer_pullup(input, frameLength);
+        const auto request = DecodeRequest(frame + kFrameHeaderSize, static_cast<size_t>(length));
+        evbuffer_drain(input, static_cast<size_t>(frameLength));
+        // Clients wait for each reply, so only one that does not read comes here with output
+        // waiting. This also bounds what a flood of requests can make the buffer hold.
+        const Ending ending = request && OutputIsEmpty() ? Answer(*request) : BROKE_PROTOCOL;
+        if (ending != GOES_ON) return End(ending);
     }
-    Flush();
 }
 
-// False when the request has no place at this point of the conversation.
-bool ClientSession::Answer(const Request& request) {
+Ending ClientSession::Answer(const Request& request) {
     const bool mayResume = std::exchange(m_mayResume, false);
     switch (m_state) {
-        case GREETING: m_state = COMPONENTS; return request.tag == kGreeting;
-        case COMPONENTS:
-            if (request.tag == kTagComponent) {
+        case CONNECTED:
+            if (request.tag != kGreeting) return BROKE_PROTOCOL;
+            Enter(GREETED);
+            return GOES_ON;
+        case GREETED:
+            if (request.tag == kTagComponent && !m_motdTold) {
                 m_components.push_back(request.name);
                 return m_components.size() <= kMaxComponents &&
-                       ComponentFault(request.name).empty();
+                               request.name.size() <= kMaxComponentLength &&
+                               ComponentFault(request.name).empty()
+                           ? GOES_ON
+                           : BROKE_PROTOCOL;
             }
-            if (m_components.empty()) return false;
-            if (request.tag == kTagMotd) {
+            if (m_components.empty()) return BROKE_PROTOCOL;
+            if (request.tag == kTagMotd && !std::exchange(m_motdTold, true)) {
                 AnswerMotd();
-                return true;
+                return GOES_ON;
             }
-            return request.tag == kTagVersion && AnswerVersion();
-        case MOTD_TOLD: return request.tag == kTagVersion && AnswerVersion();
+            return request.tag == kTagVersion ? AnswerVersion() : BROKE_PROTOCOL;
         case NEGOTIATING:
-            if (request.tag == kTagResume) return mayResume && AnswerResume(request.resume);
-            if (request.tag == kTagQueue) {
-                m_state = QUEUED;
-                m_server->Join(this);
-                return true;
+            if (request.tag == kTagResume) {
+                return mayResume ? AnswerResume(request.resume) : BROKE_PROTOCOL;
             }
-            return AnswerFileRequest(request);
-        case READY: m_state = STREAMING; return request.tag == kTagDownload;
-        default: return false;
+            if (request.tag != kTagQueue) return AnswerFileRequest(request);
+            Enter(WAITING);
+            m_joined = Clock::now();
+            m_ticket = m_server->Join(this);
+            return GOES_ON;
+        case READY:
+            if (request.tag != kTagDownload) return BROKE_PROTOCOL;
+            Enter(DOWNLOADING);
+            m_bytesWatched = BytesSent();
+            Arm(m_deadline.get(), m_server->Options().rateWindow);
+            return FillOutput();
+        default: return BROKE_PROTOCOL;
     }
 }
 
@@ -87,23 +132,23 @@ void ClientSession::AnswerMotd() {
     for (size_t begin = 0; begin < text.size(); begin += kMaxPayload) {
         Send(std::string_view(text).substr(begin, kMaxPayload));
     }
-    m_state = MOTD_TOLD;
 }
 
-bool ClientSession::AnswerVersion() {
+Ending ClientSession::AnswerVersion() {
     m_release = m_server->LatestRelease(m_components);
-    if (!m_release) return false;
-    Send(m_release->Version());
+    if (!m_release) return NOT_PUBLISHED;
+    evtimer_del(m_deadline.get());
+    Enter(LISTING);
     m_listedComponent = m_components.begin();
-    m_state = LISTING;
-    return true;
+    Send(m_release->Version());
+    return OutputIsEmpty() ? FillOutput() : GOES_ON;
 }
 
-void ClientSession::FillFileList() {
-    while (m_output.HasRoom()) {
+void ClientSession::FillFileList(evbuffer* output) {
+    while (evbuffer_get_length(output) < kListPiece) {
         if (m_listedComponent == m_components.end()) {
-            Send(std::string_view("\0", 1));
-            m_state = NEGOTIATING;
+            AddPacket(output, std::string_view("\0", 1));
+            Enter(NEGOTIATING);
             return;
         }
         const auto files = m_release->Files(*m_listedComponent);
@@ -113,7 +158,7 @@ void ClientSession::FillFileList() {
             continue;
         }
         const ReleaseFile& file = files[m_listedFiles++];
-        Send(Encode(FileListEntry{file.name, file.checksum, file.length}));
+        AddPacket(output, Encode(FileListEntry{file.name, file.checksum, file.length}));
     }
 }
 
@@ -127,16 +172,15 @@ bool ClientSession::HoldsComponent(const std::string& component) const {
     return std::find(m_components.begin(), m_components.end(), component) != m_components.end();
 }
 
-bool ClientSession::AnswerFileRequest(const Request& request) {
+Ending ClientSession::AnswerFileRequest(const Request& request) {
     if (request.tag != kTagChecksum && request.tag != kTagFull && request.tag != kTagPatch) {
-        return false;
+        return BROKE_PROTOCOL;
     }
     const ReleaseFile* file = FindListed(request.name);
-    if (file == nullptr) return false;
-    const Download whole{m_release->FilePath(*file), file->index, file->checksum, file->length};
+    if (file == nullptr) return BROKE_PROTOCOL;
     if (request.tag == kTagFull) {
         Send(Encode(FullReply{file->index, file->checksum, file->length}));
-        return AddDownload(whole);
+        return AddDownload(file->index);
     }
 
     // It goes to the log, and what a client sends may be anything.
@@ -145,98 +189,119 @@ bool ClientSession::AnswerFileRequest(const Request& request) {
         const auto installed = m_server->FindRelease(request.version);
         const ReleaseFile* before = installed ? installed->FindFile(request.name) : nullptr;
         Send(Encode(ChecksumReply{before != nullptr ? before->checksum : kNoChecksum}));
-        return true;
+        return GOES_ON;
     }
     const ReleasePatch* patch = m_release->FindPatch(request.name, request.version);
     if (patch == nullptr) {
         Send(Encode(PatchReply{"", file->index, file->length, file->checksum, false}));
-        return AddDownload(whole);
+        return AddDownload(file->index);
     }
     Send(Encode(PatchReply{Release::DownloadName(*patch), patch->index, patch->length,
                            patch->checksum, true}));
-    return AddDownload(
-        {m_release->PatchPath(*patch), patch->index, patch->checksum, patch->length});
+    return AddDownload(patch->index);
 }
 
-bool ClientSession::AddDownload(Download download) {
+Ending ClientSession::AddDownload(uint32_t index) {
     m_mayResume = true;
-    return m_downloads.Add(std::move(download));
+    return m_downloads.Add(index) ? GOES_ON : BROKE_PROTOCOL;
 }
 
-bool ClientSession::AnswerResume(const ResumeRequest& resume) {
-    Download& download = m_downloads.Last();
+Ending ClientSession::AnswerResume(const ResumeRequest& resume) {
+    const Download download = FindDownload(*m_release, m_downloads.Last());
     const bool accepted = resume.offset > 0 && resume.offset <= download.length &&
                           FileTailChecksum(download.path, resume.offset) == resume.tailChecksum;
-    if (accepted) download.startOffset = resume.offset;
+    if (accepted) m_downloads.ResumeLast(resume.offset);
     Send(Encode(ResumeReply{accepted}));
-    return true;
+    return GOES_ON;
 }
 
 void ClientSession::Admit() {
-    m_state = READY;
+    const auto now = Clock::now();
+    m_server->Counts().CountWait(now - std::exchange(m_joined, now));
+    m_server->LimitRate(m_connection.get());
+    Enter(READY);
+    Arm(m_deadline.get(), m_server->Options().readyLimit);
     Send(Encode(QueueStatus{true, 0, 0, 0}));
-    Flush();
 }
 
-void ClientSession::TellPlace(uint16_t position, uint16_t queueLength, uint16_t rate) {
+void ClientSession::TellPlace(const QueueStatus& status) {
     // Who has not read the last status yet does not need another.
-    if (!m_output.IsEmpty()) return;
-    Send(Encode(QueueStatus{false, position, queueLength, rate}));
-    Flush();
+    if (OutputIsEmpty()) Send(Encode(status));
 }
 
-void ClientSession::OnWritable() {
-    Flush();
+// Into the empty buffer, one piece for each call, so that a fast client leaves the others their
+// turn.
+Ending ClientSession::FillOutput() {
+    auto result = DownloadStream::MORE;
+    if (m_state == LISTING) FillFileList(Output());
+    if (m_state == DOWNLOADING) result = m_downloads.Fill(*m_release, Output());
+    m_bytesMade += evbuffer_get_length(Output());
+    m_streamMade = result == DownloadStream::COMPLETE;
+    return result == DownloadStream::UNREADABLE ? UNREADABLE : GOES_ON;
 }
 
-void ClientSession::OnDisconnect() {
-    // A balancer looks in without a word, to see whether somebody is there.
-    const bool unused = m_state == GREETING;
-    const bool done = m_state == STREAMED || (m_state == NEGOTIATING && m_output.IsEmpty());
-    End(unused || done ? "" : "hung up early");
-}
-
-void ClientSession::FillOutput() {
-    if (m_state == LISTING) FillFileList();
-    if (m_state != STREAMING) return;
-    switch (m_downloads.Fill(&m_output)) {
-        case DownloadStream::MORE: return;
-        case DownloadStream::COMPLETE: m_state = STREAMED; return;
-        case DownloadStream::UNREADABLE:
-            m_server->CountError();
-            End("cannot read " + m_downloads.CurrentPath() + " as it was published");
-            return;
+void ClientSession::OnDrained() {
+    CountSent();
+    if (m_streamMade && m_state == DOWNLOADING) {
+        evtimer_del(m_deadline.get());
+        Enter(SERVED);
+        bufferevent_remove_from_rate_limit_group(m_connection.get());
+        return m_server->Finish(this, Clock::now() - m_joined);
     }
+    if (m_state != LISTING && m_state != DOWNLOADING) return;
+    const Ending ending = FillOutput();
+    if (ending != GOES_ON) End(ending);
 }
 
-// One piece for each call, so that a fast client leaves the others their turn.
-void ClientSession::Flush() {
-    FillOutput();
-    if (m_state == ENDED) return;
-    if (!m_output.IsEmpty()) {
-        const int sent = m_output.SendTo(m_fd);
-        if (sent == -1) {
-            OnDisconnect();
-            return;
-        }
-        if (sent > 0) m_lastActivity = EventLoop::Now();
-        m_bytesSent += static_cast<uint64_t>(sent);
+void ClientSession::OnHangup(short what) {
+    const bool vanished = (what & BEV_EVENT_ERROR) != 0 && EVUTIL_SOCKET_ERROR() == ETIMEDOUT;
+    const bool done = m_state == SERVED || (m_state == NEGOTIATING && OutputIsEmpty());
+    End(vanished ? VANISHED : done ? COMPLETED : BROKE_OFF);
+}
+
+void ClientSession::OnDeadline() {
+    const ServerOptions& options = m_server->Options();
+    const uint64_t sent = BytesSent() - std::exchange(m_bytesWatched, BytesSent());
+    const auto window = std::chrono::duration<double>(options.rateWindow).count();
+    if (m_state != DOWNLOADING ||
+        static_cast<double>(sent) < static_cast<double>(options.minRate) * window) {
+        return End(TOO_SLOW);
     }
-    const bool more = !m_output.IsEmpty() || m_state == LISTING || m_state == STREAMING;
-    SetFlags(more ? IO_READ | IO_WRITE : IO_READ);
-    if (m_state == STREAMED && !more) m_server->Finish(this);
+    Arm(m_deadline.get(), options.rateWindow);
 }
 
-void ClientSession::End(const std::string& fault) {
-    if (m_state == ENDED) return;
-    auto ending = fault.empty() ? UpdateServer::COMPLETED : UpdateServer::DROPPED;
-    if (m_state == GREETING && fault.empty()) ending = UpdateServer::UNUSED;
-    if (ending != UpdateServer::UNUSED) {
+// Most replies go out at once; what the socket does not take waits in the buffer. A broken
+// connection shows by an event of its own.
+void ClientSession::Send(std::string_view payload) {
+    char frame[kMaxFrame];
+    const size_t length = kFrameHeaderSize + payload.size();
+    PutFrameHeader(reinterpret_cast<uint8_t*>(frame), static_cast<int>(payload.size()));
+    payload.copy(frame + kFrameHeaderSize, payload.size());
+    size_t sent = 0;
+    if (OutputIsEmpty()) {
+        const ssize_t taken = send(Descriptor(), frame, length, MSG_NOSIGNAL);
+        if (taken > 0) sent = static_cast<size_t>(taken);
+    }
+    if (sent < length) bufferevent_write(m_connection.get(), frame + sent, length - sent);
+    m_bytesMade += length;
+    CountSent();
+}
+
+void ClientSession::CountSent() {
+    m_server->Counts().sentBytes += BytesSent() - std::exchange(m_bytesCounted, BytesSent());
+}
+
+void ClientSession::End(Ending ending) {
+    CountSent();
+    if (m_state == SERVED && ending == LET_GO) ending = COMPLETED;
+    if (m_state == CONNECTED) {
+        m_server->Notice(AddressText(m_peer) + " never greeted: " + EndingText(ending));
+        ending = NEVER_GREETED;
+    } else {
         gamelog->Printf("%s%s%s\n", Summary().c_str(),
-                        fault.empty() ? "" : "; dropped: ", fault.c_str());
+                        ending == COMPLETED ? "" : "; dropped: ", EndingText(ending));
     }
-    m_state = ENDED;
-    Close();
+    if (ending == UNREADABLE) m_server->ReportUnreadable(*m_release);
     m_server->Remove(this, ending);
 }
 
@@ -248,10 +313,11 @@ std::string ClientSession::Summary() const {
     }
     char numbers[128];
     snprintf(numbers, sizeof numbers, "%u files, %llu bytes, %.1f s", m_downloads.FilesSent(),
-             static_cast<unsigned long long>(m_bytesSent),
-             static_cast<double>(EventLoop::Now() - m_started) / 1000);
+             static_cast<unsigned long long>(BytesSent()),
+             std::chrono::duration<double>(Clock::now() - m_started).count());
+    components.resize(std::min(components.size(), kMaxComponentLength));  // in the log
     const std::string latest = m_release ? m_release->Version() : "-";
     const std::string installed = m_installedVersion.empty() ? "-" : m_installedVersion;
-    return m_address + " " + (components.empty() ? "-" : components) + " " + installed + " -> " +
-           latest + ": " + numbers;
+    return AddressText(m_peer) + " " + (components.empty() ? "-" : components) + " " + installed +
+           " -> " + latest + ": " + numbers;
 }

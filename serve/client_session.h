@@ -2,94 +2,99 @@
 #ifndef HALCYRIX_SERVE_CLIENT_SESSION_H
 #define HALCYRIX_SERVE_CLIENT_SESSION_H
 
+#include <netinet/in.h>
+
 #include <cstdint>
 #include <list>
 #include <memory>
 #include <string>
 
-#include "net/packet_tcp.h"
+#include "serve/download_queue.h"
 #include "serve/download_stream.h"
-#include "serve/output_buffer.h"
-#include "store/store.h"
+#include "serve/event_tools.h"
+#include "serve/metrics.h"
+#include "store/release.h"
 #include "update/messages.h"
 
 class UpdateServer;
 
-// Answers a client's requests, strictly in the order that the protocol gives them; whatever else
-// arrives ends the session. Replies wait in a buffer of bounded size: long ones, the file list and
-// the download stream, are made as the socket takes them.
-//
-// The server owns the session and outlives it. A session that has ended does nothing any more, and
-// is destroyed by the server outside of its handlers.
-class ClientSession : public RXPacketTCP {
-public:
-    // Takes over the accepted descriptor.
-    ClientSession(UpdateServer* server, int32_t fd, const sockaddr_in& peer);
+// "address:port".
+std::string AddressText(const sockaddr_in& peer);
 
-    void OnPacket(const uint8_t* data, int length) override;
-    void OnWritable() override;
-    void OnDisconnect() override;
+// Answers a client's requests, strictly in the order that the protocol gives them; whatever else
+// arrives ends the session. What waits for the client is of bounded size: long replies, the file
+// list and the download stream, are made as the socket takes them.
+//
+// The server owns the session and outlives it. It is destroyed when it ends, by End(), which each
+// of its handlers therefore calls last.
+class ClientSession {
+public:
+    // Takes over the accepted descriptor, which is non-blocking.
+    ClientSession(UpdateServer* server, evutil_socket_t fd, const sockaddr_in& peer);
+    ~ClientSession();
+    ClientSession(const ClientSession&) = delete;
+    ClientSession& operator=(const ClientSession&) = delete;
 
     // Its turn has come.
     void Admit();
-    // It stands at `position` of the line.
-    void TellPlace(uint16_t position, uint16_t queueLength, uint16_t rate);
+    // Where it stands in the line.
+    void TellPlace(const QueueStatus& status);
 
-    // Hangs up and writes the session's line to the log, with what went wrong unless `fault` is
-    // empty. One that was never used is passed over. Ends nothing twice.
-    void End(const std::string& fault);
+    // Leaves the server and writes the session's line to the log. Destroys the session.
+    void End(Ending ending);
 
-    // The clock reading at which bytes last moved.
-    uint64_t LastActivity() const { return m_lastActivity; }
-
-    uint64_t BytesSent() const { return m_bytesSent; }
-
-    EventLoop::IO_Entry registration{};
+    bool HoldsSlot() const { return m_state == READY || m_state == DOWNLOADING; }
+    evutil_socket_t Descriptor() const { return bufferevent_getfd(m_connection.get()); }
+    const sockaddr_in& Peer() const { return m_peer; }
+    DownloadQueue::Ticket QueueTicket() const { return m_ticket; }
 
 private:
-    enum State {
-        GREETING,     // nothing has been said
-        COMPONENTS,   // greeted; components are being named
-        MOTD_TOLD,    // the version request comes next
-        LISTING,      // the file list is being sent
-        NEGOTIATING,  // requests for files
-        QUEUED,       // waits for a slot
-        READY,        // has a slot; the download start comes next
-        STREAMING,    // the downloads are being sent
-        STREAMED,     // they have been; the client hangs up next
-        ENDED,
-    };
+    void OnReadable();
+    void OnDrained();
+    void OnHangup(short what);
+    void OnDeadline();
 
-    bool Answer(const Request& request);
-    bool AnswerVersion();
-    bool AnswerFileRequest(const Request& request);
-    bool AnswerResume(const ResumeRequest& resume);
+    // Each tells how the session goes on.
+    Ending Answer(const Request& request);
+    Ending AnswerVersion();
+    Ending AnswerFileRequest(const Request& request);
+    Ending AnswerResume(const ResumeRequest& resume);
     void AnswerMotd();
+    Ending FillOutput();
+    void FillFileList(evbuffer* output);
 
     bool HoldsComponent(const std::string& component) const;
     const ReleaseFile* FindListed(const std::string& name) const;
-    bool AddDownload(Download download);
+    Ending AddDownload(uint32_t index);
 
-    void Send(std::string_view payload) { m_output.AddPacket(payload); }
-    void FillOutput();
-    void FillFileList();
-    void Flush();
+    void Enter(ClientState state);
+    evbuffer* Output() const { return bufferevent_get_output(m_connection.get()); }
+    bool OutputIsEmpty() const { return evbuffer_get_length(Output()) == 0; }
+    uint64_t BytesSent() const { return m_bytesMade - evbuffer_get_length(Output()); }
+    void Send(std::string_view payload);
+    void CountSent();
     std::string Summary() const;
 
     UpdateServer* m_server;
-    std::string m_address;
-    State m_state = GREETING;
+    Owned<bufferevent> m_connection;
+    Owned<event> m_deadline;
+    sockaddr_in m_peer;
+    ClientState m_state = CONNECTED;
+    bool m_motdTold = false;
+    bool m_mayResume = false;  // the last reply announced a download
     std::list<std::string> m_components;
     std::shared_ptr<const Release> m_release;
     std::string m_installedVersion;
     std::list<std::string>::const_iterator m_listedComponent;
     size_t m_listedFiles = 0;  // of that component
     DownloadStream m_downloads;
-    bool m_mayResume = false;  // the last reply announced a download
-    OutputBuffer m_output;
-    uint64_t m_started;
-    uint64_t m_lastActivity;
-    uint64_t m_bytesSent = 0;
+    bool m_streamMade = false;
+    DownloadQueue::Ticket m_ticket = 0;
+    Clock::time_point m_started;
+    Clock::time_point m_joined;   // the line, or later its slot
+    uint64_t m_bytesMade = 0;     // for sending
+    uint64_t m_bytesCounted = 0;  // of those sent, in the server's counts
+    uint64_t m_bytesWatched = 0;  // of those sent, when the rate was looked at
 };
 
 #endif

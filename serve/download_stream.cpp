@@ -8,57 +8,99 @@
 #include "update/messages.h"
 
 namespace {
-constexpr int kPiecesAtOnce = 16;
+
+// With what libevent adds it is just below a power of two, which is what libevent allocates.
+constexpr int kPiecesAtOnce = 15;
+constexpr size_t kEnough = size_t{kPiecesAtOnce} * kMaxFrame;
+
+bool HasRoom(evbuffer* output) {
+    return evbuffer_get_length(output) + kMaxFrame <= kEnough;
 }
 
-bool DownloadStream::Add(Download download) {
-    if (!m_indexes.insert(download.index).second) return false;
-    m_downloads.push_back(std::move(download));
+}  // namespace
+
+Download FindDownload(const Release& release, uint32_t index) {
+    size_t place = index - release.FirstIndex();
+    if (place < release.Files().size()) {
+        const ReleaseFile& file = release.Files()[place];
+        return {release.FilePath(file), file.checksum, file.length};
+    }
+    place -= release.Files().size();
+    const ReleasePatch& patch = release.Patches()[place];
+    return {release.PatchPath(patch), patch.checksum, patch.length};
+}
+
+bool DownloadStream::Add(uint32_t index) {
+    for (const Run& run : m_runs) {
+        if (index - run.first < run.count) return false;
+    }
+    if (!m_runs.empty() && m_runs.back().startOffset == 0 && Last() + 1 == index) {
+        ++m_runs.back().count;
+    } else {
+        m_runs.push_back({index, 1, 0});
+    }
     return true;
 }
 
-DownloadStream::Result DownloadStream::Fill(OutputBuffer* output) {
-    while (!m_ended && output->HasRoom()) {
-        if (m_current == m_downloads.size()) {
-            output->AddPacket(Encode(DownloadHeader{kEndOfDownloads, 0, 0, 0}));
-            m_ended = true;
-        } else if (!(m_file ? SendPieces(output) : Begin(output))) {
-            return UNREADABLE;
-        }
-    }
-    return m_ended ? COMPLETE : MORE;
+void DownloadStream::ResumeLast(uint32_t offset) {
+    const uint32_t index = Last();
+    if (--m_runs.back().count == 0) m_runs.pop_back();
+    m_runs.push_back({index, 1, offset});
 }
 
-bool DownloadStream::Begin(OutputBuffer* output) {
-    const Download& download = m_downloads[m_current];
+DownloadStream::Result DownloadStream::Fill(const Release& release, evbuffer* output) {
+    evbuffer_expand(output, kEnough);
+    while (HasRoom(output)) {
+        if (m_run == m_runs.size()) {
+            AddPacket(output, Encode(DownloadHeader{kEndOfDownloads, 0, 0, 0}));
+            return COMPLETE;
+        }
+        if (!(m_file ? SendPieces(output) : Begin(release, output))) return UNREADABLE;
+    }
+    return MORE;
+}
+
+bool DownloadStream::Begin(const Release& release, evbuffer* output) {
+    const Download download = FindDownload(release, Current());
+    const uint32_t offset = m_runs[m_run].startOffset;
     m_file = OpenForReading(download.path);
     if (!m_file || StreamSize(m_file.get()) != download.length) return false;
-    m_remaining = download.length - download.startOffset;
-    if (lseek(fileno(m_file.get()), download.startOffset, SEEK_SET) == -1) return false;
-    output->AddPacket(Encode(
-        DownloadHeader{download.index, download.checksum, download.length, download.startOffset}));
+    m_remaining = download.length - offset;
+    if (lseek(fileno(m_file.get()), offset, SEEK_SET) == -1) return false;
+    AddPacket(output,
+              Encode(DownloadHeader{Current(), download.checksum, download.length, offset}));
     return true;
 }
 
 // Reads as many packets as the buffer has room for in one call: the frame headers between them are
 // stepped over. A packet that is not full, maybe empty, ends the file.
-bool DownloadStream::SendPieces(OutputBuffer* output) {
+bool DownloadStream::SendPieces(evbuffer* output) {
+    evbuffer_iovec space;
+    const size_t room = kEnough - evbuffer_get_length(output);
+    if (evbuffer_reserve_space(output, static_cast<ev_ssize_t>(room), &space, 1) != 1) return false;
     iovec pieces[kPiecesAtOnce];
     int count = 0;
     ssize_t wanted = 0;
     bool last = false;
-    output->KeepInPlace();
-    while (!last && count < kPiecesAtOnce && output->HasRoom()) {
+    auto* at = static_cast<uint8_t*>(space.iov_base);
+    while (!last && at + kMaxFrame <= static_cast<uint8_t*>(space.iov_base) + room) {
         const auto length = static_cast<int>(std::min<uint32_t>(m_remaining, kDataPacketSize));
-        pieces[count++] = {output->AddPacketInPlace(length), static_cast<size_t>(length)};
+        PutFrameHeader(at, length);
+        pieces[count++] = {at + kFrameHeaderSize, static_cast<size_t>(length)};
+        at += kFrameHeaderSize + length;
         m_remaining -= static_cast<uint32_t>(length);
         wanted += length;
         last = length < kDataPacketSize;
     }
     if (readv(fileno(m_file.get()), pieces, count) != wanted) return false;
-    if (last) {
-        m_file.reset();
-        ++m_current;
+    space.iov_len = static_cast<size_t>(at - static_cast<uint8_t*>(space.iov_base));
+    evbuffer_commit_space(output, &space, 1);
+    if (!last) return true;
+    m_file.reset();
+    ++m_filesSent;
+    if (++m_sentOfRun == m_runs[m_run].count) {
+        m_sentOfRun = 0;
+        ++m_run;
     }
     return true;
 }

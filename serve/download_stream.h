@@ -4,51 +4,59 @@
 
 #include <cstdint>
 #include <string>
-#include <unordered_set>
 #include <vector>
 
 #include "lib/stream.h"
-#include "serve/output_buffer.h"
+#include "serve/event_tools.h"
+#include "store/release.h"
 
 // One file or patch to be sent.
 struct Download {
     std::string path;  // in the store
-    uint32_t index;
     uint32_t checksum;
     uint32_t length;
-    uint32_t startOffset = 0;
 };
+// The release must have something with this index.
+Download FindDownload(const Release& release, uint32_t index);
 
-// The downloads that a client has asked for, and how far they have been sent: a header and data
-// packets for each, in the order of asking, then the end.
+// The downloads of one release that a client has asked for, and how far they have been sent: a
+// header and data packets for each, in the order of asking, then the end. A client may ask for a
+// whole game and then wait for an hour, so little is kept of each.
 class DownloadStream {
 public:
     // False when the index is in the stream already.
-    [[nodiscard]] bool Add(Download download);
+    [[nodiscard]] bool Add(uint32_t index);
 
-    // The download added last; there must be one.
-    Download& Last() { return m_downloads.back(); }
+    // The download added last; there must be one. It can be made to begin at an offset.
+    uint32_t Last() const { return m_runs.back().first + m_runs.back().count - 1; }
+    void ResumeLast(uint32_t offset);
 
     enum Result { MORE, COMPLETE, UNREADABLE };
 
-    // Adds packets while the buffer has room. UNREADABLE when a file of the store cannot be read or
-    // is not of its length any more; CurrentPath() then names it.
-    Result Fill(OutputBuffer* output);
+    // Fills the empty buffer with packets, as many as are worth one write. UNREADABLE when a file
+    // of the store cannot be read or is not of its length any more; Current() then is its index.
+    Result Fill(const Release& release, evbuffer* output);
 
-    const std::string& CurrentPath() const { return m_downloads[m_current].path; }
-
-    uint32_t FilesSent() const { return static_cast<uint32_t>(m_current); }
+    uint32_t Current() const { return m_runs[m_run].first + m_sentOfRun; }
+    uint32_t FilesSent() const { return m_filesSent; }
 
 private:
-    bool Begin(OutputBuffer* output);
-    bool SendPieces(OutputBuffer* output);
+    // Downloads with indexes that count up.
+    struct Run {
+        uint32_t first;
+        uint32_t count;
+        uint32_t startOffset;  // 0 unless the run is a single download
+    };
 
-    std::vector<Download> m_downloads;
-    std::unordered_set<uint32_t> m_indexes;
-    size_t m_current = 0;
+    bool Begin(const Release& release, evbuffer* output);
+    bool SendPieces(evbuffer* output);
+
+    std::vector<Run> m_runs;
+    size_t m_run = 0;  // the current one
+    uint32_t m_sentOfRun = 0;
+    uint32_t m_filesSent = 0;
     Stream m_file;             // of the current download, once its header has been sent
     uint32_t m_remaining = 0;  // of its data
-    bool m_ended = false;
 };
 
 #endif

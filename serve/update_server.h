@@ -2,80 +2,115 @@
 #ifndef HALCYRIX_SERVE_UPDATE_SERVER_H
 #define HALCYRIX_SERVE_UPDATE_SERVER_H
 
+#include <cstdint>
+#include <functional>
 #include <list>
 #include <memory>
-#include <set>
 #include <string>
+#include <unordered_map>
 
-#include "net/event_loop.h"
-#include "net/tcp_listen.h"
 #include "serve/client_session.h"
 #include "serve/download_queue.h"
+#include "serve/event_tools.h"
+#include "serve/metrics.h"
 #include "store/store.h"
 
 struct ServerOptions {
-    in_addr_t address = INADDR_ANY;  // in network byte order
+    std::string address = "0.0.0.0";
     int port = kUpdatePort;
-    int slots = 32;        // downloads at a time
-    std::string motdFile;  // read anew for each client; empty for no message of the day
+    int slots = 32;           // downloads at a time
+    int perAddress = 100;     // clients of one address; 0 for no limit
+    uint64_t clientRate = 0;  // bytes in a second, for downloads; 0 for no limit
+    uint64_t totalRate = 0;   // of all clients together; the same
+    uint64_t minRate = 1000;  // who is slower loses the slot
+    int drainSeconds = 30;    // for downloads to end after the first signal
+    std::string motdFile;     // read anew for each client; empty for no message of the day
+    std::string metrics;      // ADDRESS:PORT; empty for none
+
+    Milliseconds greetingLimit{30'000};  // from connecting to the version request
+    Milliseconds readyLimit{60'000};     // from getting a slot to the download request
+    Milliseconds rateWindow{60'000};     // over which the lowest rate is an average
+    Milliseconds ackLimit{60'000};       // without an acknowledgement
 };
 
-// The state of a server, and what it has done since it started.
-struct ServerStatus {
-    size_t releases = 0;
-    size_t sessions = 0;  // of this moment, those that download or wait included
-    size_t downloading = 0;
-    size_t waiting = 0;
-    uint64_t bytesSent = 0;
-    uint64_t completed = 0;  // sessions that ended as they should
-    uint64_t dropped = 0;    // sessions that did not
-    uint64_t refused = 0;    // clients that found the server full
-    uint64_t errors = 0;     // reads of the server's own files that failed
-};
+// Serves the store as the options say until SIGTERM or SIGINT. False, with the reason in `error`,
+// when it could not begin. Raises the process's limit of descriptors, and changes its log and what
+// signals do.
+[[nodiscard]] bool Serve(Store* store, const ServerOptions& options, std::string* error);
 
-// Owns its clients' sessions. The dispatcher and the store must outlive it. It registers itself on
-// construction and is closed (IsOpen() 0) when it could not bind its port, which is logged.
-class UpdateServer : public RXTCPListen, private Timer_Event, private Poll_Event {
+// Owns its clients' sessions. The store must outlive it.
+class UpdateServer {
 public:
-    UpdateServer(EventLoop* loop, Store* store, const ServerOptions& options);
-    ~UpdateServer() override;
+    // Null, with the reason in `error`, when it cannot listen or has no descriptors for its slots.
+    static std::unique_ptr<UpdateServer> Open(Store* store, const ServerOptions& options,
+                                              std::string* error);
+    ~UpdateServer();
 
-    void OnAccept(int32_t fd, const sockaddr_in& addr) override;
+    // Until the first signal, and then until the downloads have ended, their time is up or a second
+    // signal comes.
+    void Run();
 
-    ServerStatus Status() const;
+    // Takes over a descriptor, which is non-blocking.
+    void Accept(evutil_socket_t fd, const sockaddr_in& peer);
+
+    event_base* Base() const { return m_base.get(); }
 
     // For the sessions.
+
+    const ServerOptions& Options() const { return m_options; }
+    ServerCounts& Counts() { return m_counts; }
 
     // The newest release that holds all components, published ones of this moment included.
     std::shared_ptr<const Release> LatestRelease(const std::list<std::string>& components);
     std::shared_ptr<const Release> FindRelease(const std::string& version) const;
 
+    // A file of the release is not as it was published.
+    void ReportUnreadable(const Release& release);
+
     // The message of the day, cut at 64 KiB, with its final NUL.
     std::string MotdText();
 
-    void Join(ClientSession* session);
-    // The session's downloads have been sent.
-    void Finish(ClientSession* session);
-    // The session has ended, without a word from the client, as it should, or otherwise.
-    enum Ending { UNUSED, COMPLETED, DROPPED };
+    // The session waits for a slot, and is told so unless it gets one at once.
+    DownloadQueue::Ticket Join(ClientSession* session);
+    void LimitRate(bufferevent* connection);
+    // The session's downloads have been sent. Ends it when the server is about to stop.
+    void Finish(ClientSession* session, Clock::duration duration);
+    // Destroys the session, which has ended.
     void Remove(ClientSession* session, Ending ending);
-    // A file of the store, or the message of the day, could not be read.
-    void CountError() { ++m_past.errors; }
+    // For the log, which gets one of these in a second and the number of the others.
+    void Notice(const std::string& text);
 
 private:
-    void OnTimer(uint64_t now) override;
-    void OnPoll() override;
-    void AdmitWaiting();
+    UpdateServer(Store* store, const ServerOptions& options);
 
-    EventLoop* m_eventLoop;
+    bool Listen(std::string* error);
+    void OnAcceptFailure();
+    void RefreshStore();
+    void OnTick();
+    void OnSignal();
+    void EndAll();
+    void TellNotices();
+    void TellPlaces();
+    void AdmitWaiting();
+    QueueStatus PlaceStatus(size_t place, uint16_t rate) const;
+
     Store* m_store;
-    std::string m_motdFile;
+    const ServerOptions m_options;
+    ServerCounts m_counts;
+    const std::function<std::string()> m_metricsText;
+    Owned<event_base> m_base;
+    Owned<ev_token_bucket_cfg> m_clientRate;
+    Owned<bufferevent_rate_limit_group> m_totalRate;
+    Owned<evhttp> m_metrics;
+    Owned<evconnlistener> m_listener;
+    Owned<event> m_tick;
     DownloadQueue m_queue;
-    size_t m_maxSessions;
-    ServerStatus m_past;  // what is over; bytes of sessions that have ended
-    EventLoop::IO_Entry m_listening{};
-    std::list<std::unique_ptr<ClientSession>> m_sessions;
-    std::set<ClientSession*> m_ended;  // to be destroyed at the next poll
+    unsigned m_ticks = 0;
+    bool m_stopping = false;
+    std::string m_notice;
+    size_t m_notices = 0;
+    std::unordered_map<in_addr_t, int> m_perAddress;
+    std::unordered_map<evutil_socket_t, ClientSession> m_sessions;
 };
 
 #endif

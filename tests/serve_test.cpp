@@ -1,329 +1,308 @@
-// The update server and the update client, at work on real files.
-
+// The update server as its clients and its operators see it.
 #include <arpa/inet.h>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
-#include "lib/checksum.h"
-#include "serve/status_file.h"
+#include <csignal>
+#include <list>
+#include <thread>
+
 #include "serve/update_server.h"
-#include "tests/support/programs.h"
-#include "tests/support/recorders.h"
-#include "tests/support/served_game.h"
-#include "update/update_client.h"
+#include "tests/support/game.h"
+#include "tests/support/relay.h"
+#include "tests/support/session.h"
 
 namespace {
 
-namespace fs = std::filesystem;
 using std::string_literals::operator""s;
 using testing::HasSubstr;
+using Words = std::vector<std::string>;
 
-class ServeTest : public StoreTest {};
+const std::string kHungUp = "(hung up)";
+const std::string kReady = "\1\0\0\0\0\0\0"s;
+const std::string kEndOfList(1, '\0');
+const std::string kBig = "linux64/big\0"s;
 
-TEST_F(ServeTest, InstallsPatchesAndRepairs) {
-    const Tree first = FirstGame();
-    const Tree second = Changed(first);
-    Publish("1.0", first);
-    WriteFile("home/keep", "the player's own");
-    WriteFile("motd", "Hello.\n");
-    fs::current_path("home");
-
-    ServerOptions options = OnHost("127.0.0.1");
-    options.motdFile = "../motd";
-    const auto session = [&](const char* logged) {
-        RecordingLog log;
-        EventLoop loop;
-        UpdateServer server(&loop, store.get(), options);
-        Player player(&loop);
-        const StopWhen done(&loop, [&] { return player.Done() && log.Has(" s\n"); });
-        player.Start();
-        loop.Run();
-        EXPECT_TRUE(log.Has("Hello.\n"));
-        EXPECT_THAT(log.Text(), HasSubstr(logged));
-        EXPECT_FALSE(log.Has("dropped")) << log.Text();
-        return player.progress;
-    };
-    session(" linux64+common - -> 1.0: 304 files, ");
-    ExpectTree(first);
-
-    Publish("1.1", second);
-    const RecordingProgress update = session(" linux64+common 1.0 -> 1.1: 45 files, ");
-    ExpectTree(second);
-    EXPECT_THAT(update.statuses, testing::Contains("Patching halcyrix..."));
-    EXPECT_FALSE(fs::exists("halcyrix.patches/0"));
-    EXPECT_TRUE(fs::is_empty("halcyrix.patches"));
-
-    fs::resize_file("halcyrix", 70000);
-    WriteFile("data/5", "spoilt");
-    const RecordingProgress repair = session(" linux64+common - -> 1.1: 2 files, ");
-    EXPECT_EQ(repair.progress.front().first, 70000);
-    ExpectTree(second);
-    EXPECT_EQ(ReadFile("keep"), "the player's own");
-    EXPECT_EQ(ReadFile("data/1"), first.at("common/data/1"));
-
-    // A version that the server has forgotten is updated with whole files.
-    Publish("1.2", first);
-    ASSERT_EQ(RunProgram({RELEASE_TOOL, "prune", StorePath(), "--keep", "1"}, nullptr), 0);
-    const RecordingProgress pruned = session(" linux64+common 1.1 -> 1.2: 44 files, ");
-    ExpectTree(first);
-    EXPECT_THAT(pruned.statuses, testing::Not(testing::Contains("Patching halcyrix...")));
+// What is said to the first of the line, or to another.
+std::string Place(char place, char length) {
+    return {'\0', place, '\0', length, '\0', '\0', '\0'};
 }
 
-// The connection dies in the middle of the third file; the downloads that the client keeps of it
-// mean the same to the second host.
-TEST_F(ServeTest, FinishesAtTheSecondHostWhenTheFirstDies) {
-    Tree first = {{"common/1", SeededBytes(3 << 20, 1)},
-                  {"common/2", SeededBytes(3 << 20, 2)},
-                  {"common/3", SeededBytes(12 << 20, 3)},
-                  {"linux64/4", SeededBytes(3 << 20, 4)}};
-    Tree second = first;
-    for (auto& [name, data] : second)
-        data.replace(data.size() / 2, 2 << 20, SeededBytes(2 << 20, 9));
-    const fs::path home = scratch.Path() / "home";
-    fs::create_directory(home);
-
-    // Once with whole files, once with patches.
-    for (const auto& [version, tree] : {std::pair{"1.0", first}, std::pair{"1.1", second}}) {
-        Publish(version, tree);
-        fs::current_path(home);
-        RecordingLog log;
-        EventLoop loop;
-        auto dying = std::make_unique<UpdateServer>(&loop, store.get(), OnHost("127.0.0.1"));
-        UpdateServer living(&loop, store.get(), OnHost("127.0.0.2"));
-        Player player(&loop);
-        const StopWhen done(&loop, [&] {
-            const auto& told = player.progress;
-            const bool downloading =
-                !told.statuses.empty() && told.statuses.back() == "Downloading updates...";
-            const bool inThird =
-                downloading && told.progress.back().first > told.progress.back().second / 8 * 5;
-            if (inThird) dying.reset();
-            return player.Done();
-        });
-        player.Start();
-        loop.Run();
-        EXPECT_TRUE(log.Has("Disconnected\nConnecting to 127.0.0.2")) << log.Text();
-        EXPECT_TRUE(log.Has("couldn't insert file index"));
-        EXPECT_FALSE(log.Has("failed!"));
-        ExpectTree(tree);
-    }
+std::string FramesOf(const Words& words) {
+    std::string frames;
+    for (const std::string& word : words) frames += FrameOf(word);
+    return frames;
 }
 
-// Connects, says its words, and counts what comes back.
-class RawClient : public RXPacketTCP {
+// A client that says anything.
+class Peer {
 public:
-    RawClient(EventLoop* loop, std::vector<std::string> words)
-        : m_loop(loop), m_words(std::move(words)) {
-        EXPECT_EQ(Connect("127.0.0.1", kUpdatePort), 1);
-        m_entry = m_loop->AddIO(this);
+    explicit Peer(const Words& words = {}, const std::string& own = "127.0.0.9") {
+        sockaddr_in from{AF_INET, 0, {inet_addr(own.c_str())}, {}};
+        sockaddr_in to{AF_INET, htons(kUpdatePort), {inet_addr("127.0.0.1")}, {}};
+        const timeval patience{10, 0};
+        setsockopt(m_fd, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
+        bind(m_fd, reinterpret_cast<sockaddr*>(&from), sizeof from);
+        connected = connect(m_fd, reinterpret_cast<sockaddr*>(&to), sizeof to) == 0;
+        Send(FramesOf(words));
     }
-    ~RawClient() override { m_loop->RemoveIO(m_entry); }
+    ~Peer() { close(m_fd); }
+    Peer(const Peer&) = delete;
 
-    void Say(const std::string& word) { SendPacket(word.data(), static_cast<int>(word.size())); }
+    void Send(const std::string& bytes) { send(m_fd, bytes.data(), bytes.size(), MSG_NOSIGNAL); }
+    // The payload of the next packet.
+    std::string Hear() {
+        uint8_t header[kFrameHeaderSize];
+        const ssize_t got = recv(m_fd, header, sizeof header, MSG_WAITALL);
+        if (got != sizeof header) return got == -1 && errno == EAGAIN ? "(silence)" : kHungUp;
+        std::string payload(static_cast<size_t>(FramePayloadLength(header)), '\0');
+        recv(m_fd, payload.data(), payload.size(), MSG_WAITALL);
+        return payload;
+    }
+    // Hears packets until this one.
+    void Await(const std::string& payload) {
+        std::string heard = Hear();
+        while (heard != payload && heard != kHungUp && heard != "(silence)") heard = Hear();
+        EXPECT_EQ(heard, payload);
+    }
+    std::string Ask(const std::string& request) {
+        Send(FrameOf(request));
+        return Hear();
+    }
+    // Greets and hears the list; returns the version.
+    std::string AskList() {
+        Send(FramesOf({"PVERA", "ARCHlinux64\0"s}));
+        const std::string version = Ask("GETV");
+        if (version != kHungUp) Await(kEndOfList);
+        return version;
+    }
+    // Asks for a file and joins the queue; returns what the server says to that.
+    std::string Queue() {
+        AskList();
+        Ask("FULL" + kBig);
+        return Ask("REQD");
+    }
 
-    void OnWritable() override {
-        for (const std::string& word : m_words) Say(word);
-        SetFlags(IO_READ);
-    }
-    void OnPacket(const uint8_t*, int) override {
-        ++packets;
-        if (onPacket) onPacket(*this);
-    }
-    void OnDisconnect() override {
-        dropped = true;
-        Close();
-    }
-
-    std::function<void(RawClient&)> onPacket;
-    int packets = 0;
-    bool dropped = false;
+    bool connected;
 
 private:
-    EventLoop* m_loop;
-    EventLoop::IO_Entry m_entry;
-    std::vector<std::string> m_words;
+    int m_fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
 };
 
-TEST_F(ServeTest, LetsClientsWaitInOrderWhileOneDoesNotRead) {
-    Publish("1.0", {{"linux64/big", SeededBytes(20 << 20, 1)}, {"common/x", "x"}});
-    fs::create_directory("home");
-    fs::current_path("home");
-    ServerOptions options = OnHost("127.0.0.1");
-    options.slots = 1;
-    RecordingLog log;
-    EventLoop loop;
-    UpdateServer server(&loop, store.get(), options);
-    RawClient holder(&loop, {"PVERA", "ARCHlinux64\0"s, "ARCHcommon\0"s, "GETV"});
-    holder.onPacket = [](RawClient& client) {
-        // After the version and the list of two: ask for a file, take the slot, and stop reading.
-        if (client.packets == 4) client.Say("FULLlinux64/big\0"s);
-        if (client.packets == 5) client.Say("REQD");
-        if (client.packets < 6) return;
-        client.Say("DOWN");
-        client.SetFlags(0);
-    };
-    Player first(&loop);
-    Player second(&loop);
-    bool firstWasFirst = false;
-    const StopWhen done(&loop, [&] {
-        const auto waits = [](const Player& player, const char* place) {
-            const auto& statuses = player.progress.statuses;
-            return !statuses.empty() && statuses.back().find(place) == 0;
-        };
-        if (holder.packets == 6 && first.progress.statuses.empty()) first.Start();
-        if (waits(first, "Waiting; #1/1") && second.progress.statuses.empty()) second.Start();
-        if (waits(second, "Waiting; #2/2 in queue, approx. 00:00:00")) holder.Close();
-        if (first.Done() && !second.Done()) firstWasFirst = true;
-        return second.Done();
-    });
-    loop.Run();
-    EXPECT_TRUE(firstWasFirst);
-    EXPECT_TRUE(log.Has("hung up early")) << log.Text();
-}
+class ServeTest : public GameTest {
+protected:
+    ServeTest() { Publish("1.0", {{"linux64/big", SeededBytes(12 << 20, 1)}, {"common/x", "x"}}); }
+};
 
-TEST_F(ServeTest, DropsClientsThatBreakTheProtocol) {
-    Publish("1.0", {{"linux64/x", "x"}, {"common/y", "y"}, {"linux64upd/update.rlb", "u"}});
-    const std::vector<std::string> greeting = {"PVERA", "ARCHlinux64\0"s, "ARCHcommon\0"s};
-    const std::vector<std::string> cases[] = {
-        {"GET / HTTP/1.0"},
-        {""},
-        {"PVERB"},
-        {"PVERA", "GETV"},
-        {"PVERA", "PVERA"},
-        {"PVERA", "ARCHlinux64"},
-        {"PVERA", "ARCHlinux65\0"s, "GETV"},
-        {"PVERA", "ARCH../x\0"s},
-        {"PVERA", "ARCHlinux64\0"s, "FULLlinux64/x\0"s},
-        {"PVERA", "ARCHlinux64\0"s, "GETV", "REQD", "DOWN", "DOWN"},
-        {"PVERA", "ARCHlinux64\0"s, "GETV", "FULLlinux64/../x\0"s},
-        {"PVERA", "ARCHlinux64\0"s, "GETV", "FULLlinux64upd/update.rlb\0"s},
-        {"PVERA", "ARCHlinux64\0"s, "GETV", "RSUM\0\0\0\1\0\0\0\0"s},
-        {"PVERA", "ARCHlinux64\0"s, "GETV", "FULLlinux64/x\0"s, "FULLlinux64/x\0"s},
-        {"PVERA", "ARCHlinux64\0"s, "MOTD", "MOTD"},
+TEST_F(ServeTest, TellsTheLogHowEachSessionEnded) {
+    const std::string broke = "dropped: broke the protocol", long256(256, 'c');
+    const struct {
+        bool hasList;
+        Words words;
+        std::string told;
+    } kCases[] = {
+        {false, {"GET / HTTP/1.0"}, " never greeted: broke the protocol"},
+        {false, {"PVERA", "GETV"}, broke},
+        {false, {"PVERA", "PVERA"}, broke},
+        {false, {"PVERA", "ARCHlinux64"}, broke},
+        {false, {"PVERA", "ARCH../x\0"s}, broke},
+        {false, {"PVERA", "ARCH" + long256 + '\0'}, broke},
+        {false, {"PVERA", "ARCHlinux64\0"s, "FULL" + kBig}, broke},
+        {false, {"PVERA", "ARCHlinux64\0"s, "MOTD", "MOTD"}, broke},
+        {false,
+         {"PVERA", "ARCHlinux65\0"s, "GETV"},
+         " linux65 - -> -: 0 files, 0 bytes, 0.0 s; "
+         "dropped: asked for a component that is not published"},
+        {true, {""}, " linux64 - -> 1.0: 0 files, "},
+        {true, {"RSUM\0\0\0\1\0\0\0\0"s}, broke},
+        {true, {"FULLcommon/x\0"s}, broke},
+        {true, {"FULLlinux64/../x\0"s}, broke},
+        {true, {"FULL" + kBig, "FULL" + kBig}, broke},
+        {true, {"DOWN"}, broke},
+        {true, {"FULL" + kBig, "REQD", "DOWN", "DOWN"}, broke},
+        {true, {"CSUM%s\x1b\0"s + kBig, "GETV"}, " linux64 ? -> 1.0: 0 files, "},
     };
-    for (const auto& words : cases) {
-        SCOPED_TRACE(words.back());
-        RecordingLog log;
-        EventLoop loop;
-        UpdateServer server(&loop, store.get(), OnHost("127.0.0.1"));
-        RawClient client(&loop, words);
-        const StopWhen done(&loop, [&] { return client.dropped; });
-        loop.Run();
-        EXPECT_EQ(log.Count("dropped: broke the protocol\n"), 1) << log.Text();
-        EXPECT_EQ(log.Count("\n"), 1) << log.Text();
+    ServingProgram server(StorePath(), "127.0.0.1");
+    for (const auto& [hasList, words, told] : kCases) {
+        Peer peer;
+        if (hasList) peer.AskList();
+        peer.Send(FramesOf(words));
+        peer.Await(kHungUp);
+        server.AwaitWords(told);
     }
 }
 
-TEST_F(ServeTest, RefusesMoreClientsThanItCanWatch) {
-    Publish("1.0", FirstGame());
-    RecordingLog log;
-    EventLoop loop;
-    ServerOptions options = OnHost("127.0.0.1");
-    options.slots = 900;  // leaves room for a hundred clients and no more
-    UpdateServer server(&loop, store.get(), options);
-    std::list<RawClient> crowd;
-    for (int i = 0; i < 120; ++i) crowd.emplace_back(&loop, std::vector<std::string>{"PVERA"});
-    const auto refused = [&] {
-        return std::count_if(crowd.begin(), crowd.end(), [](auto& c) { return c.dropped; });
-    };
-    const StopWhen done(&loop, [&] { return refused() == 20; });
-    loop.Run();
-    EXPECT_EQ(log.Count("refused a client: 100 are being served, and no more can be\n"), 20);
+TEST_F(ServeTest, SendsTheMessageAndTheFilesOfAPlayer) {
+    const std::string message = std::string(20000, 'm');
+    WriteFile("../motd", message + '\0' + "hidden");
+    ServingProgram server(StorePath(), "127.0.0.1", {"--motd", "../motd", "--client-rate", "9M"});
+    Session session;
+    ASSERT_EQ(session.StartGame(), 1);
+    const auto began = Clock::now();
+    EXPECT_EQ(session.Run(), 2);
+    EXPECT_GT(Clock::now() - began, Milliseconds(1000)) << "12 MB, at 9 a second";
+    EXPECT_TRUE(session.log.Has(message));
+    EXPECT_FALSE(session.log.Has("hidden"));
+    server.AwaitWords(" linux64+common - -> 1.0: 2 files, 126");
 }
 
-TEST_F(ServeTest, StopsOnASignalAndSaysWhenThePortIsTaken) {
-    Publish("1.0", {{"linux64/x", "x"}});
-    std::string output;
-    const std::string serve = RELEASE_TOOL " serve " + StorePath() + " --listen 127.0.0.1";
-    const std::string stopped = "mkfifo said; " + serve +
-                                " >said & exec 3<said; read -r line <&3; kill -TERM $!; wait $! && "
-                                "echo $line && cat <&3";
-    EXPECT_EQ(RunProgram({"/bin/sh", "-c", stopped}, &output), 0);
-    EXPECT_THAT(output, testing::AllOf(HasSubstr("on 127.0.0.1:21024"), HasSubstr("stopping\n")));
-
-    RecordingLog log;
-    EventLoop loop;
-    UpdateServer server(&loop, store.get(), OnHost("127.0.0.1"));
-    EXPECT_EQ(RunProgram({"/bin/sh", "-c", serve}, &output), 1);
-    EXPECT_THAT(output, HasSubstr("RXTCPListen: Address already in use\n"));
+TEST_F(ServeTest, TakesBackAReleaseWhoseFilesChange) {
+    Publish("1.1", {{"linux64/big", "small now"}, {"common/x", "x"}});
+    ServingProgram server(StorePath(), "127.0.0.1");
+    Peer peer;
+    EXPECT_EQ(peer.Queue(), kReady);
+    WriteFile(StorePath() + "/releases/000002/files/linux64/big", "smaller");
+    EXPECT_EQ(peer.Ask("DOWN"), kHungUp);
+    server.AwaitWords("dropped: cannot read a file as it was published");
+    EXPECT_EQ(Peer().AskList(), "1.0");
 }
 
-// The value of a count in a status file; -1 when it is not there.
-int64_t Count(const std::string& status, const std::string& name) {
-    const size_t at = ("\n" + status).find("\nhalcyrix_" + name + " ");
-    return at == std::string::npos ? -1 : std::stoll(status.substr(at + name.size() + 10));
+TEST_F(ServeTest, ServesInOrderAndTellsThePlaces) {
+    const ServingProgram server(StorePath(), "127.0.0.1", {"--slots", "1"});
+    auto holder = std::make_unique<Peer>(), second = std::make_unique<Peer>();
+    Peer first, third;
+    EXPECT_EQ(holder->Queue(), kReady);
+    EXPECT_EQ(first.Queue(), Place(0, 1));
+    EXPECT_EQ(second->Queue(), Place(1, 2));
+    EXPECT_EQ(third.Queue(), Place(2, 3));
+    EXPECT_EQ(third.Hear(), Place(2, 3)) << "again, in the next second";
+    holder.reset();
+    first.Await(kReady);
+    third.Await(Place(1, 2));
+    second.reset();
+    third.Await(Place(0, 1));
 }
 
-TEST_F(ServeTest, KeepsItsStatusInAFile) {
-    Publish("1.0", {{"linux64/x", SeededBytes(5000, 1)}, {"common/y", "y"}});
-    const fs::path file = scratch.Path() / "status";
-    fs::create_directory("home");
-    fs::current_path("home");
-    RecordingLog log;
-    EventLoop loop;
-    ServerOptions options = OnHost("127.0.0.1");
-    options.slots = 1;
-    options.motdFile = "missing";
-    UpdateServer server(&loop, store.get(), options);
-    {
-        const StatusFile early(&loop, &server, file.string());
-        EXPECT_EQ(Count(ReadFile(file), "releases"), 1);
-        EXPECT_EQ(Count(ReadFile(file), "sessions"), 0);
-    }
-    EXPECT_FALSE(fs::exists(file));
-
-    RawClient unused(&loop, {});
-    RawClient rude(&loop, {"?"});
-    std::list<RawClient> queued;
-    for (int i = 0; i < 3; ++i) {
-        queued.emplace_back(
-            &loop, std::vector<std::string>{"PVERA", "ARCHlinux64\0"s, "ARCHcommon\0"s, "GETV"});
-        queued.back().onPacket = [](RawClient& client) {
-            if (client.packets == 4) client.Say("REQD");
-        };
-    }
-    Player player(&loop);
-    const StopWhen done(&loop, [&] {
-        if (rude.dropped && server.Status().waiting == 2) unused.Close();
-        if (server.Status().waiting == 2 && player.progress.statuses.empty()) player.Start();
-        return server.Status().waiting == 3 && server.Status().sessions == 4;
-    });
-    loop.Run();
-    const StatusFile late(&loop, &server, file.string());
-    const std::pair<const char*, int64_t> expected[] = {
-        {"sessions", 4},
-        {"downloading", 1},
-        {"waiting", 3},
-        {"sessions_dropped_total", 1},
-        {"errors_total", 1},
-        {"clients_refused_total", 0},
-        {"sessions_completed_total", 0},
-    };
-    for (const auto& [name, value] : expected) {
-        EXPECT_EQ(Count(ReadFile(file), name), value) << name << " in\n" << ReadFile(file);
-    }
-    EXPECT_GT(Count(ReadFile(file), "bytes_sent_total"), 0);
-    EXPECT_EQ(log.Count("linux64+common"), 0) << log.Text();
-    EXPECT_EQ(log.Count("dropped"), 1) << "a visit without a word is not told";
-}
-
-TEST(DownloadQueue, AdmitsInOrderAndReckonsTheRate) {
+TEST(DownloadQueue, ReckonsTheRateFromTheLatestDownloads) {
     DownloadQueue queue(2);
-    ClientSession* const sessions[] = {reinterpret_cast<ClientSession*>(8),
-                                       reinterpret_cast<ClientSession*>(16),
-                                       reinterpret_cast<ClientSession*>(24)};
-    for (ClientSession* session : sessions) queue.Join(session);
-    EXPECT_EQ(queue.Admit(0), sessions[0]);
-    EXPECT_EQ(queue.Admit(0), sessions[1]);
-    EXPECT_EQ(queue.Admit(0), nullptr);
     EXPECT_EQ(queue.Rate(), 0);
-    queue.Leave(sessions[0], 10'000, true);
+    queue.CountDuration(Milliseconds(0));
+    EXPECT_EQ(queue.Rate(), UINT16_MAX);
+    for (int i = 0; i < 32; ++i) queue.CountDuration(Milliseconds(10'000));
     EXPECT_EQ(queue.Rate(), 20) << "two slots, ten seconds each";
-    queue.Leave(sessions[1], 99'000, false);
-    EXPECT_EQ(queue.Rate(), 20) << "a broken download says nothing";
-    queue.Leave(sessions[2], 99'000, false);
-    EXPECT_EQ(queue.Admit(99'000), nullptr);
-    EXPECT_EQ(queue.Downloading(), 0);
+}
+
+// But a client that checks its files may be silent.
+TEST_F(ServeTest, WaitsForNobodyWithoutAnEnd) {
+    for (const bool byRate : {true, false}) {
+        ServerOptions options;
+        options.slots = 1;
+        options.greetingLimit = options.readyLimit = Milliseconds(200);
+        options.rateWindow = byRate ? Milliseconds(400) : Milliseconds(60'000);
+        options.ackLimit = byRate ? Milliseconds(60'000) : Milliseconds(1000);
+        RecordingLog log;
+        std::string error;
+        const auto store = Store::Open(StorePath(), &error);
+        const auto server = UpdateServer::Open(store.get(), options, &error);
+        std::thread running([&server] { server->Run(); });
+        Peer checking, silent, early({"PVERA", "ARCHlinux64\0"s}), ready, unread;
+        checking.AskList();
+        EXPECT_EQ(ready.Queue(), kReady);
+        EXPECT_EQ(unread.Queue(), Place(0, 1));
+        for (Peer* late : {&silent, &early, &ready}) late->Await(kHungUp);
+        unread.Await(kReady);
+        unread.Ask("DOWN");
+        auto next = std::make_unique<Peer>();
+        next->Queue();
+        next->Await(kReady);
+        next.reset();
+        EXPECT_EQ(checking.Ask("RSUM"), kHungUp) << "not before";
+        kill(getpid(), SIGTERM);
+        running.join();
+        EXPECT_EQ(log.Count("too slow"), byRate ? 4 : 3) << log.Text();
+        EXPECT_EQ(log.Count("acknowledges nothing any more"), byRate ? 0 : 1) << log.Text();
+        EXPECT_EQ(log.Count("dropped: broke the protocol"), 1) << log.Text();
+    }
+}
+
+TEST_F(ServeTest, LetsDownloadsEndWhenItStops) {
+    const struct {
+        const char* drain;
+        int signal, again;
+        bool completes;
+    } kCases[] = {
+        {"30", SIGTERM, 0, true}, {"30", SIGINT, SIGTERM, false}, {"1", SIGTERM, 0, false}};
+    for (const auto& [drain, signal, again, completes] : kCases) {
+        ServingProgram server(StorePath(), "127.0.0.1", {"--slots", "1", "--drain", drain});
+        Peer loading, waiting;
+        loading.Queue();
+        EXPECT_EQ(loading.Ask("DOWN").size(), 16u);
+        kill(server.Pid(), SIGHUP);
+        EXPECT_EQ(waiting.Queue(), Place(0, 1));
+        kill(server.Pid(), signal);
+        waiting.Await(kHungUp);
+        EXPECT_FALSE(Peer().connected);
+        if (again != 0) kill(server.Pid(), again);
+        loading.Await(completes ? "\xff\xff\xff\xff" + std::string(12, '\0') : kHungUp);
+        EXPECT_EQ(server.Wait(), 0);
+    }
+}
+
+TEST_F(ServeTest, HasItsLimitsAndTellsThemInItsMetrics) {
+    const auto fewDescriptors = [] {
+        const rlimit limit{68, 68};  // for three clients and a slot
+        setrlimit(RLIMIT_NOFILE, &limit);
+    };
+    const Words command = {RELEASE_TOOL, "serve", StorePath(),     "--metrics", "127.0.0.1:9100",
+                           "--slots",    "1",     "--per-address", "2"};
+    Program server(command, fewDescriptors);
+    server.AwaitWords("serving 1 releases");
+    std::list<Peer> peers(3);
+    EXPECT_EQ(peers.back().Hear(), kHungUp);
+    server.AwaitWords("refused: its address has its share of 2");
+    peers.emplace_back(Words{}, "127.0.0.8").AskList();
+    EXPECT_EQ(Peer({}, "127.0.0.7").Hear(), kHungUp);
+    server.AwaitWords("refused: 3 clients are served, and no more can be");
+
+    std::string said;
+    const std::string look = "curl -sS http://127.0.0.1:9100/metrics | tee ../page | ";
+    EXPECT_EQ(RunProgram({"sh", "-c", look + "promtool check metrics"}, &said), 0);
+    EXPECT_EQ(said, "");
+    for (const char* line :
+         {"halcyrix_sessions{state=\"connected\"} 2\n", "{state=\"negotiating\"} 1\n",
+          "{cause=\"over_share\"} 1\n", "{cause=\"refused\"} 1\n", "halcyrix_damaged_releases 0\n",
+          "served_release_info{component=\"common\",version=\"1.0\"} 1\n"}) {
+        EXPECT_THAT(ReadFile("../page"), HasSubstr(line));
+    }
+    Program other(command);
+    EXPECT_EQ(other.Wait(), 1);
+    other.AwaitWords("cannot listen on 0.0.0.0:21024: Address already in use");
+}
+
+TEST_F(ServeTest, StaysSmallAndServesWhileACrowdMeansHarm) {
+    ServingProgram server(StorePath(), "127.0.0.1");
+    const auto resident = [&server] {
+        const std::string status = ReadFile("/proc/" + std::to_string(server.Pid()) + "/status");
+        return std::stol(status.substr(status.find("VmRSS:") + 6));  // KiB
+    };
+    Peer().Queue();
+    const long before = resident();
+    std::list<Peer> crowd;
+    const std::string half = "\x1f\xfe" + std::string(4000, 'x');
+    for (int i = 0; i < 600; ++i) {
+        Peer& peer = crowd.emplace_back(Words{}, "127.0.1." + std::to_string(1 + i / 90));
+        if (i % 3 == 0) peer.Send(half);
+        if (i % 3 == 1) peer.Queue();
+        if (i % 3 == 2) peer.Send(FramesOf(Words(500, "PVERA")));
+    }
+    for (Peer& peer : crowd) peer.Send("");
+    EXPECT_EQ(Peer().AskList(), "1.0");
+    EXPECT_LT(resident() - before, 200 * 20 + 200 * 4);
+}
+
+TEST_F(ServeTest, GoesOnWhenNobodyTakesItsLog) {
+    const auto blockLog = [] {
+        int ends[2];
+        if (pipe(ends) != 0) abort();
+        fcntl(ends[1], F_SETPIPE_SZ, 4096);
+        dup2(ends[1], STDOUT_FILENO);
+    };
+    const Program server({RELEASE_TOOL, "serve", StorePath()}, blockLog);
+    while (!Peer().connected) std::this_thread::yield();
+    for (int i = 0; i < 100; ++i) Peer({"PVERA", "?"}).Await(kHungUp);
+    EXPECT_EQ(Peer().AskList(), "1.0");
 }
 
 }  // namespace
