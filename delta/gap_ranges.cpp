@@ -26,38 +26,50 @@ constexpr uint32_t kMostFound = 16;
 constexpr size_t kBefore = kWindowStride;
 constexpr size_t kAfter = 2 * kWindow;
 
-// The windows of the gaps, one for each value of a hash, and how often each was found.
+// The windows of the gaps, and how often each was found. Few of those whose hash has the same place
+// have room.
 class WindowTable {
 public:
     explicit WindowTable(size_t count) : m_bits(std::bit_width(count) + 1) {
-        m_slots.assign(size_t{1} << m_bits, 0);
+        m_slots.assign((size_t{1} << m_bits) + kSlots, 0);
     }
 
     void Add(const uint8_t* window) {
         const uint64_t hash = HashOfWindow(window);
-        uint32_t& entry = m_slots[hash >> (64 - m_bits)];
-        if (entry == 0) entry = EntryOf(hash);
+        uint32_t* entry = EntryFor(hash);
+        if (*entry == 0) *entry = Begun(hash);
     }
 
     bool Find(const uint8_t* window) {
         const uint64_t hash = HashOfWindow(window);
-        uint32_t& entry = m_slots[hash >> (64 - m_bits)];
-        const uint32_t found = entry - EntryOf(hash);
-        if (entry == 0 || found >= kMostFound) return false;
-        ++entry;
+        uint32_t* entry = EntryFor(hash);
+        if (*entry == 0 || *entry - Begun(hash) >= kMostFound) return false;
+        ++*entry;
         return true;
     }
 
 private:
+    static constexpr size_t kSlots = 4;
+
     // Bits of the hash, above a byte that counts from one on.
-    static uint32_t EntryOf(uint64_t hash) { return static_cast<uint32_t>(hash) << 8 | 1; }
+    static uint32_t Begun(uint64_t hash) { return static_cast<uint32_t>(hash) << 8 | 1; }
+
+    uint32_t* EntryFor(uint64_t hash) {
+        uint32_t* entry = &m_slots[hash >> (64 - m_bits)];
+        for (size_t i = 1; i < kSlots && *entry != 0 && (*entry ^ Begun(hash)) > 0xFF; ++i) ++entry;
+        return entry;
+    }
 
     int m_bits;
     std::vector<uint32_t> m_slots;
 };
 
-// In order; those that touch become one.
-std::vector<Range> Joined(std::vector<Range> ranges) {
+// In order and even; those that touch become one.
+std::vector<Range> Joined(std::vector<Range> ranges, size_t oldSize) {
+    for (Range& range : ranges) {
+        range.begin -= range.begin % 2;
+        range.end = std::min(range.end + range.end % 2, oldSize);
+    }
     std::sort(ranges.begin(), ranges.end(),
               [](const Range& a, const Range& b) { return a.begin < b.begin; });
     std::vector<Range> joined;
@@ -97,7 +109,7 @@ std::vector<Range> GapRanges(const std::vector<LongMatch>& matches, const uint8_
         const size_t width = std::min(oldSize / kBesidePart / edges.size() / 2, kMostBeside);
         ranges.push_back({edge - std::min(edge, width), std::min(edge + width, oldSize)});
     }
-    ranges = Joined(std::move(ranges));
+    ranges = Joined(std::move(ranges), oldSize);
 
     WindowTable windows(gapBytes);
     for (const Range& gap : gaps) {
@@ -118,5 +130,5 @@ std::vector<Range> GapRanges(const std::vector<LongMatch>& matches, const uint8_
             ranges.push_back(range);
         }
     }
-    return Joined(std::move(ranges));
+    return Joined(std::move(ranges), oldSize);
 }

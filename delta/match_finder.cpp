@@ -51,8 +51,13 @@ bool MatchFinder::Index(const uint8_t* old, size_t size, const std::vector<Range
     m_size = size;
     if (ranges.size() > 1) {
         Block block;
+        size_t total = 0;
+        for (const Range& range : ranges) total += range.end - range.begin;
+        block.gathered.reserve(total);
+        block.pieces.reserve(ranges.size());
         for (const Range& range : ranges) {
-            block.pieces.push_back({block.gathered.size(), range.begin});
+            block.pieces.push_back(
+                {static_cast<uint32_t>(block.gathered.size()), static_cast<uint32_t>(range.begin)});
             block.gathered.insert(block.gathered.end(), old + range.begin, old + range.end);
         }
         block.text = block.gathered.data();
@@ -66,7 +71,7 @@ bool MatchFinder::Index(const uint8_t* old, size_t size, const std::vector<Range
             Block block;
             block.text = old + at;
             block.size = std::min(blockSize, end - at);
-            block.pieces.push_back({0, at});
+            block.pieces.push_back({0, static_cast<uint32_t>(at)});
             m_blocks.push_back(std::move(block));
         }
     }

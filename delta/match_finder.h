@@ -27,9 +27,9 @@ struct Range {
 // twice as much. The contents are not owned and must outlive the finder.
 class MatchFinder {
 public:
-    // Sorts the suffixes that begin in the ranges, which are in order and apart: a single one, or
-    // several of no more than 2 GiB together. False when memory does not suffice. Call once on a
-    // new finder.
+    // Sorts the suffixes that begin in the ranges: a single one, or several, apart and in order, of
+    // no more than 2 GiB together, which begin and end at even offsets if the contents do. False
+    // when memory does not suffice. Call once on a new finder.
     [[nodiscard]] bool Index(const uint8_t* old, size_t size, const std::vector<Range>& ranges,
                              std::string* error);
 
@@ -50,8 +50,8 @@ private:
     };
 
     struct Piece {
-        size_t at;      // in the text of a block
-        size_t offset;  // in the old contents
+        uint32_t at;      // in the text of a block
+        uint32_t offset;  // in the old contents
     };
 
     // Some of the old contents, sorted by themselves.

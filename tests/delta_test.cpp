@@ -1,0 +1,136 @@
+#include "delta/delta.h"
+
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+
+#include <random>
+
+#include "delta/patch_writer.h"
+#include "tests/support/memory_use.h"
+#include "tests/support/scratch_dir.h"
+
+namespace {
+
+std::string Edited(std::string text, size_t every) {
+    for (size_t i = 0; i < text.size(); i += every) text[i + (i * 7 + 5) % (every / 2)] ^= 0x55;
+    return text;
+}
+
+// Makes and checks the patch in a process that gets no more memory than promised, beside the mapped
+// old file; returns its size.
+size_t PatchSize(const std::string& from, const std::string& to) {
+    WriteFile("old", from);
+    WriteFile("new", to);
+    const pid_t child = fork();
+    if (child == 0) {
+        const auto before = static_cast<rlim_t>(ResidentKilobytes(getpid())) * 1024;
+        const rlim_t limit = before + PatchMemory(from.size(), to.size()) - from.size();
+        const rlimit memory{limit, limit};
+        if (kMeasuresMemory) setrlimit(RLIMIT_DATA, &memory);
+        std::string why;
+        _exit(MakePatch("old", "new", "patch", kNoSizeLimit, &why) != DeltaResult::MADE ||
+              !VerifyPatch("old", "new", "patch", &why));
+    }
+    int status;
+    EXPECT_TRUE(waitpid(child, &status, 0) == child && status == 0);
+    return ReadFile("patch").size();
+}
+
+// The bounds are what a patch by hand takes: 9 bytes for a copy, 5 and the data for a literal, 1 in
+// the end.
+TEST(Delta, MakesAPatchOfTheExpectedSizeForEveryChange) {
+    ScratchDir scratch;
+    const std::string noise = SeededBytes(100000, 1), other = SeededBytes(100000, 2);
+    const std::string zeros(20000, '\0');
+    const std::string large = SeededBytes(1200001, 8);  // indexed in two parts, or only near gaps
+    const auto part = [&large](size_t at, size_t size = SIZE_MAX) {
+        return large.substr(at, size);
+    };
+    const std::tuple<const char*, std::string, std::string, size_t> cases[] = {
+        {"nothing", noise, noise, 10},
+        {"from an empty file", "", noise, noise.size() + 6},
+        {"all of a large file", SeededBytes(1200000, 9), large, large.size() + 6},
+        {"grown at both ends", noise, "new" + noise + "new", 8 + 9 + 8 + 1},
+        // The filter looks at windows of 15 bytes at every fourth place.
+        {"a short stretch amid new data", noise, other + noise.substr(5001, 18) + other,
+         2 * (5 + other.size()) + 9 + 1},
+        {"a gap that a copy covers for less", noise,
+         noise.substr(0, 500) + noise.substr(9000, 8) + noise.substr(700), 9 + 9 + 9 + 1},
+        {"a copy that only seems to pay", noise + "ABCDEFGH" + other.substr(0, 12),
+         other.substr(0, 12) + noise.substr(100), 5 + 12 + 9 + 1},
+        {"a copy that is best begun late", noise + "12345" + noise.substr(5000, 40),
+         other.substr(0, 20) + "12345" + noise.substr(5000, 1000), 5 + 25 + 9 + 1},
+        {"moved across the parts of the index", large, other + part(1100000) + part(1, 1099999),
+         5 + other.size() + 9 + 9 + 1},
+        {"zeros with a change here and there", zeros, Edited(zeros, 1000), 20 * 15 + 10},
+        {"shifted by a byte", large, "!" + large, 6 + 9 + 1},
+        {"halves swapped", large, part(600000) + part(0, 600000), 9 + 9 + 1},
+        {"a byte here and there", large, Edited(large, 3000), 401 * 15 + 10},
+        {"something from far away amid new data", large,
+         part(0, 300000) + other.substr(0, 999) + part(900003, 18) + other.substr(999, 999) +
+             part(301000),
+         9 + 1004 + 9 + 1004 + 9 + 1},
+        {"something from nearby", large, part(0, 300000) + part(300300, 8) + part(300100), 28},
+        {"zeros, fewer at first", "\1" + zeros.substr(99) + large + zeros + large,
+         "\1" + zeros.substr(999) + large + zeros.substr(9) + large, 9 + 9 + 9 + 1},
+    };
+    for (const auto& [change, from, to, largest] : cases) {
+        EXPECT_LE(PatchSize(from, to), largest) << change;
+    }
+    // Few different bytes match everywhere, so that every choice comes up.
+    std::mt19937 random(6);
+    for (unsigned i = 0; i < 60; ++i) {
+        std::string texts[] = {std::string(random() % 300, 'a'), std::string(9 + i * 16, 'a')};
+        for (std::string& text : texts) {
+            for (char& letter : text) letter += static_cast<char>(random() % (1 + i % 4));
+        }
+        ASSERT_LE(PatchSize(texts[0], texts[1]), texts[1].size() + 6);
+    }
+}
+
+TEST(Delta, MakesTheLeastUsefulCopiesLiteralsWhenThereAreTooManyCommands) {
+    ScratchDir scratch;
+    WriteFile("old", SeededBytes(1000, 9));
+    const std::tuple<std::vector<int>, size_t, size_t> cases[] = {
+        {{-5, 99, -5, 90, -5}, 5, 10 + 9 + 10 + 9 + 10},  // lengths, of literals if negative
+        {{-5, 99, -5, 30, -5}, 3, 10 + 9 + 45},
+        {{90, 30, -5, 99}, 3, 9 + 40 + 9},
+        {{50, 30, 30, 60, 70}, 4, 9 + 65 + 9 + 9},
+    };
+    for (const auto& [lengths, limit, size] : cases) {
+        PatchWriter writer;
+        std::string made, why;
+        for (const int length : lengths) {
+            const auto at = static_cast<uint32_t>(made.size() * 2);
+            made += ReadFile("old").substr(at, static_cast<size_t>(abs(length)));
+            length < 0 ? writer.Literal(static_cast<uint32_t>(-length))
+                       : writer.Copy(at, static_cast<uint32_t>(length));
+        }
+        writer.LimitCommands(limit);
+        WriteFile("new", made);
+        EXPECT_TRUE(writer.Write("patch", reinterpret_cast<const uint8_t*>(made.data()), &why));
+        EXPECT_TRUE(VerifyPatch("old", "new", "patch", &why)) << why;
+        EXPECT_TRUE(writer.Size() == size + 1 && ReadFile("patch").size() == size + 1) << size;
+    }
+}
+
+TEST(Delta, KnowsWhatCannotOrShouldNotBe) {
+    ScratchDir scratch;
+    std::string why, old = SeededBytes(70000, 7);
+    const size_t size = PatchSize(old, old + "!");
+    WriteFile("empty", "");
+    EXPECT_EQ(MakePatch("old", "empty", "other", kNoSizeLimit, &why), DeltaResult::NONE);
+    EXPECT_EQ(MakePatch("old", "new", "other", size - 1, &why), DeltaResult::NONE);
+    EXPECT_EQ(MakePatch("old", "missing", "other", size, &why), DeltaResult::FAILED);
+    EXPECT_FALSE(std::filesystem::exists("other"));
+    EXPECT_EQ(MakePatch("old", "new", "other", size, &why), DeltaResult::MADE) << why;
+
+    old[69999] ^= 1;
+    WriteFile("damaged", old);
+    for (const auto& [from, to] : {std::pair{"damaged", "new"}, {"old", "old"}, {"empty", "new"}}) {
+        EXPECT_FALSE(VerifyPatch(from, to, "patch", &why)) << from;
+    }
+}
+
+}  // namespace
