@@ -31,64 +31,32 @@ constexpr size_t kNowhere = SIZE_MAX;
 // themselves cost no more than others.
 class BlockTable {
 public:
-    BlockTable(const uint8_t* old, size_t size) : m_old(old), m_count(size / kBlock) {
-        m_bits = std::bit_width(m_count) + 1;
+    BlockTable(const uint8_t* old, size_t size) : m_bits(std::bit_width(size / kBlock) + 1) {
         m_slots.assign(size_t{1} << m_bits, 0);
-        for (size_t block = 0; block < m_count;) {
-            const size_t run = RunAt(block, m_count);
-            Offer(block, run);
-            block += run;
+        for (size_t at = 0; at + kBlock <= size; at += kBlock) {
+            const uint64_t hash = HashOf(old + at);
+            uint32_t& entry = m_slots[hash >> (64 - m_bits)];
+            if (entry == 0) entry = TagOf(hash) | static_cast<uint32_t>(at / kBlock + 1);
         }
     }
 
     // Where in the old contents the bytes may stand; kNowhere when they are no block of them.
     size_t Find(const uint8_t* bytes) const {
-        const Place place = PlaceOf(bytes);
-        const uint32_t entry = m_slots[place.slot];
-        return entry != 0 && (entry ^ place.tag) <= kNumber ? ((entry & kNumber) - 1) * kBlock
-                                                            : kNowhere;
+        const uint64_t hash = HashOf(bytes);
+        const uint32_t entry = m_slots[hash >> (64 - m_bits)];
+        if (entry == 0 || (entry ^ TagOf(hash)) > kNumber) return kNowhere;
+        return ((entry & kNumber) - 1) * kBlock;
     }
 
 private:
     // An entry is the number of a block, plus one, and some bits of its hash above.
     static constexpr uint32_t kNumber = (1u << 27) - 1;
+    static uint32_t TagOf(uint64_t hash) { return static_cast<uint32_t>(hash) & ~kNumber; }
 
-    struct Place {
-        size_t slot;
-        uint32_t tag;
-    };
-
-    Place PlaceOf(const uint8_t* bytes) const {
-        const uint64_t mixed = Load64(bytes) * 0x9E3779B97F4A7C15u +
-                               std::rotl(Load64(bytes + 8), 13) * 0xC2B2AE3D27D4EB4Fu +
-                               std::rotl(Load64(bytes + 16), 29) * 0x165667B19E3779F9u +
-                               std::rotl(Load64(bytes + 24), 43) * 0x27D4EB2F165667C5u;
-        const uint64_t hash = (mixed ^ mixed >> 32) * 0xD6E8FEB86659FD93u;
-        return {static_cast<size_t>(hash >> (64 - m_bits)), static_cast<uint32_t>(hash) & ~kNumber};
+    static uint64_t HashOf(const uint8_t* block) {
+        return HashOfWindow(block) + std::rotl(HashOfWindow(block + kBlock - kWindow), 23);
     }
 
-    // How many blocks from this one on are the same, up to a limit.
-    size_t RunAt(size_t block, size_t limit) const {
-        const uint8_t* first = m_old + block * kBlock;
-        size_t run = 1;
-        while (run < limit && block + run < m_count &&
-               memcmp(first, first + run * kBlock, kBlock) == 0) {
-            ++run;
-        }
-        return run;
-    }
-
-    // The first of several equal blocks stays, unless the other begins a longer run of them.
-    void Offer(size_t block, size_t run) {
-        const Place place = PlaceOf(m_old + block * kBlock);
-        uint32_t& entry = m_slots[place.slot];
-        if (entry == 0 || (run > 1 && RunAt((entry & kNumber) - 1, run) < run)) {
-            entry = place.tag | static_cast<uint32_t>(block + 1);
-        }
-    }
-
-    const uint8_t* m_old;
-    size_t m_count;
     int m_bits;
     std::vector<uint32_t> m_slots;
 };
