@@ -9,8 +9,9 @@ extern "C" {
 }
 
 TestScreen::TestScreen()
-    : m_server({"sh", "-c",
-                "exec Xvfb -displayfd 1 -screen 0 1024x768x24 -nolisten tcp -noreset 2>/dev/null"}) {
+    : m_server(
+          {"sh", "-c",
+           "exec Xvfb -displayfd 1 -screen 0 1024x768x24 -nolisten tcp -noreset 2>/dev/null"}) {
     m_server.AwaitWords("\n");
     setenv("DISPLAY", (":" + std::to_string(atoi(m_server.Said().c_str()))).c_str(), 1);
     setenv("GTK2_RC_FILES", "/dev/null", 1);
