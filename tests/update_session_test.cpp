@@ -1,507 +1,396 @@
-// Whole sessions of the update client against scripted servers.
+// Whole sessions of the update client, with the maker's own server and with one that answers as the
+// rows of a table say.
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <optional>
+#include <sys/stat.h>
+#include <sys/time.h>
 
 #include "lib/checksum.h"
-#include "lib/server_name.h"
-#include "tests/support/recorders.h"
-#include "tests/support/scratch_dir.h"
-#include "tests/support/scripted_server.h"
+#include "lib/file_helpers.h"
+#include "tests/support/game.h"
+#include "tests/support/relay.h"
+#include "tests/support/session.h"
 #include "update/messages.h"
 #include "update/server_pool.h"
-#include "update/update_client.h"
+
+namespace {
+uint64_t stoppedClock = 0;  // milliseconds; 0 while the clock runs
+}
+
+// The dispatcher's clock.
+int gettimeofday(timeval* now, void*) noexcept {
+    timespec real;
+    clock_gettime(CLOCK_REALTIME, &real);
+    *now = {real.tv_sec, real.tv_nsec / 1000};
+    if (stoppedClock != 0)
+        *now = {time_t(stoppedClock / 1000), suseconds_t(stoppedClock % 1000 * 1000)};
+    return 0;
+}
 
 namespace {
 
+namespace fs = std::filesystem;
 using std::string_literals::operator""s;
 using testing::Contains;
 using testing::ElementsAre;
 using testing::ElementsAreArray;
+using testing::EndsWith;
 using testing::HasSubstr;
+using testing::Pair;
+using testing::StartsWith;
 
-constexpr char kGameKey[] = "9fcdf44f";  // of "linux64", "common"
+// Packets by the tag of the request that they answer.
+using Answers = std::map<std::string, std::vector<std::string>>;
 
-// Ends the dispatcher's Run() when the session has ended, one way or another.
-class StoppingProgress : public RecordingProgress {
+const std::string kOld = "first version";
+const std::string kNew = "first new";
+// The new file as the old one's first five bytes and a literal.
+const std::string kPatch = "C\0\0\0\0\0\0\0\x05L\0\0\0\x04 newR"s;
+
+uint32_t SumOf(const std::string& text, uint32_t start = kFileChecksumStart) {
+    return Checksum(text.data(), static_cast<uint32_t>(text.size()), start);
+}
+
+std::string Listed(const std::string& name) {
+    return Encode(FileListEntry{name, SumOf(kNew), static_cast<uint32_t>(kNew.size())});
+}
+
+std::string Header(uint32_t index, uint32_t offset = 0) {
+    return Encode(DownloadHeader{index, 0, 0, offset});
+}
+
+std::string Resume(uint32_t offset, const std::string& tail) {
+    return Encode(ResumeRequest{offset, SumOf(tail, kRangeChecksumStart)});
+}
+
+std::string Patch(const std::string& name, bool isPatch = true, uint32_t index = 6) {
+    return Encode(PatchReply{name, index, static_cast<uint32_t>(kPatch.size()), 0, isPatch});
+}
+
+const std::string kEnd = Header(kEndOfDownloads);
+const std::string kCsum = "CSUM1.0\0common/f\0"s, kPatc = "PATC1.0\0common/f\0"s;
+const std::string kFull = "FULLcommon/f\0"s;
+
+// What a server says of a game of one file in version 1.1.
+const Answers kHonest = {{"MOTD", {"\0"s}},
+                         {"GETV", {"1.1", Listed("common/f"), "\0"s}},
+                         {"CSUM", {Encode(ChecksumReply{SumOf(kOld)})}},
+                         {"FULL", {Encode(FullReply{5, 0, 9})}},
+                         {"PATC", {Patch("p")}},
+                         {"RSUM", {"\1"}},
+                         {"REQD", {"\1"}},
+                         {"DOWN", {Header(5), kNew, kEnd}}};
+
+Answers List(const std::string& version, const std::vector<std::string>& names) {
+    std::vector<std::string> packets = {version};
+    for (const std::string& name : names) packets.push_back(Listed(name));
+    packets.push_back("\0"s);
+    return {{"GETV", packets}};
+}
+
+Answers Stream(const std::vector<std::string>& packets, Answers others = {}) {
+    others["DOWN"] = packets;
+    return others;
+}
+
+class UpdateSession : public GameTest {};
+
+struct Row {
+    std::string what, record;             // the installed version
+    Tree local = {};                      // the files that are there
+    Answers answers = {};                 // in the place of the honest ones
+    std::string log = {};                 // a part of it
+    std::vector<std::string> asked = {};  // behind the version request; anything when empty
+    int32_t result = 1;
+    std::string status = "Update complete.";  // shown at some time
+    Tree after = {{"f", kNew}};
+    int32_t begins = 0;  // the progress
+};
+
+// Shows where a text ended that did not end with its line.
+class PieceLog : public RecordingLog {
 public:
-    explicit StoppingProgress(EventLoop* loop) : m_loop(loop) {
-        onFinished = [this](int32_t) { m_loop->Stop(0); };
+    void Print(const char* text) override {
+        RecordingLog::Print(text);
+        if (!std::string(text).ends_with('\n')) RecordingLog::Print("|");
     }
-    void SetStatus(const char* text) override {
-        RecordingProgress::SetStatus(text);
-        if (text == "Connection failed"s) m_loop->Stop(0);
-    }
-
-private:
-    EventLoop* m_loop;
 };
 
-// What an updater has for the length of its run. Each run is a new one in the same home.
-struct Updater {
-    EventLoop loop;
-    RecordingLog log;
-    StoppingProgress progress{&loop};
-    UpdateClient client{&loop, &progress};
+TEST_F(UpdateSession, FollowsTheServer) {
+    const std::string part = kNew.substr(0, 5), x128(128, 'x'), ones(200, '1'), full(8190, 'x');
+    const char* const failed = "Update failed.";
+    // clang-format off
+    std::vector<Row> rows = {
+        {"nothing there", "", {}, {}, "No local version found; downloading 1.1...\n",
+         {kFull, "REQD", "DOWN"}},
+        {"a patch", "1.0", {{"f", kOld}}, Stream({Header(6), kPatch, kEnd}),
+         "Patching version 1.0 to 1.1...\n", {kCsum, kPatc, "REQD", "DOWN"}, 1, "Patching f...",
+         {{"f", kNew}, {"p", "(missing)"}, {"f.tmp", "(missing)"}}},
+        {"no patch on the server", "1.0", {{"f", kOld}},
+         Stream({Header(6), kNew, kEnd}, {{"PATC", {Patch("p", false)}}}), "",
+         {kCsum, kPatc, "REQD", "DOWN"}},
+        {"changed by somebody", "1.0", {{"f", "hacked"}}, {}, "", {kCsum, kFull, "REQD", "DOWN"}},
+        {"missing, and new", "1.0", {}, {{"CSUM", {Encode(ChecksumReply{kNoChecksum})}}}, "",
+         {kCsum, kFull, "REQD", "DOWN"}},
+        {"cut off", "", {{"f", part}}, Stream({Header(5, 5), " new", kEnd}),
+         "resuming download of common/f\nresuming f\n", {kFull, Resume(5, part), "REQD", "DOWN"},
+         1, "Update complete.", {{"f", kNew}}, 5},
+        {"cut off, refused", "", {{"f", full}}, {{"RSUM", {"\0"s}}}, "redownloading common/f\n",
+         {kFull, Resume(8190, full.substr(0, 1024)), "REQD", "DOWN"}},
+        {"a patch that was cut off", "1.0", {{"f", kOld}, {"p", kPatch.substr(0, 7)}},
+         Stream({Header(6, 7), kPatch.substr(7), kEnd}),
+         "resuming download of patch/p\nresuming p\n",
+         {kCsum, kPatc, Resume(7, kPatch.substr(0, 7)), "REQD", "DOWN"}, 1, "Update complete.",
+         {{"f", kNew}}, 7},
+        {"a bad patch", "1.0", {{"f", kOld}}, Stream({Header(6), "nonsense", kEnd}),
+         "Failed to load f patch p\npatch for f failed!\nI'm afraid you'll have to re-run the "
+         "updater\nand re-download this file.  Your harddrive is full\nor ", {}, 1,
+         "Update complete.", {{"f", kOld}, {"p", "(missing)"}}},
+        {"signed indexes, and a file that never comes", "1.0", {{"a", kOld}},
+         Stream({kEnd}, {{"GETV", List("1.1", {"common/b", "common/a"})["GETV"]},
+                         {"PATC", {Patch("p", true, 0xFFFFFFFB)}}}),
+         "screwed something up.\nFailed to load b patch common/b\n", {}, 0,
+         "Halcyrix is up to date.", {}},
+        {"a doubled slash", "1.0", {{"f", kOld}},
+         Stream({Header(6), kPatch, kEnd}, {{"PATC", {Patch("patches//x")}}})},
+        {"a doubled slash", "1.0", {}, List("1.1", {"a//x"}), "refusing the name a//x from", {},
+         -1, failed, {}},
 
-    int StartGame() { return client.Start(1, "linux64", "common", nullptr); }
-};
+        {"message of lines", "", {}, {{"MOTD", {"one\n100%s\n\0"s}}}, "one\n100%s\n|Latest"},
+        {"message of packets", "", {}, {{"MOTD", {"one\n", "two\n", ""}}}, "one\ntwo\nLatest"},
+        {"long message", "", {}, {{"MOTD", {x128 + x128 + "xxx\0"s}}},
+         "\n" + x128 + "|" + x128 + "|xxx|Latest"},
+        {"a version with a tail", "1.1", {{"f", kNew}}, List("1.1\0tail"s, {"common/f"}),
+         "Latest version: 1.1\nVersion is current; verifying files...\n", {}, 0},
+        {"a version that begins like the other", "1.1.1", {}, {}, "version 1.1.1 to 1.1...\n"},
+        {"a long version", "", {}, List(ones, {"common/f"}), ": " + ones.substr(0, 127) + "\n"},
+        {"the queue", "", {}, {{"REQD", {Encode(QueueStatus{false, 9, 9, 0}),
+                                         Encode(QueueStatus{false, 99, 100, 1}), "\1"}}}, "", {}, 1,
+         "Waiting; #100/100 in queue, approx. 02:46:40 remaining"},
 
-// What came of a run.
-struct Outcome {
-    std::vector<std::string> asked;  // of the first host
-    bool askedSecond;
-    std::string log;
-    std::vector<std::string> statuses;
-    std::vector<int32_t> results;
-    std::vector<std::pair<int32_t, int32_t>> progress;
-
-    // The requests behind the greeting and the version request.
-    std::vector<std::string> AskedForFiles() const { return {asked.begin() + 5, asked.end()}; }
-};
-
-class UpdateSession : public testing::Test {
-protected:
-    ScratchDir home;
-
-    // Runs a game session against one or two hosts.
-    Outcome Run(const ScriptedServer::Script& first, const ScriptedServer::Script& second = {}) {
-        Updater updater;
-        ScriptedServer server(&updater.loop, "127.0.0.1", first);
-        std::optional<ScriptedServer> spare;
-        if (second) spare.emplace(&updater.loop, "127.0.0.2", second);
-        EXPECT_EQ(updater.StartGame(), 1);
-        updater.loop.Run();
-        return {server.requests,          spare && !spare->requests.empty(),
-                updater.log.Text(),       updater.progress.statuses,
-                updater.progress.results, updater.progress.progress};
-    }
-
-    // Answers the requests that begin with `tag` by the packets, and the others honestly.
-    static ScriptedServer::Script Instead(HonestScript honest, const std::string& tag,
-                                          const std::vector<std::string>& packets) {
-        return [=](ScriptedPeer& peer, const std::string& request) mutable {
-            if (!request.starts_with(tag)) return honest(peer, request);
-            for (const std::string& packet : packets) peer.Reply(packet);
-        };
-    }
-
-    void Install(const std::string& version, const std::map<std::string, std::string>& files) {
-        if (!version.empty()) WriteFile("halcyrix.lfv", kGameKey + (" " + version + "\n"));
-        for (const auto& [name, data] : files) WriteFile(LocalPath(name), data);
-    }
-    void ExpectInstalled(const std::map<std::string, std::string>& files) {
-        for (const auto& [name, data] : files) {
-            EXPECT_TRUE(ReadFile(LocalPath(name)) == data) << name;
+        {"an end of the index alone", "", {}, Stream({Header(5), kNew, std::string(4, '\xff')})},
+        {"an unknown index", "", {}, Stream({Header(0xFFFFFFFB)}),
+         "file index -5 unknown!  aborting!\n", {}, -1, failed, {}},
+        {"more there than it says", "", {{"f", part}}, Stream({Header(5, 4)}),
+         "resuming f\ncan't open f!  aborting!", {}, -1, failed, {{"f", part}}, 5},
+        {"not to be appended to", "", {{"f", part}, {"read only", ""}}, Stream({Header(5, 5)}),
+         "can't open f!  aborting!", {}, -1, failed, {{"f", "(missing)"}}, 5},
+        {"not to be opened", "", {{"f/g", ""}}, {}, "can't open f!  aborting!", {}, -1, failed, {}},
+        {"a full disk", "", {}, Stream({Header(5), full, full}),
+         "can't write to f!  aborting! (probably a full harddrive)|", {}, -1, failed,
+         {{"f", std::string(10000, 'x')}}},
+        {"an index given twice", "", {}, List("1.1", {"common/f", "common/g"}),
+         "couldn't insert file index 5?\n"},
+    };
+    // clang-format on
+    for (const std::string& name :
+         {"/etc/x"s, ".."s, "a/../../x"s, "../x/y"s, "x/y/.."s, "x/" + std::string(4094, 'n')}) {
+        // Of a file, of a patch, and one that is not used.
+        for (const Answers& lie : {List("1.1", {name}), Answers{{"PATC", {Patch(name)}}},
+                                   Answers{{"PATC", {Patch(name, false)}}}}) {
+            const std::string log = "refusing the name " + name + " from the server!  aborting!\n";
+            rows.push_back({"", "1.0", {{"f", kOld}}, lie, log, {}, -1, failed, {{"f", kOld}}});
         }
-        EXPECT_EQ(ReadFile("halcyrix.lfv"), kGameKey + " 1.1\n"s);
     }
-};
 
-HonestScript SmallGame() {
-    HonestScript script;
-    script.files = {{"common/data/a.bin", SeededBytes(20000, 1)},
-                    {"common/readme", "Read me.\n"},
-                    {"linux64/halcyrix", SeededBytes(8190 * 2, 2)},
-                    {"linux64/nothing", ""}};
-    return script;
+    const FileSizeLimit limit(10000);
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.what + ": " + row.log);
+        Install("", {});
+        if (!row.record.empty()) WriteFile("halcyrix.lfv", "9fcdf44f " + row.record + "\n");
+        for (const auto& [path, data] : row.local) WriteFile(path, data);
+        if (row.local.contains("read only")) chmod("f", 0444);
+        Answers answers = row.answers;
+        answers.insert(kHonest.begin(), kHonest.end());
+        Relay server(Answer(answers));
+        Session session;
+        const PieceLog log;
+        session.StartGame();
+        EXPECT_EQ(session.Run(), row.result);
+        EXPECT_THAT(log.Text(), HasSubstr(row.log));
+        EXPECT_THAT(session.progress.statuses, Contains(row.status));
+        const std::vector<std::string> requests = server.Requests();
+        ASSERT_GE(requests.size(), 5u);
+        if (!row.asked.empty()) {
+            EXPECT_EQ(std::vector(requests.begin() + 5, requests.end()), row.asked);
+        }
+        const auto& progress = session.progress.progress;
+        if (!progress.empty()) {
+            EXPECT_EQ(progress.front().first, row.begins);
+        }
+        for (const auto& [path, data] : row.after) EXPECT_EQ(ReadFile(path), data) << path;
+        const bool fails = row.result < 0 && !row.record.empty();
+        const std::string latest = answers.at("GETV").front().c_str();
+        EXPECT_THAT(ReadFile("halcyrix.lfv"),
+                    EndsWith("9fcdf44f " + (fails ? row.record : latest.substr(0, 127)) + "\n"));
+    }
 }
 
-TEST_F(UpdateSession, FetchesAGameIntoAnEmptyHome) {
-    // A link that the player made is followed.
-    std::filesystem::create_directory("other disk");
-    std::filesystem::create_directory_symlink("other disk", "data");
-    const Outcome run = Run(SmallGame());
-    EXPECT_THAT(run.asked,
-                ElementsAre("PVERA", "ARCHlinux64\0"s, "ARCHcommon\0"s, "MOTD", "GETV",
-                            "FULLcommon/data/a.bin\0"s, "FULLcommon/readme\0"s,
-                            "FULLlinux64/halcyrix\0"s, "FULLlinux64/nothing\0"s, "REQD", "DOWN"));
-    ExpectInstalled(SmallGame().files);
-    EXPECT_TRUE(std::filesystem::exists("other disk/a.bin"));
-    EXPECT_THAT(run.statuses,
+TEST_F(UpdateSession, CountsBeyondTwoGigabytes) {
+    const int64_t total = 2 * int64_t{0xFFFFFFFF};
+    Answers answers = List("1.1", {"common/f", "common/g"});
+    answers["FULL"] = {Encode(FullReply{5, 0, 0xFFFFFFFF})};
+    answers.insert(kHonest.begin(), kHonest.end());
+    Relay server(Answer(answers));
+    Session session;
+    session.StartGame();
+    EXPECT_EQ(session.Run(), 1);
+    EXPECT_TRUE(session.progress.progress.empty());
+    EXPECT_THAT(session.progress.longProgress,
+                ElementsAre(Pair(0, total), Pair(9, total), Pair(total, total)));
+}
+
+TEST_F(UpdateSession, UpdatesTheUpdaterAndThenTheGame) {
+    Publish("1.0", FirstGame());
+    WriteFile("../motd", "Welcome.\n");
+    ServingProgram server(StorePath(), "127.0.0.2", {"--motd", "../motd"});
+    // Behind the end of each stream, more of them and something that is no frame.
+    Relay relay([](const Passing& passing) -> std::optional<Instead> {
+        if (passing.isRequest || !passing.payload.starts_with("\xff\xff\xff\xff")) return {};
+        return Instead{FrameOf(kEnd) + FrameOf(kEnd) + FrameOf(kEnd) + "\xff\xff"};
+    });
+    Session session;
+    session.progress.onFinished = [&](int32_t) {
+        if (session.progress.results.size() == 2) return session.loop.Stop(0);
+        EXPECT_EQ(session.StartGame(), 1);
+    };
+    session.progress.onStatus = [](const std::string& status) {
+        if (status == "Negotiating download of 1.0") {
+            EXPECT_TRUE(fs::exists("halcyrix.lfv")) << "is to be recorded at once";
+        }
+    };
+    session.progress.onProgress = [](int32_t done, int32_t total) {
+        if (done == 0 || total != 9000) return;
+        EXPECT_EQ(fs::file_size("update.rlb"), done) << "every packet is to be written at once";
+    };
+    ASSERT_EQ(session.client.Start(0, "linux64upd", nullptr), 1);
+    EXPECT_EQ(session.StartGame(), 0);
+    session.Run();
+    EXPECT_THAT(session.progress.results, ElementsAre(1, 6));
+    EXPECT_EQ(session.progress.progress.back(), std::make_pair(176428, 176428));
+    ExpectInstalled("1.0", FirstGame());
+    EXPECT_EQ(ReadFile("halcyrix.lfv"), "07871091 1.0\n9fcdf44f 1.0\n");
+    const std::string connecting = "Connecting to 127.0.0.1:21024...\n";
+    const std::string latest = "Latest version: 1.0\nNo local version found; downloading 1.0...\n";
+    EXPECT_THAT(session.log.Text(), StartsWith(connecting + "Already connected!\n" + latest +
+                                               connecting + "Welcome.\n" + latest));
+    EXPECT_FALSE(session.log.Has("Disconnected")) << "that is of no interest any more";
+    session.progress.statuses.erase(session.progress.statuses.begin(),
+                                    session.progress.statuses.begin() + 6);
+    EXPECT_THAT(session.progress.statuses,
                 ElementsAre("Connecting to 127.0.0.1:21024...", "Requesting latest version...",
-                            "Negotiating download of 1.1", "Downloading updates...",
+                            "Negotiating download of 1.0", "Downloading updates...",
                             "Download complete.", "Update complete."));
-    EXPECT_THAT(run.results, ElementsAre(4));
-    EXPECT_EQ(run.log,
-              "Connecting to 127.0.0.1:21024...\nWelcome.\nLatest version: 1.1\n"
-              "No local version found; downloading 1.1...\n");
-    std::vector<int32_t> done;
-    for (const auto& [bytes, total] : run.progress) {
-        done.push_back(bytes);
-        EXPECT_EQ(total, 36389);
-    }
-    EXPECT_THAT(done, ElementsAre(0, 8190, 16380, 20000, 20009, 28199, 36389, 36389, 36389, 36389));
 }
 
-TEST_F(UpdateSession, AsksForNothingWhenNothingIsMissing) {
-    Install("1.1", SmallGame().files);
-    for (const HonestScript& script : {SmallGame(), HonestScript{}}) {
-        const Outcome run = Run(script);
-        EXPECT_EQ(run.asked.back(), "GETV");
-        EXPECT_EQ(run.statuses.back(), "Update complete.");
-        EXPECT_THAT(run.results, ElementsAre(0));
-        EXPECT_THAT(run.log, HasSubstr("Version is current; verifying files...\n"));
-    }
+TEST_F(UpdateSession, GoesOnAtTheNextHostAndRecordsTheVersionLast) {
+    Publish("1.0", FirstGame());
+    Publish("1.1", NextGame());
+    ServingProgram server(StorePath(), "127.0.0.2");
+    Install("1.0", FirstGame());
+    // The first host is lost with both patches received, and the new file under way.
+    Relay relay([](const Passing& passing) -> std::optional<Instead> {
+        if (passing.isRequest || passing.payload.size() != 5000) return {};
+        return Instead{"", Instead::kHangUp};
+    });
+    Session session;
+    session.progress.onStatus = [](const std::string& status) {
+        if (status.starts_with("Patching ")) {
+            EXPECT_THAT(ReadFile("halcyrix.lfv"), HasSubstr("9fcdf44f 1.0\n"));
+        }
+    };
+    session.StartGame();
+    EXPECT_EQ(session.Run(), 5) << "received, two of them with nothing left to receive";
+    EXPECT_THAT(session.log.Text(),
+                HasSubstr("Disconnected\nConnecting to 127.0.0.2:21024...\nLatest version: 1.1\n"
+                          "Patching version 1.0 to 1.1...\n"));
+    EXPECT_EQ(session.log.Count("resuming download of patch/"), 2);
+    EXPECT_THAT(session.progress.statuses, Contains("Negotiating update to 1.1..."));
+    ExpectInstalled("1.1", NextGame());
+    const int32_t total = session.progress.progress.front().second;
+    EXPECT_THAT(session.progress.progress, Contains(Pair(total - 5000, total)).Times(4));
 }
 
 // Fires at every turn that the dispatcher gets.
 class TurnCounter : public Timer_Event {
 public:
-    using Timer_Event::Timer_Event;
+    explicit TurnCounter(EventLoop* loop) : Timer_Event(loop) { Schedule(0); }
     void OnTimer(uint64_t) override {
         ++turns;
-        Schedule(0);
+        Schedule(1);
     }
     int turns = 0;
 };
 
-TEST_F(UpdateSession, GivesTheDispatcherItsTurnBetweenFilesThatTakeLong) {
-    HonestScript script;
-    for (const char* name : {"common/1", "common/2", "common/3"}) {
-        script.files[name] = SeededBytes(500000, 1);
+TEST_F(UpdateSession, ChecksItsFilesOnItsOwnAndInTurns) {
+    const std::string contents = SeededBytes(500000, 1);  // progress is told of it
+    WriteFile("a", contents);
+    const FileListEntry entry{"common/a", FileChecksum("a", nullptr), 500000};
+    std::vector<std::string> list = {"1.1"};
+    for (const char* name : {"common/a", "common/b", "common/c"}) {
+        list.push_back(Encode(FileListEntry{name, entry.checksum, entry.length}));
     }
-    Install("1.1", script.files);
-    Updater updater;
-    TurnCounter counter(&updater.loop);
-    std::vector<int> turnsAfterFiles;
-    updater.progress.onProgress = [&](int32_t done, int32_t total) {
-        if (done < total) return;
-        turnsAfterFiles.push_back(counter.turns);
-        if (turnsAfterFiles.size() == 1) counter.Schedule(0);
-        const uint64_t began = EventLoop::Now();
-        while (EventLoop::Now() < began + 30) continue;  // a slow disk, say
-    };
-    ScriptedServer server(&updater.loop, "127.0.0.1", script);
-    EXPECT_EQ(updater.StartGame(), 1);
-    updater.loop.Run();
-    ASSERT_EQ(turnsAfterFiles.size(), 3u);
-    EXPECT_LT(turnsAfterFiles[0], turnsAfterFiles[1]);
-    EXPECT_LT(turnsAfterFiles[1], turnsAfterFiles[2]);
-}
-
-TEST_F(UpdateSession, ResumesAFileThatWasCutOff) {
-    const auto files = SmallGame().files;
-    const std::string& whole = files.at("common/data/a.bin");
-    const std::pair<std::string, bool> cases[] = {
-        {whole.substr(0, 300), true},
-        {whole.substr(0, 5000), true},
-        {SeededBytes(5000, 9), false},
-        {whole + "more", false},
-        {"", false},
-    };
-    for (const auto& [local, accepted] : cases) {
-        Install("1.1", files);
-        WriteFile("data/a.bin", local);
-        const Outcome run = Run(SmallGame());
-        const auto offset = static_cast<uint32_t>(local.size());
-        const std::string tail = offset > 1024 ? local.substr(offset - 1024) : local;
-        const uint32_t checksum =
-            tail.empty() ? 0xa5be5705 : Checksum(tail.data(), uint32_t(tail.size()), 0xa5be5705);
-        EXPECT_THAT(run.AskedForFiles(),
-                    ElementsAre("FULLcommon/data/a.bin\0"s, Encode(ResumeRequest{offset, checksum}),
-                                "REQD", "DOWN"));
-        ExpectInstalled(files);
-        EXPECT_THAT(run.log, HasSubstr(accepted ? "resuming download of common/data/a.bin\n"
-                                                  "resuming data/a.bin\n"
-                                                : "redownloading common/data/a.bin\n"));
-        EXPECT_EQ(run.progress.front().first, accepted ? int(offset) : 0);
-    }
-}
-
-// The new file as the old one's first five bytes and a literal.
-const std::string kPatch = "C\0\0\0\0\0\0\0\x05L\0\0\0\x04 newR"s;
-
-TEST_F(UpdateSession, NegotiatesWhatEachFileNeeds) {
-    const std::string csum = "CSUM1.0\0common/f\0"s;
-    const std::string patc = "PATC1.0\0common/f\0"s;
-    const std::string full = "FULLcommon/f\0"s;
-    const char* const old = "first version";
-    const struct {
-        const char* what;
-        const char* local;  // null when there is no file
-        const char* old;    // the same on the server
-        std::string patch;
-        std::vector<std::string> asked;
-    } cases[] = {
-        {"a patch for the installed contents", old, old, kPatch, {csum, patc, "REQD", "DOWN"}},
-        {"no patch on the server", old, old, "", {csum, patc, "REQD", "DOWN"}},
-        {"changed by somebody", "hacked", old, kPatch, {csum, full, "REQD", "DOWN"}},
-        {"not in the installed version", "mine", nullptr, "", {csum, full, "REQD", "DOWN"}},
-        {"missing", nullptr, old, kPatch, {csum, full, "REQD", "DOWN"}},
-        {"the latest already", "first new", old, "", {}},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.what);
-        HonestScript script;
-        script.files = {{"common/f", "first new"}};
-        if (c.old != nullptr) script.oldFiles = {{"common/f", c.old}};
-        if (!c.patch.empty()) script.patches = {{"common/f", c.patch}};
-        Install("1.0", {});
-        std::filesystem::remove("f");
-        if (c.local != nullptr) WriteFile("f", c.local);
-        const Outcome run = Run(script);
-        EXPECT_THAT(run.AskedForFiles(), ElementsAreArray(c.asked));
-        ExpectInstalled(script.files);
-        EXPECT_FALSE(std::filesystem::exists("patches/200"));
-        EXPECT_THAT(run.log, HasSubstr("Patching version 1.0 to 1.1...\n"));
-        EXPECT_EQ(run.statuses.back(), "Update complete.");
-    }
-}
-
-TEST_F(UpdateSession, AppliesAPatchLeftByAnEarlierSessionAndOutlivesABadOne) {
-    HonestScript script;
-    script.files = {{"common/f", "first new"}};
-    script.oldFiles = {{"common/f", "first version"}};
-    script.patches = {{"common/f", kPatch}};
-    for (const size_t kept : {kPatch.size(), size_t{7}}) {
-        Install("1.0", script.oldFiles);
-        WriteFile("patches/200", kPatch.substr(0, kept));
-        const Outcome run = Run(script);
-        EXPECT_THAT(run.log, HasSubstr("resuming download of patch/patches/200\n"
-                                       "resuming patches/200\n"));
-        ExpectInstalled(script.files);
-    }
-
-    script.patches = {{"common/f", "nonsense"}};
-    Install("1.0", script.oldFiles);
-    const Outcome bad = Run(script);
-    EXPECT_THAT(bad.log, HasSubstr("patch for f failed!\n"));
-    EXPECT_THAT(bad.results, ElementsAre(1));
-    ExpectInstalled(script.oldFiles);
-    Run(script);  // finds the file and fetches it whole
-    ExpectInstalled(script.files);
-}
-
-TEST_F(UpdateSession, PrintsTheMessageOfTheDayInPieces) {
-    class PieceLog : public RecordingLog {
-    public:
-        void Print(const char* text) override { pieces.emplace_back(text); }
-        std::vector<std::string> pieces;
-    };
-    const std::string x128(128, 'x');
-    const struct {
-        std::vector<std::string> packets;
-        std::vector<std::string> printed;
-    } cases[] = {
-        {{"one\ntwo\n\0"s}, {"one\n", "two\n", ""}},
-        {{"one\n", "two\n\0"s}, {"one\n", "two\n", ""}},
-        {{"one\n", ""}, {"one\n"}},
-        {{std::string(300, 'x') + '\0'}, {x128, x128, std::string(44, 'x')}},
-        {{"100%s\0"s}, {"100%s"}},
-    };
-    for (const auto& c : cases) {
-        Updater updater;
-        PieceLog log;
-        ScriptedServer server(&updater.loop, "127.0.0.1", Instead({}, "MOTD", c.packets));
-        ASSERT_EQ(updater.StartGame(), 1);
-        updater.loop.Run();
-        log.pieces.resize(1 + c.printed.size());
-        EXPECT_THAT(std::vector(log.pieces.begin() + 1, log.pieces.end()),
-                    ElementsAreArray(c.printed));
-        EXPECT_EQ(server.requests.back(), "GETV");
-    }
-}
-
-TEST_F(UpdateSession, TellsThePlaceInTheQueue) {
-    const std::pair<QueueStatus, const char*> cases[] = {
-        {{false, 0, 5, 50}, "Waiting; #1/5 in queue, approx. 00:00:02 remaining"},
-        {{false, 99, 100, 1}, "Waiting; #100/100 in queue, approx. 02:46:40 remaining"},
-        {{false, 3, 9, 0}, "Waiting; #4/9 in queue, approx. 00:00:00 remaining"},
-        {{false, 65535, 65535, 1}, "Waiting; #65536/65535 in queue, approx. 20:26:40 remaining"},
-    };
-    std::vector<std::string> packets;
-    for (const auto& [status, text] : cases) packets.push_back(Encode(status));
-    packets.push_back(Encode(QueueStatus{true, 0, 0, 0}));
-    const Outcome run = Run(Instead(SmallGame(), "REQD", packets));
-    for (const auto& [status, text] : cases) EXPECT_THAT(run.statuses, Contains(text));
-    ExpectInstalled(SmallGame().files);
-}
-
-TEST_F(UpdateSession, ComparesVersionsWhole) {
-    const std::string ones(127, '1');
-    const struct {
-        std::string announced, installed, log;
-    } cases[] = {
-        {ones + ones, ones.substr(0, 117),
-         "Patching version " + ones.substr(0, 117) + " to " + ones},
-        {"1.1", "1.1.1", "Patching version 1.1.1 to 1.1...\n"},
-        {"1.1\0junk"s, "1.1", "Latest version: 1.1\nVersion is current"},
-    };
-    for (const auto& c : cases) {
-        HonestScript script;
-        script.version = c.announced;
-        Install(c.installed, {});
-        EXPECT_THAT(Run(script).log, HasSubstr(c.log));
-    }
-}
-
-TEST_F(UpdateSession, FailsOnAStreamThatItCannotFollow) {
-    const auto header = [](uint32_t index) { return Encode(DownloadHeader{index, 0, 0, 0}); };
-    const std::pair<std::vector<std::string>, const char*> cases[] = {
-        {{header(7)}, "file index 7 unknown!  aborting!\n"},
-        {{header(100), "x", header(100)}, "file index 100 unknown!  aborting!\n"},
-        {{header(101)}, "can't open readme!  aborting!"},
-    };
-    WriteFile("readme/in/the/way", "");
-    for (const auto& [stream, log] : cases) {
-        const Outcome run = Run(Instead(SmallGame(), "DOWN", stream));
-        EXPECT_THAT(run.log, HasSubstr(log));
-        EXPECT_EQ(run.statuses.back(), "Update failed.");
-        EXPECT_THAT(run.results, ElementsAre(-1));
-    }
-}
-
-TEST_F(UpdateSession, TreatsALeftoverDownloadAsAPatch) {
-    const Outcome run =
-        Run(Instead(SmallGame(), "DOWN", {Encode(DownloadHeader{kEndOfDownloads, 0, 0, 0})}));
-    EXPECT_THAT(run.log, HasSubstr("Failed to load readme patch common/readme\n"));
-    EXPECT_EQ(run.statuses.back(), "Halcyrix is up to date.");
-    EXPECT_THAT(run.results, ElementsAre(0));
-}
-
-// A conversation that is broken off at every one of its replies is finished by the second host.
-TEST_F(UpdateSession, GoesOnAtTheNextHostAfterALostConnectionAnywhere) {
-    HonestScript honest = SmallGame();
-    honest.oldFiles = {{"common/readme", "Old text."}};
-    honest.patches = {{"common/readme", "L\0\0\0\x09Read me.\nR"s}};
-    const struct {
-        const char* what;
-        const char* log;
-        std::function<void(ScriptedPeer&, const std::string&)> instead;
-        bool controlOnly;  // makes no sense in place of text or file data
-    } breaks[] = {
-        {"closed", "Disconnected\n", [](auto& peer, auto&) { peer.HangUp(); }, false},
-        {"oversize frame", "Invalid packet size; disconnecting\nDisconnected\n",
-         [](auto& peer, auto&) { peer.SendRaw("\xff\xff"); }, false},
-        {"cut", "Malformed reply from the server; disconnecting\nDisconnected\n",
-         [](auto& peer, auto& reply) { peer.Reply(reply.substr(0, reply.size() - 1)); }, true},
-    };
-    for (const auto& way : breaks) {
-        int replies = 0;  // of a whole conversation, counted by the first round, which breaks none
-        for (int broken = -1; broken < replies; ++broken) {
-            SCOPED_TRACE(way.what + (" at reply " + std::to_string(broken)));
-            for (const char* path : {"data/a.bin", "halcyrix", "nothing"}) {
-                std::filesystem::remove(path);
-            }
-            Install("1.0", honest.oldFiles);
-            HonestScript breaking = honest;
-            breaking.replace = [&](ScriptedPeer& peer, int number, const std::string& reply) {
-                replies = std::max(replies, number + 1);
-                const bool data = number < 2 || reply.size() > 200 || reply.empty();
-                const bool breaks_now = number == broken && !(way.controlOnly && data);
-                breaks_now ? way.instead(peer, reply) : peer.Reply(reply);
+    list.emplace_back("\0"s);
+    for (const std::string version : {"1.1", "1.0"}) {
+        for (const bool complete : {true, false}) {
+            SCOPED_TRACE(version + (complete ? ", complete" : ", with a file missing"));
+            Install(version, {{"common/a", contents}, {"common/b", contents}});
+            if (complete) WriteFile("c", contents);
+            Session session;
+            TurnCounter counter(&session.loop);
+            std::vector<int> turns;
+            session.progress.onProgress = [&](int32_t done, int32_t total) {
+                if (done < total) return;
+                turns.push_back(counter.turns);
+                const uint64_t began = EventLoop::Now();
+                while (EventLoop::Now() < began + 30) continue;  // a slow disk, say
             };
-            const Outcome run = Run(breaking, honest);
-            EXPECT_THAT(run.log, HasSubstr(run.askedSecond ? way.log : ""));
-            ExpectInstalled(honest.files);
-        }
-        EXPECT_GT(replies, 15);
-    }
-}
-
-TEST_F(UpdateSession, RefusesNamesThatLeaveTheHome) {
-    for (const std::string& name :
-         {"/etc/x"s, ".."s, "a/../../x"s, "../x/y"s, "x/y/.."s, "x/" + std::string(4094, 'n')}) {
-        HonestScript listed;
-        listed.files = {{name, "new"}};
-        HonestScript honest;
-        honest.files = {{"common/f", "new"}};
-        honest.oldFiles = {{"common/f", "old"}};
-        // As a file name, as a patch's download name, and as the unused one of a whole file.
-        for (const auto& script :
-             {ScriptedServer::Script(listed),
-              Instead(honest, "PATC", {Encode(PatchReply{name, 5, 3, 0, true})}),
-              Instead(honest, "PATC", {Encode(PatchReply{name, 5, 3, 0, false})})}) {
-            Install("1.0", honest.oldFiles);
-            const Outcome run = Run(script);
-            EXPECT_THAT(run.log, HasSubstr("refusing the name " + name + " from the server!"));
-            EXPECT_THAT(run.results, ElementsAre(-1));
-            EXPECT_NE(run.asked.back(), "REQD");
+            // Hangs up while the files are checked.
+            Relay server(Answer({{"GETV", list}}, Instead::kHangUp));
+            session.client.Start(0, "linux64", "common", nullptr);
+            EXPECT_EQ(session.Run(), complete ? 0 : -2);
+            EXPECT_EQ(session.log.Has("Disconnected\nConnecting to 127.0.0.2"), !complete);
+            EXPECT_EQ(session.log.Has("Disconnected\n"), !complete);
+            ASSERT_EQ(turns.size(), complete ? 3u : 2u);
+            EXPECT_LT(turns.front(), turns.back());
         }
     }
 }
 
-TEST_F(UpdateSession, LogsAnIndexThatIsGivenTwice) {
-    HonestScript honest;
-    honest.files = {{"common/f", "one"}, {"common/g", "two"}};
-    const Outcome run = Run([&](ScriptedPeer& peer, const std::string& request) {
-        if (request.starts_with("FULL")) return peer.Reply(Encode(FullReply{100, 0, 3}));
-        if (request.starts_with("GETV") || request == "REQD") return honest(peer, request);
-        if (request == "MOTD") return peer.Reply("");
-        if (request != "DOWN") return;
-        peer.Reply(Encode(DownloadHeader{100, 0, 0, 0}));
-        peer.Reply("one");
-        peer.Reply(Encode(DownloadHeader{kEndOfDownloads, 0, 0, 0}));
-    });
-    EXPECT_THAT(run.log, HasSubstr("couldn't insert file index 100?\n"));
-    EXPECT_EQ(ReadFile("f"), "one");
-    EXPECT_THAT(run.results, ElementsAre(1));
-}
+TEST_F(UpdateSession, GivesAHostTenSecondsAndEndsWithTheLast) {
+    const char* const hosts[] = {server_pool[0], server_pool[1]};
+    server_pool[0] = server_pool[1] = "no-such-host.invalid";
+    stoppedClock = EventLoop::Now();
+    Session session;
+    ASSERT_EQ(session.StartGame(), 1);
+    for (const char* after : {"Connecting to no-such-host.invalid:21024...\n",
+                              "Can't reach any Brenmoor update server!\n\n\n------"}) {
+        stoppedClock += 9999;
+        session.loop.Dispatch(0);
+        EXPECT_THAT(session.log.Text(), EndsWith("Failed connecting to no-such-host.invalid\n"));
+        ++stoppedClock;
+        session.loop.Dispatch(0);
+        EXPECT_THAT(session.log.Text(), HasSubstr("Connection timeout!\n"s + after));
+    }
+    std::copy(hosts, hosts + 2, server_pool);
 
-TEST_F(UpdateSession, SaysSoWhenNoServerCanBeReached) {
-    Updater updater;
-    ASSERT_EQ(updater.StartGame(), 1);
-    updater.loop.Run();
-    EXPECT_EQ(updater.progress.statuses.back(), "Connection failed");
-    EXPECT_TRUE(updater.log.Has("Connecting to 127.0.0.2:21024...\n"));
-    EXPECT_EQ(updater.log.Count("Can't reach any Brenmoor update server!\n\n\n------"), 1);
-    EXPECT_TRUE(updater.log.Has("network administrator.\n\nFor more information"));
-    EXPECT_TRUE(updater.progress.results.empty());
-    EXPECT_EQ(updater.client.m_fd, -1);
-    EXPECT_EQ(updater.client.m_flags, 0u);
-    EXPECT_EQ(updater.StartGame(), 0);
-    EXPECT_TRUE(updater.log.Has("Already connected!\n"));
-}
-
-TEST_F(UpdateSession, WaitsOutAHostThatHasNoAddress) {
-    server_pool[0] = "no-such-host.invalid";
-    Updater updater;
-    ScriptedServer second(&updater.loop, "127.0.0.2", SmallGame());
-    ASSERT_EQ(updater.StartGame(), 1);
-    EXPECT_EQ(updater.client.m_fd, -1);
-    EXPECT_EQ(updater.client.m_flags, IO_WRITE);
-    updater.loop.Dispatch(0);
-    EXPECT_TRUE(updater.log.Has("Failed connecting to no-such-host.invalid\n"));
-    updater.client.OnTimer(0);
-    EXPECT_TRUE(updater.log.Has("Connection timeout!\n"));
-    updater.loop.Run();
-    ExpectInstalled(SmallGame().files);
-    server_pool[0] = "127.0.0.1";
-}
-
-TEST_F(UpdateSession, MayBeStartedFromTheLastPacketOfAnother) {
-    Updater updater;
-    updater.progress.onFinished = [&](int32_t) {
-        if (updater.progress.results.size() == 2) return updater.loop.Stop(0);
-        EXPECT_EQ(updater.StartGame(), 1);
-    };
-    // The first session ends at the end of a stream without a file, with more packets behind it.
-    HonestScript honest = SmallGame();
-    ScriptedServer server(&updater.loop, "127.0.0.1",
-                          [&](ScriptedPeer& peer, const std::string& request) {
-                              if (request != "DOWN" || !updater.progress.results.empty()) {
-                                  return honest(peer, request);
-                              }
-                              for (int i = 0; i < 40; ++i) {
-                                  peer.Reply(Encode(DownloadHeader{kEndOfDownloads, 0, 0, 0}));
-                              }
-                          });
-    ASSERT_EQ(updater.client.Start(0, "linux64upd", nullptr), 1);
-    updater.loop.Run();
-    EXPECT_THAT(updater.progress.results, ElementsAre(0, 4));
-    EXPECT_EQ(ReadFile("halcyrix.lfv"), "07871091 1.1\n9fcdf44f 1.1\n");
-}
-
-TEST_F(UpdateSession, IgnoresEveryEventWhenIdle) {
-    Updater updater;
-    updater.client.OnWritable();
-    updater.client.OnPacket(reinterpret_cast<const uint8_t*>("x"), 1);
-    updater.client.OnTimer(0);
-    EXPECT_EQ(updater.log.Text(), "");
-    EXPECT_TRUE(updater.progress.statuses.empty());
+    // Nobody listens: nothing is left of the attempts.
+    Session refused;
+    ASSERT_EQ(refused.StartGame(), 1);
+    EXPECT_EQ(refused.Run(), -2);
+    stoppedClock += 100000;
+    refused.loop.RunTimers();
+    EXPECT_THAT(refused.log.Text(),
+                HasSubstr("Connecting to 127.0.0.2:21024...\nConnection failed: Connection "
+                          "refused\nCan't reach any Brenmoor update server!\n\n\n-----"));
+    EXPECT_THAT(refused.log.Text(), EndsWith("-----\n\n"));
+    EXPECT_EQ(refused.log.Count("Can't reach any"), 1);
+    EXPECT_EQ(refused.progress.statuses.back(), "Connection failed");
+    EXPECT_EQ(refused.client.m_fd, -1);
+    EXPECT_EQ(refused.client.m_flags, 0u);
+    EXPECT_EQ(refused.StartGame(), 0);
+    EXPECT_TRUE(refused.log.Has("Already connected!\n"));
+    stoppedClock = 0;
 }
 
 }  // namespace
