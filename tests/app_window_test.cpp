@@ -21,7 +21,7 @@ protected:
         static const TestScreen* const screen = new TestScreen;
         static const bool ready = screen != nullptr && gtk_init_check(nullptr, nullptr);
         EXPECT_TRUE(ready);
-        FailOnWarnings();
+        g_log_set_always_fatal(GLogLevelFlags(G_LOG_LEVEL_WARNING | G_LOG_LEVEL_CRITICAL));
         UseFont("DejaVu Sans 10");
         Show();
     }
@@ -191,8 +191,8 @@ TEST_F(Windows, KeepTheirSizeAndShowAllTexts) {
         GtkWidget* box = FindWindow("Message");
         EXPECT_EQ(LabelText(box), "not \uFFFD text\n" + std::string(200, 'W'));
         EXPECT_LE(Width(box), 768);
-        EXPECT_EQ(gtk_window_get_focus(GTK_WINDOW(box)), GTK_WIDGET(FindButton(box)));
-        gtk_button_clicked(FindButton(box));
+        EXPECT_EQ(gtk_window_get_focus(GTK_WINDOW(box)), FindInside(box, GTK_TYPE_BUTTON));
+        gtk_button_clicked(GTK_BUTTON(FindInside(box, GTK_TYPE_BUTTON)));
         EXPECT_EQ(FindWindow("Message"), nullptr);
     }
 }

@@ -126,22 +126,19 @@ TEST_F(Reliability, OfASessionThatRunsOutOfRoomAnywhere) {
     EXPECT_GT(starts, 20);
 }
 
-struct Use {
-    explicit Use(pid_t process) {
-        const std::string proc = "/proc/" + std::to_string(process);
-        long size;
-        std::ifstream(proc + "/statm") >> size >> pages;
-        descriptors = std::distance(fs::directory_iterator(proc + "/fd"), {});
-    }
-
-    long pages = 0, descriptors;
-};
+// How many pages of memory and descriptors a process has.
+std::pair<long, long> UseOf(pid_t process) {
+    const std::string proc = "/proc/" + std::to_string(process);
+    long size, pages;
+    std::ifstream(proc + "/statm") >> size >> pages;
+    return {pages, std::distance(fs::directory_iterator(proc + "/fd"), {})};
+}
 
 TEST_F(Reliability, OfManySessionsInARow) {
     Publish("1.0", FirstGame());
     Publish("1.1", NextGame());
     const ServingProgram server(StorePath(), "127.0.0.1");
-    std::optional<Use> before[2];
+    std::map<pid_t, std::pair<long, long>> before;
     for (int number = 0; number < 60 && !HasFailure(); ++number) {
         // By turns a whole download, a patch, and a repair that resumes.
         number % 3 == 0 ? Install("", {}) : InstallDamaged();
@@ -153,13 +150,13 @@ TEST_F(Reliability, OfManySessionsInARow) {
         }
         ExpectInstalled("1.1", NextGame());
         if (number != 15) continue;
-        for (const int i : {0, 1}) before[i].emplace(i == 0 ? getpid() : server.Pid());
+        for (const pid_t process : {getpid(), server.Pid()}) before[process] = UseOf(process);
     }
-    for (const int i : {0, 1}) {
-        const Use after(i == 0 ? getpid() : server.Pid());
-        EXPECT_NEAR(double(after.descriptors), double(before[i]->descriptors), 2);
+    for (const auto& [process, use] : before) {
+        const auto [pages, descriptors] = UseOf(process);
+        EXPECT_NEAR(double(descriptors), double(use.second), 2);
 #ifndef __SANITIZE_ADDRESS__  // it keeps what is freed
-        EXPECT_LT(after.pages - before[i]->pages, 128);
+        EXPECT_LT(pages - use.first, 128);
 #endif
     }
 }

@@ -4,21 +4,43 @@
 
 #include <gtk/gtk.h>
 
+#include <memory>
 #include <string>
 
-// From now on a warning of GTK is a failure of the running test.
-void FailOnWarnings();
+inline void ProcessEvents() {
+    while (gtk_events_pending()) gtk_main_iteration();
+}
 
-void ProcessEvents();
+using WidgetList = std::unique_ptr<GList, decltype(&g_list_free)>;
 
-// The window with this title, null when there is none; closing it as its frame would.
-GtkWidget* FindWindow(const std::string& title);
-void CloseWindow(GtkWidget* window);
+// The window with this title, null when there is none.
+inline GtkWidget* FindWindow(const std::string& title) {
+    const WidgetList windows(gtk_window_list_toplevels(), g_list_free);
+    for (GList* window = windows.get(); window != nullptr; window = window->next) {
+        const char* its = gtk_window_get_title(GTK_WINDOW(window->data));
+        if (its != nullptr && its == title) return GTK_WIDGET(window->data);
+    }
+    return nullptr;
+}
 
-// The first of its kind inside a container.
-GtkButton* FindButton(GtkWidget* container);
-std::string LabelText(GtkWidget* container);
+// The first widget of this type inside another, which it may be itself.
+inline GtkWidget* FindInside(GtkWidget* widget, GType type) {
+    if (G_TYPE_CHECK_INSTANCE_TYPE(widget, type)) return widget;
+    if (!GTK_IS_CONTAINER(widget)) return nullptr;
+    const WidgetList children(gtk_container_get_children(GTK_CONTAINER(widget)), g_list_free);
+    for (GList* child = children.get(); child != nullptr; child = child->next) {
+        if (GtkWidget* found = FindInside(GTK_WIDGET(child->data), type)) return found;
+    }
+    return nullptr;
+}
+inline std::string LabelText(GtkWidget* container) {
+    return gtk_label_get_text(GTK_LABEL(FindInside(container, GTK_TYPE_LABEL)));
+}
 
-std::string TextOf(GtkWidget* textView);
+inline std::string TextOf(GtkWidget* textView) {
+    gchar* text;
+    g_object_get(gtk_text_view_get_buffer(GTK_TEXT_VIEW(textView)), "text", &text, nullptr);
+    return std::unique_ptr<gchar, decltype(&g_free)>(text, g_free).get();
+}
 
 #endif

@@ -14,7 +14,8 @@
 Program::Program(const std::vector<std::string>& command, const std::function<void()>& prepare) {
     int ends[2];
     if (pipe2(ends, O_CLOEXEC) != 0) abort();
-    fcntl(ends[0], F_SETPIPE_SZ, 1 << 20);  // it must not wait for the test to read
+    m_output = ends[0];
+    fcntl(m_output, F_SETPIPE_SZ, 1 << 20);  // it must not wait for the test to read
     std::vector<char*> words;
     for (const std::string& word : command) words.push_back(const_cast<char*>(word.c_str()));
     words.push_back(nullptr);
@@ -30,7 +31,6 @@ Program::Program(const std::vector<std::string>& command, const std::function<vo
         _exit(127);
     }
     close(ends[1]);
-    m_output = ends[0];
 }
 
 Program::~Program() {
@@ -48,11 +48,10 @@ bool Program::Read() {
 
 void Program::AwaitWords(const std::string& words) {
     Awaiting("the program's words \"" + words + "\"");
-    size_t at;
-    while ((at = m_said.find(words, m_heard)) == std::string::npos) {
+    while (m_said.find(words, m_heard) == std::string::npos) {
         if (!Read()) FAIL() << "the program ended without \"" << words << "\":\n" << m_said;
     }
-    m_heard = at + words.size();
+    m_heard = m_said.find(words, m_heard) + words.size();
 }
 
 int Program::Wait() {

@@ -19,12 +19,10 @@ public:
     void Print(const char* text) override { m_text += text; }
 
     const std::string& Text() const { return m_text; }
-    bool Has(const std::string& text) const { return m_text.find(text) != std::string::npos; }
+    bool Has(const std::string& text) const { return m_text.find(text) != m_text.npos; }
     int Count(const std::string& text) const {
         int count = 0;
-        for (size_t at = m_text.find(text); at != std::string::npos; ++count) {
-            at = m_text.find(text, at + text.size());
-        }
+        for (size_t at = 0; (at = m_text.find(text, at)) != m_text.npos; at += text.size()) ++count;
         return count;
     }
 
@@ -33,8 +31,7 @@ private:
     std::string m_text;
 };
 
-class RecordingProgress : public ProgressIndicator {
-public:
+struct RecordingProgress : ProgressIndicator {
     void SetProgress(int32_t done, int32_t total) override {
         progress.emplace_back(done, total);
         if (onProgress) onProgress(done, total);

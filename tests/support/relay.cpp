@@ -7,26 +7,18 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include "update/messages.h"
-
 namespace {
 
-constexpr int kOn = 1;
-
-// Sends at once, and takes a port that was just in use.
-int NewSocket() {
-    const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &kOn, sizeof kOn);
-    setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &kOn, sizeof kOn);
-    return fd;
-}
-
-sockaddr_in HostAddress(const char* host) {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(kUpdatePort);
-    address.sin_addr.s_addr = inet_addr(host);
-    return address;
+// Uses a socket at the update port of a host in one of two ways: bind() or connect().
+template <typename Call>
+int Open(Call call, const char* host) {
+    const sockaddr_in address{AF_INET, htons(21024), {inet_addr(host)}, {}};
+    const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0), on = 1;
+    setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);  // what is accepted has it, too
+    setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+    if (call(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0) return fd;
+    close(fd);
+    return -1;
 }
 
 // The payload of the next packet; nothing at the end of the connection.
@@ -34,14 +26,13 @@ std::optional<std::string> ReadPacket(int fd) {
     uint8_t header[kFrameHeaderSize];
     if (recv(fd, header, sizeof header, MSG_WAITALL) != sizeof header) return std::nullopt;
     std::string payload(static_cast<size_t>(FramePayloadLength(header)), '\0');
-    const auto size = static_cast<ssize_t>(payload.size());
-    if (recv(fd, payload.data(), payload.size(), MSG_WAITALL) != size) return std::nullopt;
-    return payload;
+    const ssize_t got = recv(fd, payload.data(), payload.size(), MSG_WAITALL);
+    return got == ssize_t(payload.size()) ? std::optional(payload) : std::nullopt;
 }
 
 // Returns false when the peer has gone.
 bool Send(int to, const std::string& bytes) {
-    return send(to, bytes.data(), bytes.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(bytes.size());
+    return send(to, bytes.data(), bytes.size(), MSG_NOSIGNAL) == ssize_t(bytes.size());
 }
 
 }  // namespace
@@ -57,21 +48,14 @@ Rule Answer(const std::map<std::string, std::vector<std::string>>& packets, Inst
 }
 
 Relay::Relay(Rule rule, int patience)
-    : m_rule(std::move(rule)), m_patience(patience), m_listening(NewSocket()) {
-    const sockaddr_in address = HostAddress("127.0.0.1");
-    if (bind(m_listening, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
-        listen(m_listening, 64) != 0) {
-        ADD_FAILURE() << "the relay cannot listen";
-    }
+    : m_rule(std::move(rule)), m_patience(patience), m_listening(Open(bind, "127.0.0.1")) {
+    EXPECT_EQ(listen(m_listening, 64), 0);
     m_thread = std::jthread([this] {
-        const sockaddr_in host = HostAddress("127.0.0.2");
-        for (int client; (client = accept4(m_listening, nullptr, nullptr, SOCK_CLOEXEC)) != -1;
-             close(client)) {
-            setsockopt(client, IPPROTO_TCP, TCP_NODELAY, &kOn, sizeof kOn);
-            const int server = NewSocket();
-            const int got = connect(server, reinterpret_cast<const sockaddr*>(&host), sizeof host);
-            Converse(client, got == 0 ? server : -1);
-            close(server);
+        for (int client; (client = accept4(m_listening, nullptr, nullptr, SOCK_CLOEXEC)) != -1;) {
+            const int server = Open(connect, "127.0.0.2");
+            Converse(client, server);
+            close(client);
+            if (server != -1) close(server);
         }
     });
 }

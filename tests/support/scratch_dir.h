@@ -2,39 +2,64 @@
 #ifndef HALCYRIX_TESTS_SUPPORT_SCRATCH_DIR_H
 #define HALCYRIX_TESTS_SUPPORT_SCRATCH_DIR_H
 
+#include <sys/resource.h>
+
 #include <filesystem>
+#include <fstream>
+#include <random>
 #include <string>
 
 // Makes an empty directory the working directory; goes back and removes it with all its contents in
 // the end.
 class ScratchDir {
 public:
-    ScratchDir();
-    ~ScratchDir();
-    ScratchDir(const ScratchDir&) = delete;
-    ScratchDir& operator=(const ScratchDir&) = delete;
+    ScratchDir() {
+        if (mkdtemp(m_path.data()) == nullptr) abort();
+        std::filesystem::current_path(m_path);
+    }
+    ~ScratchDir() {
+        std::error_code ignored;
+        std::filesystem::current_path(m_before);
+        std::filesystem::remove_all(m_path, ignored);
+    }
 
-    const std::filesystem::path& Path() const { return m_path; }
+    std::filesystem::path Path() const { return m_path; }
 
 private:
-    std::filesystem::path m_before;
-    std::filesystem::path m_path;
+    const std::filesystem::path m_before = std::filesystem::current_path();
+    std::string m_path = std::filesystem::temp_directory_path() / "halcyrix-test-XXXXXX";
 };
 
 // Whole files; a missing one reads as "(missing)". Writing makes the directories of the path.
-std::string ReadFile(const std::filesystem::path& path);
-void WriteFile(const std::filesystem::path& path, const std::string& contents);
+inline std::string ReadFile(const std::filesystem::path& path) {
+    std::ifstream file(path, std::ios::binary);
+    return file ? std::string(std::istreambuf_iterator<char>(file), {}) : "(missing)";
+}
+inline void WriteFile(const std::filesystem::path& path, const std::string& contents) {
+    if (path.has_parent_path()) std::filesystem::create_directories(path.parent_path());
+    std::ofstream(path, std::ios::binary) << contents;
+}
+
+// Contents that look random and are the same in every run.
+inline std::string SeededBytes(size_t size, unsigned seed) {
+    std::mt19937 random(seed);
+    std::string bytes(size, '\0');
+    for (char& byte : bytes) byte = static_cast<char>(random());
+    return bytes;
+}
 
 // As if the disk were full where a file reaches this size, for this process and those it starts.
 class FileSizeLimit {
 public:
-    explicit FileSizeLimit(size_t bytes);
-    ~FileSizeLimit();
-    FileSizeLimit(const FileSizeLimit&) = delete;
-    FileSizeLimit& operator=(const FileSizeLimit&) = delete;
-};
+    explicit FileSizeLimit(rlim_t bytes) {
+        getrlimit(RLIMIT_FSIZE, &m_before);
+        const rlimit limit{std::min(bytes, m_before.rlim_max), m_before.rlim_max};
+        setrlimit(RLIMIT_FSIZE, &limit);
+    }
+    ~FileSizeLimit() { setrlimit(RLIMIT_FSIZE, &m_before); }
 
-// Contents that look random and are the same in every run.
-std::string SeededBytes(size_t size, unsigned seed);
+private:
+    rlimit m_before;
+};
 
 #endif

@@ -13,7 +13,7 @@ TestScreen::TestScreen()
           {"sh", "-c",
            "exec Xvfb -displayfd 1 -screen 0 1024x768x24 -nolisten tcp -noreset 2>/dev/null"}) {
     m_server.AwaitWords("\n");
-    setenv("DISPLAY", (":" + std::to_string(atoi(m_server.Said().c_str()))).c_str(), 1);
+    setenv("DISPLAY", (":" + std::to_string(std::stoi(m_server.Said()))).c_str(), 1);
     setenv("GTK2_RC_FILES", "/dev/null", 1);
     unsetenv("GTK_MODULES");
     m_xdo = xdo_new(nullptr);
@@ -23,7 +23,6 @@ TestScreen::TestScreen()
 }
 
 TestScreen::~TestScreen() {
-    xdo_free(m_xdo);
     kill(m_server.Pid(), SIGTERM);
     m_server.Wait();
 }
@@ -42,22 +41,17 @@ Window TestScreen::AwaitWindow(pid_t program, const std::string& title) {
         Window* found = nullptr;
         unsigned count = 0;
         xdo_search_windows(m_xdo, &wanted, &found, &count);
-        const Window window = count > 0 ? found[0] : 0;
-        free(found);
-        if (window != 0) return window;
+        if (count > 0) return found[0];
         XEvent changed;
         XNextEvent(m_xdo->xdpy, &changed);
     }
 }
 
 void TestScreen::Close(Window window) {
+    const auto atom = [this](const char* name) { return XInternAtom(m_xdo->xdpy, name, False); };
     XEvent event{};
-    event.xclient.type = ClientMessage;
-    event.xclient.window = window;
-    event.xclient.message_type = XInternAtom(m_xdo->xdpy, "WM_PROTOCOLS", False);
-    event.xclient.format = 32;
-    event.xclient.data.l[0] =
-        static_cast<long>(XInternAtom(m_xdo->xdpy, "WM_DELETE_WINDOW", False));
+    event.xclient = {ClientMessage, 0, False, nullptr, window, atom("WM_PROTOCOLS"), 32, {}};
+    event.xclient.data.l[0] = static_cast<long>(atom("WM_DELETE_WINDOW"));
     XSendEvent(m_xdo->xdpy, window, False, NoEventMask, &event);
     XFlush(m_xdo->xdpy);
 }

@@ -24,9 +24,6 @@ public:
     // Gives a window the keyboard and presses keys one after the other: "Tab space ctrl+c".
     void Press(Window window, const std::string& keys);
 
-    // For whatever else Xlib or libxdo can tell.
-    xdo* Xdo() const { return m_xdo; }
-
 private:
     Program m_server;
     xdo* m_xdo;
