@@ -6,8 +6,6 @@
 
 namespace {
 
-constexpr uint32_t kStart = 0xa5be5705;
-
 // One word of each of several chains. The compiler makes two SSE2 registers of it.
 constexpr size_t kLanes = 8;
 using Lanes = uint32_t __attribute__((vector_size(kLanes * sizeof(uint32_t))));
@@ -38,7 +36,7 @@ inline void AddWords(Lanes& words, const uint8_t* const* data, size_t at) {
 // Chains a piece of each file to its checksum.
 void HashPieces(std::span<FileContents* const> files) {
     const uint8_t* data[kLanes];
-    Lanes a = Lanes{} + kStart;
+    Lanes a = Lanes{} + kChecksumSeed;
     Lanes b = a;
     Lanes c{};
     for (size_t i = 0; i < kLanes; ++i) {
@@ -68,8 +66,8 @@ void HashPieces(std::span<FileContents* const> files) {
 
 uint32_t Checksum(const void* data, uint32_t length, uint32_t initial) {
     const auto* bytes = static_cast<const uint8_t*>(data);
-    uint32_t a = kStart;
-    uint32_t b = kStart;
+    uint32_t a = kChecksumSeed;
+    uint32_t b = kChecksumSeed;
     uint32_t c = initial;
     uint32_t remaining = length;
     for (; remaining >= 12; remaining -= 12, bytes += 12) {

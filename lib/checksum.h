@@ -5,16 +5,19 @@
 #include <cstdint>
 #include <span>
 
+// In the place of the hash's golden ratio.
+constexpr uint32_t kChecksumSeed = 0xa5be5705;
+
 // Initial values of the three uses.
 constexpr uint32_t kFileChecksumStart = 0x03133700;
-constexpr uint32_t kRangeChecksumStart = 0xa5be5705;
+constexpr uint32_t kRangeChecksumStart = kChecksumSeed;
 constexpr uint32_t kComponentKeyStart = 0xacce55ed;
 
 // Stands for "no checksum" wherever a checksum is expected; no file has it.
 constexpr uint32_t kNoChecksum = 0xFFFFFFFF;
 
 // Bob Jenkins' lookup2 hash ("Hash Functions", Dr. Dobb's Journal, September 1997) with
-// 0xa5be5705 in the place of its golden ratio.
+// kChecksumSeed in the place of its golden ratio.
 //
 // Inputs in pieces are chained: each piece's result is the initial value of the next, and the
 // result depends on where the pieces are cut.

@@ -11,10 +11,10 @@ namespace {
 constexpr int kBacklog = 4;
 }
 
-RXTCPListen::RXTCPListen(int port, in_addr_t address) {
+RXTCPListen::RXTCPListen(int port) {
     m_bindAddr.sin_family = AF_INET;
     m_bindAddr.sin_port = htons(static_cast<uint16_t>(port));
-    m_bindAddr.sin_addr.s_addr = address;
+    m_bindAddr.sin_addr.s_addr = htonl(INADDR_ANY);
 
     m_fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     const int on = 1;

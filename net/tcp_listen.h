@@ -4,12 +4,11 @@
 
 #include "net/tcp.h"
 
-// Listens once it is constructed, watched for reading; or is closed when the port is not to be had,
-// which is logged. Its owner registers it.
+// Listens on all local addresses once it is constructed, watched for reading; or is closed when the
+// port is not to be had, which is logged. Its owner registers it.
 class RXTCPListen : public RXTCP {
 public:
-    // `address` is a local IPv4 address in network byte order.
-    explicit RXTCPListen(int port, in_addr_t address = INADDR_ANY);
+    explicit RXTCPListen(int port);
 
     void OnReadable() override;
 
