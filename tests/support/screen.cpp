@@ -1,5 +1,7 @@
 #include "tests/support/screen.h"
 
+#include <X11/Xatom.h>
+
 #include <csignal>
 #include <sstream>
 
@@ -27,23 +29,39 @@ TestScreen::~TestScreen() {
     m_server.Wait();
 }
 
+// libxdo would do this, but not survive a window that goes meanwhile.
+static bool Shows(Display* display, Window window, pid_t program, const std::string& title) {
+    XWindowAttributes attributes;
+    char* name = nullptr;
+    const bool named = XGetWindowAttributes(display, window, &attributes) &&
+                       attributes.map_state == IsViewable && XFetchName(display, window, &name) &&
+                       name == title;
+    XFree(name);
+    Atom type;
+    int format;
+    unsigned long count = 0, left;
+    unsigned char* owner = nullptr;
+    XGetWindowProperty(display, window, XInternAtom(display, "_NET_WM_PID", False), 0, 1, False,
+                       XA_CARDINAL, &type, &format, &count, &left, &owner);
+    const bool its = owner != nullptr && count == 1 && *reinterpret_cast<long*>(owner) == program;
+    XFree(owner);
+    return named && its;
+}
+
 Window TestScreen::AwaitWindow(pid_t program, const std::string& title) {
     Awaiting("the window \"" + title + "\"");
-    const std::string name = "^" + title + "$";
-    xdo_search_t wanted{};
-    wanted.winname = name.c_str();
-    wanted.pid = program;
-    wanted.only_visible = 1;
-    wanted.max_depth = 1;
-    wanted.require = xdo_search_t::SEARCH_ALL;
-    wanted.searchmask = SEARCH_NAME | SEARCH_PID | SEARCH_ONLYVISIBLE;
+    Display* display = m_xdo->xdpy;
     for (;;) {
-        Window* found = nullptr;
+        Window root, parent, *windows = nullptr, found = 0;
         unsigned count = 0;
-        xdo_search_windows(m_xdo, &wanted, &found, &count);
-        if (count > 0) return found[0];
+        XQueryTree(display, DefaultRootWindow(display), &root, &parent, &windows, &count);
+        for (unsigned i = 0; i < count && found == 0; ++i) {
+            if (Shows(display, windows[i], program, title)) found = windows[i];
+        }
+        XFree(windows);
+        if (found != 0) return found;
         XEvent changed;
-        XNextEvent(m_xdo->xdpy, &changed);
+        XNextEvent(display, &changed);
     }
 }
 
