@@ -1,6 +1,5 @@
 // What the documents show, said to the real programs.
 #include <arpa/inet.h>
-#include <gmock/gmock.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -13,45 +12,36 @@
 
 namespace {
 
-// The lines of a fenced block.
-std::vector<std::string> Documented(const std::string& document, const std::string& block) {
-    std::ifstream text(SOURCE_DIR "/docs/" + document);
-    std::vector<std::string> lines;
-    bool inside = false;
-    for (std::string line; std::getline(text, line);) {
-        if (line.starts_with("```"))
-            inside = line == "```" + block;
-        else if (inside)
-            lines.push_back(line);
-    }
-    EXPECT_FALSE(lines.empty()) << block;
-    return lines;
-}
-
-// Hexadecimal bytes up to a remark, which two blanks precede.
-std::string Bytes(const std::string& line) {
-    const size_t begin = line.find_first_not_of(' ');
-    std::istringstream digits(line.substr(begin, line.find("  ", begin) - begin));
-    std::string bytes;
-    for (int byte; digits >> std::hex >> byte;) bytes += static_cast<char>(byte);
-    return bytes;
-}
-
-// The frames of the protocol's example, each behind the letter of who sends it.
-std::vector<std::string> Example() {
-    std::vector<std::string> frames;
-    for (const std::string& line : Documented("protocol.md", "session")) {
-        if (line[0] == ' ')
-            frames.back() += Bytes(line);
-        else
-            frames.push_back(line[0] + Bytes(line.substr(1)));
-    }
-    return frames;
-}
-
-class Documents : public GameTest {};
-
 const std::string kSong = "The quick brown fox jumps over the lazy dog";
+
+class Documents : public GameTest {
+protected:
+    // The lines of a fenced block.
+    static std::vector<std::string> Lines(const std::string& document, const std::string& block) {
+        const std::string text = ReadFile(SOURCE_DIR "/docs/" + document);
+        const size_t begin = text.find("\n```" + block + "\n") + block.size() + 5;
+        std::istringstream inside(text.substr(begin, text.find("```\n", begin) - begin));
+        std::vector<std::string> lines;
+        for (std::string line; std::getline(inside, line);) lines.push_back(line);
+        return lines;
+    }
+    // Hexadecimal bytes up to a remark, which two blanks precede.
+    static std::string Bytes(const std::string& line) {
+        const size_t begin = line.find_first_not_of(' ');
+        std::istringstream digits(line.substr(begin, line.find("  ", begin) - begin));
+        std::string bytes;
+        for (int byte; digits >> std::hex >> byte;) bytes += static_cast<char>(byte);
+        return bytes;
+    }
+
+    Documents() {
+        for (const std::string& line : Lines("protocol.md", "session")) {
+            if (line[0] != ' ') example.emplace_back(1, line[0]);
+            example.back() += Bytes(line.substr(1));
+        }
+    }
+    std::vector<std::string> example;  // frames, each behind the letter of who sends it
+};
 
 TEST_F(Documents, HaveTheServersWords) {
     Publish("1.0", {{"common/song.txt", kSong}});
@@ -61,15 +51,12 @@ TEST_F(Documents, HaveTheServersWords) {
     const sockaddr_in address{AF_INET, htons(21024), {htonl(INADDR_LOOPBACK)}, {}};
     const int fd = socket(AF_INET, SOCK_STREAM, 0);
     ASSERT_EQ(connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
-    for (const std::string& frame : Example()) {
-        const std::string expected = frame.substr(1);
-        if (frame[0] == 'C') {
-            EXPECT_EQ(send(fd, expected.data(), expected.size(), 0), ssize_t(expected.size()));
-            continue;
-        }
-        std::string heard(expected.size(), '\0');
-        EXPECT_EQ(recv(fd, heard.data(), heard.size(), MSG_WAITALL), ssize_t(heard.size()));
-        ASSERT_EQ(heard, expected);
+    for (const std::string& frame : example) {
+        std::string bytes = frame.substr(1);
+        EXPECT_EQ(frame[0] == 'C' ? send(fd, bytes.data(), bytes.size(), 0)
+                                  : recv(fd, bytes.data(), bytes.size(), MSG_WAITALL),
+                  ssize_t(bytes.size()));
+        ASSERT_EQ(frame.substr(1), bytes);
     }
     close(fd);
 }
@@ -77,7 +64,6 @@ TEST_F(Documents, HaveTheServersWords) {
 TEST_F(Documents, HaveTheClientsWords) {
     WriteFile("song.txt", kSong);
     WriteFile("halcyrix.lfv", "00000000 1.0\n");
-    const std::vector<std::string> example = Example();
     size_t next = 0;
     Relay server([&](const Passing& request) {
         EXPECT_EQ(example.at(next++), "C" + FrameOf(request.payload));
@@ -96,7 +82,7 @@ TEST_F(Documents, HaveTheClientsWords) {
 }
 
 TEST_F(Documents, HaveTheChecksumsAndAPatch) {
-    for (const std::string& line : Documented("protocol.md", "checksums")) {
+    for (const std::string& line : Lines("protocol.md", "checksums")) {
         const auto hex = [&](size_t at) {
             return uint32_t(std::stoul(line.substr(at), nullptr, 16));
         };
@@ -106,7 +92,7 @@ TEST_F(Documents, HaveTheChecksumsAndAPatch) {
     }
     for (const char* file : {"old", "patch", "new"}) {
         std::string contents;
-        for (const std::string& line : Documented("patch-format.md", file)) contents += Bytes(line);
+        for (const std::string& line : Lines("patch-format.md", file)) contents += Bytes(line);
         WriteFile(file, contents);
     }
     EXPECT_EQ(RunProgram({RELEASE_TOOL, "apply", "old", "patch", "result"}), 0);
