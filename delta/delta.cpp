@@ -18,9 +18,6 @@
 
 namespace {
 
-// What updaters that are out there take of a patch of one pass.
-constexpr size_t kMaxCommands = 2 * 1024 * 1024;
-
 bool PlanPatch(const MappedFile& from, const std::string& new_path, uint64_t size_limit,
                PatchWriter* writer, std::string* reason) {
     std::vector<LongMatch> matches;

@@ -15,7 +15,8 @@ constexpr uint32_t kCopyCost = kPatchCopySize;
 constexpr uint32_t kLiteralCost = kPatchLiteralHeaderSize;
 
 // So many bytes after a long match every byte is searched for; a copy of a few bytes pays there
-// when it saves a whole literal. Further on only what the filter lets through is.
+// when it saves a whole literal. Further on only what the filter lets through is, and everywhere
+// once there are so many commands that such copies will be dropped again.
 constexpr size_t kSearchedFully = 64;
 
 // A gap is closed at this size, to bound the memory of its plan.
@@ -51,7 +52,7 @@ Match DeltaPlan::MatchAt(size_t position) {
     if (const Match known = KnownAt(position); known.length > 0) return known;
     const uint8_t* text = m_new + position;
     const size_t remaining = m_size - position;
-    if (m_sinceCopy > kSearchedFully) {
+    if (m_sinceCopy > kSearchedFully || m_writer->Commands() > kMaxCommands) {
         if (remaining < kWindow || !m_finder->MayMatch(text)) return {};
     }
     return m_finder->Longest(text, remaining);

@@ -9,6 +9,9 @@
 
 #include "lib/patch_format.h"
 
+// What updaters that are out there take of a patch of one pass.
+constexpr size_t kMaxCommands = 2 * 1024 * 1024;
+
 // The commands of a patch of one pass, in order; neighbours that continue one another become one
 // command. Takes eight bytes of memory for each.
 class PatchWriter {
@@ -18,7 +21,8 @@ public:
     // Whether the last command is a literal, which another one would continue.
     bool InLiteral() const { return !m_commands.empty() && m_commands.back().IsLiteral(); }
 
-    // The bytes that the patch would take.
+    // The commands, and the bytes that the patch would take.
+    size_t Commands() const { return m_commands.size(); }
     uint64_t Size() const { return m_size; }
 
     // While there are more commands than the limit, turns those copies into literals that save the
