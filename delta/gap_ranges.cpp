@@ -109,26 +109,20 @@ std::vector<Range> GapRanges(const std::vector<LongMatch>& matches, const uint8_
         const size_t width = std::min(oldSize / kBesidePart / edges.size() / 2, kMostBeside);
         ranges.push_back({edge - std::min(edge, width), std::min(edge + width, oldSize)});
     }
-    ranges = Joined(std::move(ranges), oldSize);
 
     WindowTable windows(gapBytes);
     for (const Range& gap : gaps) {
         for (size_t at = gap.begin; at + kWindow <= gap.end; ++at) windows.Add(contents + at);
     }
     size_t left = oldSize / kLargestPart;
-    const size_t beside = ranges.size();
+    size_t end = 0;
     for (size_t at = kBefore; at + kWindow <= oldSize; at += kWindowStride) {
         if (!windows.Find(old + at)) continue;
-        const Range range = {at - kBefore, std::min(at + kAfter, oldSize)};
-        const bool joins = ranges.size() > beside && ranges.back().end >= range.begin;
-        const size_t more = range.end - (joins ? ranges.back().end : range.begin);
-        if (more > left) return {};
-        left -= more;
-        if (joins) {
-            ranges.back().end = range.end;
-        } else {
-            ranges.push_back(range);
-        }
+        const Range range = {std::max(at - kBefore, end), std::min(at + kAfter, oldSize)};
+        if (range.end - range.begin > left) return {};
+        left -= range.end - range.begin;
+        ranges.push_back(range);
+        end = range.end;
     }
     return Joined(std::move(ranges), oldSize);
 }
