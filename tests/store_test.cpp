@@ -92,18 +92,23 @@ TEST(Manifest, IsRefusedWhenItIsDamagedOrImpossible) {
 }
 
 TEST_F(StoreTest, ForetellsWhatPlayersGetAndThenHoldsIt) {
-    Try({"cd game; mkdir 0; touch $(seq -f 0/%g 1196); echo gone >gone; echo before >disguised",
-         "publish 1.0 --dry-run => 0 first installation: 25,012 bytes => "
+    Try({"cd game; mkdir 0; touch $(seq -f 0/%g 1195); echo gone >gone; echo before >small",
+         "seq 30000 >game/large",
+         "publish 1.0 --dry-run => 0 first installation: 193,906 bytes => "
          " 1,200 files: 1.0 minutes at 50 ms before the first byte\n => not published",
-         "ls => 0 game\n", "umask 077; publish 1.0 => 1.0: 1200 files of 25012 bytes, 0 patches",
+         "ls => 0 game\n", "umask 077; publish 1.0 => 1.0: 1200 files of 193906 bytes, 0 patches",
          "find store ! -perm -444 -o -type d ! -perm -555; echo . => 0 .\n",
-         "cp -a store before; cd game; rm gone; echo new >new; printf ! >>halcyrix",
-         "cd game; touch -r disguised ../t; echo behind >disguised; touch -r ../t disguised"});
+         "cd game; chmod 600 ../store/releases/000001/files/linux64/same; cp -a ../store ../before",
+         "cd game; rm gone; echo new >new; printf ! >>halcyrix; touch -r large ../time",
+         "cd game; echo behind >small; printf x | dd of=large conv=notrunc bs=1 seek=168890",
+         "cd game; touch -r ../time small large"});
     std::string said = Sh("publish 1.1 --dry-run");
     Try({"same store before => 0 the",
-         "publish 1.1 => disguised from 1.0\n => , 1 patches\n => "
-         "from 1.0: 2 files changed, 1 added, 1 removed; 20,012 bytes whole, 27 with patches\n",
-         "same store/releases/000002/files/linux64 game => 0 the", "tool check store => 0 2 rel"});
+         "publish 1.1 => too large: linux64/small from 1.0\n => , 2 patches\n => "
+         "from 1.0: 3 files changed, 1 added, 1 removed; 188,906 bytes whole, 46 with patches\n",
+         "same store/releases/000002/files/linux64 game => 0 the",
+         "find store/releases/000002 ! -perm -444; echo . => 0 .\n",
+         "tool check store => 0 2 rel"});
     // What it shares with the first has two links.
     const std::string own = Sh("cat $(find store/releases/000002 -type f -links 1) | wc -c");
     std::erase(said, ',');
@@ -140,7 +145,8 @@ TEST_F(StoreTest, HasPatchesFromTheLastReleasesOfTheComponent) {
     const std::string from = "; awk '/^patch/ { printf $5 }' store/releases/0000";
     Try({"for i in 1 2 3 4; do next $i; tool publish store u$i common=game --new-component; done",
          "true" + from + "07/manifest => 0 123",
-         "publish 5 --patches-from 4" + from + "09/manifest => patches\n123",  // 4 has the same
+         "publish 5 --patches-from 4 | grep -c ^from => 0 4",
+         "true" + from + "09/manifest => 0 123",  // what version 4 has stays
          "printf x | dd of=store/releases/000003/files/linux64/halcyrix conv=notrunc => 0 ",
          "next 6 --patches-from 5 => release is damaged: linux64/halcyrix from 2\n",
          "true" + from + "10/manifest => 0 1345",
@@ -188,7 +194,7 @@ TEST_F(StoreTest, PassesOverDamagedReleasesAndSaysWhatToDo) {
         "rm patches/* => patches/00000005: is missing",
         "chmod 0 $file => halcyrix: is missing or cannot",
         "truncate -s 50 manifest => is damaged",
-        "cp -r . ../000009 => 000009: has the version of",
+        "cp -r . ../000009 => 000009: has the version of => 000009: uses file indexes of",
         "mv $PWD ../000009 => 000009: does not bear",
         "printf x | dd of=$file conv=notrunc => halcyrix: has other contents",
         "touch $file.orig => halcyrix.orig: is not in the manifest",
@@ -202,21 +208,23 @@ TEST_F(StoreTest, PassesOverDamagedReleasesAndSaysWhatToDo) {
     }
 
     const auto served = Open();
-    Sh("mv store/releases/000002/files/linux64 moved");
-    served->Doubt(*served->Find("2"));
-    EXPECT_THAT(served->TakeNews(), testing::ElementsAre(HasSubstr("000002 is damaged")));
-    EXPECT_EQ(served->Latest({"linux64"})->Version(), "1");
+    Sh("for i in 1 2; do mv store/releases/00000$i/files moved$i; done");
+    for (const char* version : {"1", "2"}) served->Doubt(*served->Find(version));
+    EXPECT_THAT(served->TakeNews(), testing::ElementsAre(HasSubstr("000001 is damaged"),
+                                                         HasSubstr("000002 is damaged")));
+    EXPECT_EQ(served->Latest({"linux64"}), nullptr);
     Try({"tool check store => halcyrix-release withdraw store 2\"",
          "publish 2 => published already", "tool list store => nobody: damaged",
-         "tool prune store --keep 1 => 0 releases removed, 1", "next 3 => from 1: 1 files changed",
-         "mv moved store/releases/000002/files/linux64"});
+         "tool prune store --keep 1 => 0 releases removed, 0", "next 3 => 0 ",
+         "mv moved2 store/releases/000002/files => 0 "});
     while (!served->Find("2")) served->Refresh(), usleep(10000);
     EXPECT_THAT(served->TakeNews(), testing::ElementsAre("release 000002 is whole again"));
+    Try({"tool withdraw store 1 => 0 withdrew 1"});
     EXPECT_EQ(served->Latest({"linux64"})->Version(), "3");
 }
 
 TEST_F(StoreTest, GivesNoNumberTwice) {
-    Sh("for i in 1 2; do publish $i common=game --new-component; done");
+    Sh("for i in 1 2; do publish $i common=game --new-component; done; rm store/reserved");
     const auto served = Open();
     const uint64_t next = served->Find("2")->NextIndex();
     Try({"tool withdraw store 2 => 0  linux64+common\n", "tool withdraw store 2 => 1 "});
@@ -224,10 +232,12 @@ TEST_F(StoreTest, GivesNoNumberTwice) {
     EXPECT_EQ(served->Latest({"linux64"})->Version(), "1");
     Try({"publish 3; ls store/releases => 000001\n000003\n"});
     EXPECT_GE(Open()->Find("3")->FirstIndex(), next);
-    Try({"rm store/reserved; truncate -s 9 store/releases/000003/manifest => 0 ",
-         "publish 4 => nobody knows which numbers are taken",
+    Try({"rm store/reserved store/releases/000003/files/linux64/same => 0 ",
+         "publish 4; ls store/releases => 000003\n000004\n",
+         "rm store/reserved; truncate -s 9 store/releases/000004/manifest => 0 ",
+         "publish 5 => nobody knows which numbers are taken",
          "printf 'halcyrix-reserved 1\nsequence 5\nindex 4294967292\n' >store/reserved => 0 ",
-         "tool withdraw store 000003 => 0 ", "publish 5 => 0 ",
+         "tool withdraw store 000004 => 0 ", "publish 5 => 0 ",
          "publish 6 => no file index is left"});
 }
 
