@@ -16,14 +16,12 @@ namespace {
 using std::string_literals::operator""s;
 
 TEST(Report, EncodesTheNameAndNothingElse) {
+    const std::string x1020(1020, 'x');  // What would pass the limit of 1023 ends the name.
     const std::pair<std::string, std::string> cases[] = {
-        {"", ""},
-        {"Ab9", "Ab9"},
-        {"a.b+%&= \xC3\xA9\x7F", "a%2eb%2b%25%26%3d%20%c3%a9%7f"},
-        {std::string(2000, 'x'), std::string(1023, 'x')},
-        // The last character that fits whole; what would pass the limit ends the name.
-        {std::string(1020, 'x') + ".yz", std::string(1020, 'x') + "%2e"},
-        {std::string(1021, 'x') + ".yz", std::string(1021, 'x')},
+        {"Ab9.+%&= \xC3\xA9\x7F", "Ab9%2e%2b%25%26%3d%20%c3%a9%7f"},
+        {x1020 + "xxxx", x1020 + "xxx"},
+        {x1020 + ".yz", x1020 + "%2e"},
+        {x1020 + "x.yz", x1020 + "x"},
     };
     for (const auto& [name, encoded] : cases) {
         EXPECT_EQ(ReportQuery(name.c_str(), "0x8 \xC3"),
@@ -37,8 +35,6 @@ TEST(Report, TakesNoMoreThanTwoPartsOfAFile) {
     std::string data(10000, ' ');
     for (size_t i = 0; i < data.size(); ++i) data[i] = static_cast<char>('!' + i % 89);
     const std::pair<std::string, std::string> cases[] = {
-        {"", ""},
-        {data.substr(0, 1024), data.substr(0, 1024)},
         {data.substr(0, 8192), data.substr(0, 8192)},
         {data.substr(0, 8193), data.substr(0, 1024) + data.substr(1025, 7168)},
         {data, data.substr(0, 1024) + data.substr(2832)},

@@ -7,12 +7,8 @@
 
 #include "lib/checksum.h"
 #include "tests/support/game.h"
-#include "tests/support/relay.h"
-#include "tests/support/session.h"
 
 namespace {
-
-const std::string kSong = "The quick brown fox jumps over the lazy dog";
 
 class Documents : public GameTest {
 protected:
@@ -33,24 +29,22 @@ protected:
         for (int byte; digits >> std::hex >> byte;) bytes += static_cast<char>(byte);
         return bytes;
     }
-
-    Documents() {
-        for (const std::string& line : Lines("protocol.md", "session")) {
-            if (line[0] != ' ') example.emplace_back(1, line[0]);
-            example.back() += Bytes(line.substr(1));
-        }
-    }
-    std::vector<std::string> example;  // frames, each behind the letter of who sends it
 };
 
 TEST_F(Documents, HaveTheServersWords) {
-    Publish("1.0", {{"common/song.txt", kSong}});
-    Publish("1.1", {{"common/song.txt", kSong + "."}, {"common/new.txt", "hello"}});
+    const std::string song = "The quick brown fox jumps over the lazy dog";
+    Publish("1.0", {{"common/song.txt", song}});
+    Publish("1.1", {{"common/song.txt", song + "."}, {"common/new.txt", "hello"}});
     WriteFile("motd", "Welcome.\n");
     const ServingProgram server(StorePath(), "127.0.0.1", {"--motd", "motd"});
     const sockaddr_in address{AF_INET, htons(21024), {htonl(INADDR_LOOPBACK)}, {}};
     const int fd = socket(AF_INET, SOCK_STREAM, 0);
     ASSERT_EQ(connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+    std::vector<std::string> example;  // frames, each behind the letter of who sends it
+    for (const std::string& line : Lines("protocol.md", "session")) {
+        if (line[0] != ' ') example.emplace_back(1, line[0]);
+        example.back() += Bytes(line.substr(1));
+    }
     for (const std::string& frame : example) {
         std::string bytes = frame.substr(1);
         EXPECT_EQ(frame[0] == 'C' ? send(fd, bytes.data(), bytes.size(), 0)
@@ -59,26 +53,6 @@ TEST_F(Documents, HaveTheServersWords) {
         ASSERT_EQ(frame.substr(1), bytes);
     }
     close(fd);
-}
-
-TEST_F(Documents, HaveTheClientsWords) {
-    WriteFile("song.txt", kSong);
-    WriteFile("halcyrix.lfv", "00000000 1.0\n");
-    size_t next = 0;
-    Relay server([&](const Passing& request) {
-        EXPECT_EQ(example.at(next++), "C" + FrameOf(request.payload));
-        Instead replies;
-        while (next < example.size() && example[next][0] == 'S') {
-            replies.bytes += example[next++].substr(1);
-        }
-        return replies;
-    });
-    Session session;
-    EXPECT_EQ(session.client.Start(1, "common", nullptr), 1);
-    EXPECT_EQ(session.Run(), 2);
-    EXPECT_EQ(next, example.size());
-    EXPECT_EQ(ReadFile("song.txt"), kSong + ".");
-    EXPECT_EQ(ReadFile("new.txt"), "hello");
 }
 
 TEST_F(Documents, HaveTheChecksumsAndAPatch) {

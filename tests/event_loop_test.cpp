@@ -22,13 +22,11 @@ struct Source : IO_Event {
         entry = loop->AddIO(this);
     }
     ~Source() override { close(m_fd); }
-    void OnReadable() override {
-        eventfd_t count;
-        if (eventfd_read(m_fd, &count) == 0) onReadable();
-    }
+    void OnReadable() override { eventfd_read(m_fd, &count) == 0 ? onReadable() : Unexpected(); }
     void OnWritable() override { onWritable(); }
 
     EventLoop::IO_Entry entry;
+    eventfd_t count;
     Handler onReadable, onWritable = Unexpected;
 };
 

@@ -71,10 +71,10 @@ TEST_F(Packets, GoThroughSocketsOfTheirOwnAndDropTheEarlierConnection) {
         EXPECT_TRUE(fcntl(fd, F_GETFD) & FD_CLOEXEC);
         EXPECT_EQ((fcntl(fd, F_GETFL) & O_NONBLOCK) == 0, fd == server.accepted);
     }
-    int noDelay = 0;
-    socklen_t size = sizeof noDelay;
-    getsockopt(connection.m_fd, IPPROTO_TCP, TCP_NODELAY, &noDelay, &size);
-    EXPECT_NE(noDelay, 0);
+    int sendsAtOnce = 0;
+    socklen_t size = sizeof sendsAtOnce;
+    getsockopt(connection.m_fd, IPPROTO_TCP, TCP_NODELAY, &sendsAtOnce, &size);
+    EXPECT_TRUE(sendsAtOnce);
     server.OnReadable();  // nobody there
     EXPECT_NE(server.accepted, -1);
     ASSERT_EQ(connection.Connect("localhost", kPort), 1);

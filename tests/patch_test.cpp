@@ -37,39 +37,24 @@ protected:
 };
 
 TEST_F(Patch, DoesWhatTheDescriptionSays) {
-    const std::string old = SeededBytes(20000, 1);
-    const std::string patches[] = {
-        Literal("without a terminator"),
-        Copy(0, 20000) + Literal("") + Copy(20000, 0) + "RRR",
-        Copy(90, 9000) + Literal("abc") + Copy(0, 5) + "R" + Copy(8, 9002) + Copy(9, 5) + "R",
-        Literal(old) + Copy(1, 19999) + "R" + Copy(19999, 20000) + "R",
-        // Outside of what there is.
-        Copy(0, 20001),
-        Copy(20001, 0),
-        Copy(0xFFFFFFFF, 1) + "R",
-        Copy(1, 0xFFFFFFFF) + "R",
-        "L" + Number(0xFFFFFFFF) + "R",
-        Literal("abc") + "R" + Copy(1, 3) + "R",
-    };
     testing::internal::CaptureStdout();
-    for (const std::string& patch : patches) {
-        for (size_t cut = 0; cut <= std::min<size_t>(patch.size(), 40); ++cut) {
-            Try(old, patch.substr(0, patch.size() - cut));
-        }
+    const std::string old = SeededBytes(20000, 1);
+    const std::string whole = Copy(90, 9000) + Literal("abc") + Copy(0, 5) + "R" + Copy(8, 9002) +
+                              Literal("") + Copy(9008, 0) + Copy(9, 5) + "RRR" + Literal(old);
+    for (size_t cut = 0; cut < 60; ++cut) Try(old, whole.substr(0, cut));
+    for (const std::string& patch : {whole, Copy(0, 20000), Copy(0, 20001), Copy(20001, 0),
+                                     Copy(0xFFFFFFFF, 1), "L" + Number(0xFFFFFFFF)}) {
+        Try(old, patch + "R");
     }
     std::mt19937 random(1);
     const auto number = [&random](uint32_t below) { return uint32_t(random() % below); };
     for (unsigned seed = 0; seed < 1000 && !HasFailure(); ++seed) {
         std::string patch;
         for (uint32_t commands = number(12); commands > 0; --commands) {
-            switch (number(12)) {
-                case 0: patch += SeededBytes(number(6), seed); break;
-                case 1: patch += "R"; break;
-                case 2: patch += Copy(uint32_t(random()), number(9)); break;
-                case 3:
-                case 4: patch += Literal(SeededBytes(number(40), seed)); break;
-                default: patch += Copy(number(150), number(100));
-            }
+            const std::string next[] = {
+                SeededBytes(number(6), seed), "R", Copy(uint32_t(random()), number(9)),
+                Literal(SeededBytes(number(40), seed)), Copy(number(150), number(100))};
+            patch += next[std::min(number(9), 4u)];
         }
         Try(SeededBytes(number(300), seed), patch + (number(4) != 0 ? "R" : ""));
     }
@@ -88,19 +73,12 @@ TEST_F(Patch, TellsWhatItDoesAndWhyItFails) {
               "Unknown patch command 63 in patch!\naborting...");
     EXPECT_FALSE(PatchFile("file", ".", &progress));
     EXPECT_FALSE(PatchFile("missing", "patch", &progress));
-    const std::string loads =
-        "Failed to load file patch patch\nFailed to load file patch .\n"
-        "Failed to load missing patch patch\n";
-    EXPECT_EQ(log.Text(), loads);
     {
         const FileSizeLimit full(8191);
-        EXPECT_FALSE(Apply(
-            "old", Literal(SeededBytes(4097, 1)) + "R" + Copy(0, 4097) + Copy(0, 4096) + "R"));
+        EXPECT_FALSE(Apply(SeededBytes(6000, 1), Copy(0, 6000) + Copy(0, 6000) + "R"));
     }
-    EXPECT_EQ(ReadFile("file"), "old");
+    EXPECT_EQ(ReadFile("file"), SeededBytes(6000, 1));
     EXPECT_EQ(ReadFile("file.tmp").size(), 8191u);
-    const std::string writes = "Failed to write patched file: file.tmp\n";
-    EXPECT_EQ(log.Text(), loads + writes);
     // What may happen while the new contents are written.
     progress.onProgress = [](int, int) { fs::remove("file"), fs::create_directory("file"); };
     EXPECT_FALSE(Apply("old", Literal("hello") + "R"));
