@@ -17,25 +17,20 @@ using testing::EndsWith;
 class HostileServer : public GameTest {};
 
 TEST_F(HostileServer, MaySpoilEveryReplyInEveryWay) {
-    const Tree first = {{"common/large", SeededBytes(10000, 1)}, {"common/new", "old"}};
+    const Tree first = {{"linux64/large", SeededBytes(10000, 1)}, {"common/new", "old"}};
     Tree next = first;
-    next["common/large"] += "a change";
+    next["linux64/large"] += "a change";
     next["common/new"] = SeededBytes(60, 3);
     next["common/empty"] = "";
-    for (const auto& [version, tree] : {std::pair("1.0", first), std::pair("1.1", next)}) {
-        Tree game = tree;
-        game["linux64/halcyrix"] = version;
-        Publish(version, game);
-    }
+    Publish("1.0", first);
+    Publish("1.1", next);
     ServingProgram server(StorePath(), "127.0.0.2");
     std::mt19937 random(1);
     const auto bytes = [&](size_t size) { return SeededBytes(size, random()); };
+    const auto hangUp = [](const std::string& said) { return Instead{said, Instead::kHangUp}; };
     const std::pair<const char*, std::function<Instead(const std::string&)>> ways[] = {
         {"left as they are", [](auto& reply) { return Instead{FrameOf(reply)}; }},
-        {"closed",
-         [](auto&) {
-             return Instead{"", Instead::kHangUp};
-         }},
+        {"closed", [&](auto&) { return hangUp(""); }},
         {"withheld", [](auto&) { return Instead{""}; }},
         {"doubled", [](auto& reply) { return Instead{FrameOf(reply) + FrameOf(reply)}; }},
         {"empty", [](auto&) { return Instead{FrameOf("")}; }},
@@ -48,9 +43,7 @@ TEST_F(HostileServer, MaySpoilEveryReplyInEveryWay) {
          [](auto& reply) { return Instead{FrameOf(reply.substr(0, reply.size() - 1))}; }},
         {"cut", [&](auto& reply) { return Instead{FrameOf(reply.substr(0, random() % 16))}; }},
         {"cut and closed",
-         [&](auto& reply) {
-             return Instead{FrameOf(reply).substr(0, random() % 20), Instead::kHangUp};
-         }},
+         [&](auto& reply) { return hangUp(FrameOf(reply).substr(0, random() % 20)); }},
     };
     int sessions = 0, most = 0;
     for (const std::string version : {"", "1.0"}) {
@@ -59,19 +52,17 @@ TEST_F(HostileServer, MaySpoilEveryReplyInEveryWay) {
             for (int spoilt = 0; spoilt < replies && !HasFailure(); ++spoilt, ++sessions) {
                 SCOPED_TRACE(std::to_string(spoilt) + " " + way + ", from " + version);
                 Install(version, first);
-                if (version.empty()) WriteFile("large", first.at("common/large").substr(0, 9000));
+                if (version.empty()) WriteFile("large", first.at("linux64/large").substr(0, 9000));
                 WriteFile("mine", "the player's own");
                 WriteFile("../outside", "untouched");
                 {
-                    const int patience = 20;
-                    Relay relay(
-                        [&](const Passing& passing) -> std::optional<Instead> {
-                            if (passing.isRequest) return {};
-                            replies = std::max(replies, passing.number + 1);
-                            if (passing.number != spoilt) return {};
-                            return spoil(passing.payload);
-                        },
-                        patience);
+                    const Rule rule = [&](const Passing& passing) -> std::optional<Instead> {
+                        if (passing.isRequest) return {};
+                        replies = std::max(replies, passing.number + 1);
+                        return passing.number == spoilt ? std::optional(spoil(passing.payload))
+                                                        : std::nullopt;
+                    };
+                    Relay relay(rule, 20);
                     Session hostile;
                     hostile.StartGame();
                     hostile.Run();

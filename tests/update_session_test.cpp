@@ -126,9 +126,6 @@ TEST_F(UpdateSession, FollowsTheServer) {
         {"a patch", "1.0", {{"f", kOld}}, Stream({Header(6), kPatch, kEnd}),
          "Patching version 1.0 to 1.1...\n", {kCsum, kPatc, "REQD", "DOWN"}, 1, "Patching f...",
          {{"f", kNew}, {"p", "(missing)"}, {"f.tmp", "(missing)"}}},
-        {"no patch on the server", "1.0", {{"f", kOld}},
-         Stream({Header(6), kNew, kEnd}, {{"PATC", {Patch("p", false)}}}), "",
-         {kCsum, kPatc, "REQD", "DOWN"}},
         {"changed by somebody", "1.0", {{"f", "hacked"}}, {}, "", {kCsum, kFull, "REQD", "DOWN"}},
         {"missing, and new", "1.0", {}, {{"CSUM", {Encode(ChecksumReply{kNoChecksum})}}}, "",
          {kCsum, kFull, "REQD", "DOWN"}},
@@ -156,9 +153,8 @@ TEST_F(UpdateSession, FollowsTheServer) {
         {"a doubled slash", "1.0", {}, List("1.1", {"a//x"}), "refusing the name a//x from", {},
          -1, failed, {}},
 
-        {"message of lines", "", {}, {{"MOTD", {"one\n100%s\n\0"s}}}, "one\n100%s\n|Latest"},
-        {"message of packets", "", {}, {{"MOTD", {"one\n", "two\n", ""}}}, "one\ntwo\nLatest"},
-        {"long message", "", {}, {{"MOTD", {x128 + x128 + "xxx\0"s}}},
+        {"message of packets", "", {}, {{"MOTD", {"1\n100%s\n", "2\n\0"s}}}, "1\n100%s\n2\n|Latest"},
+        {"long message", "", {}, {{"MOTD", {x128 + x128 + "xxx", ""}}},
          "\n" + x128 + "|" + x128 + "|xxx|Latest"},
         {"a version with a tail", "1.1", {{"f", kNew}}, List("1.1\0tail"s, {"common/f"}),
          "Latest version: 1.1\nVersion is current; verifying files...\n", {}, 0},
@@ -171,16 +167,17 @@ TEST_F(UpdateSession, FollowsTheServer) {
         {"an end of the index alone", "", {}, Stream({Header(5), kNew, std::string(4, '\xff')})},
         {"an unknown index", "", {}, Stream({Header(0xFFFFFFFB)}),
          "file index -5 unknown!  aborting!\n", {}, -1, failed, {}},
-        {"more there than it says", "", {{"f", part}}, Stream({Header(5, 4)}),
+        {"more there than it says", "", {{"f", part}}, Stream({Header(5, 4), "x", kEnd}),
          "resuming f\ncan't open f!  aborting!", {}, -1, failed, {{"f", part}}, 5},
-        {"not to be appended to", "", {{"f", part}, {"read only", ""}}, Stream({Header(5, 5)}),
+        {"not to be appended to", "", {{"f", part}, {"read only", ""}}, Stream({Header(5, 5), kEnd}),
          "can't open f!  aborting!", {}, -1, failed, {{"f", "(missing)"}}, 5},
         {"not to be opened", "", {{"f/g", ""}}, {}, "can't open f!  aborting!", {}, -1, failed, {}},
-        {"a full disk", "", {}, Stream({Header(5), full, full}),
+        {"a full disk", "", {}, Stream({Header(5), full, full, "", kEnd}),
          "can't write to f!  aborting! (probably a full harddrive)|", {}, -1, failed,
          {{"f", std::string(10000, 'x')}}},
-        {"an index given twice", "", {}, List("1.1", {"common/f", "common/g"}),
-         "couldn't insert file index 5?\n"},
+        {"8 GB, at an index given twice", "", {},
+         {{"GETV", List("1.1", {"common/f", "common/g"})["GETV"]},
+          {"FULL", {Encode(FullReply{5, 0, 0xFFFFFFFF})}}}, "couldn't insert file index 5?\n"},
     };
     // clang-format on
     for (const std::string& name :
@@ -215,7 +212,12 @@ TEST_F(UpdateSession, FollowsTheServer) {
             EXPECT_EQ(std::vector(requests.begin() + 5, requests.end()), row.asked);
         }
         const auto& progress = session.progress.progress;
-        if (!progress.empty()) {
+        if (row.what.starts_with("8 GB")) {
+            const int64_t total = 2 * int64_t{0xFFFFFFFF};
+            EXPECT_THAT(session.progress.longProgress,
+                        ElementsAre(Pair(0, total), Pair(9, total), Pair(total, total)));
+            EXPECT_TRUE(progress.empty());
+        } else if (!progress.empty()) {
             EXPECT_EQ(progress.front().first, row.begins);
         }
         for (const auto& [path, data] : row.after) EXPECT_EQ(ReadFile(path), data) << path;
@@ -224,20 +226,6 @@ TEST_F(UpdateSession, FollowsTheServer) {
         EXPECT_THAT(ReadFile("halcyrix.lfv"),
                     EndsWith("9fcdf44f " + (fails ? row.record : latest.substr(0, 127)) + "\n"));
     }
-}
-
-TEST_F(UpdateSession, CountsBeyondTwoGigabytes) {
-    const int64_t total = 2 * int64_t{0xFFFFFFFF};
-    Answers answers = List("1.1", {"common/f", "common/g"});
-    answers["FULL"] = {Encode(FullReply{5, 0, 0xFFFFFFFF})};
-    answers.insert(kHonest.begin(), kHonest.end());
-    Relay server(Answer(answers));
-    Session session;
-    session.StartGame();
-    EXPECT_EQ(session.Run(), 1);
-    EXPECT_TRUE(session.progress.progress.empty());
-    EXPECT_THAT(session.progress.longProgress,
-                ElementsAre(Pair(0, total), Pair(9, total), Pair(total, total)));
 }
 
 TEST_F(UpdateSession, UpdatesTheUpdaterAndThenTheGame) {
@@ -275,9 +263,7 @@ TEST_F(UpdateSession, UpdatesTheUpdaterAndThenTheGame) {
     EXPECT_THAT(session.log.Text(), StartsWith(connecting + "Already connected!\n" + latest +
                                                connecting + "Welcome.\n" + latest));
     EXPECT_FALSE(session.log.Has("Disconnected")) << "that is of no interest any more";
-    session.progress.statuses.erase(session.progress.statuses.begin(),
-                                    session.progress.statuses.begin() + 6);
-    EXPECT_THAT(session.progress.statuses,
+    EXPECT_THAT(std::vector(session.progress.statuses.end() - 6, session.progress.statuses.end()),
                 ElementsAre("Connecting to 127.0.0.1:21024...", "Requesting latest version...",
                             "Negotiating download of 1.0", "Downloading updates...",
                             "Download complete.", "Update complete."));
@@ -325,16 +311,12 @@ public:
 TEST_F(UpdateSession, ChecksItsFilesOnItsOwnAndInTurns) {
     const std::string contents = SeededBytes(500000, 1);  // progress is told of it
     WriteFile("a", contents);
-    const FileListEntry entry{"common/a", FileChecksum("a", nullptr), 500000};
-    std::vector<std::string> list = {"1.1"};
-    for (const char* name : {"common/a", "common/b", "common/c"}) {
-        list.push_back(Encode(FileListEntry{name, entry.checksum, entry.length}));
-    }
-    list.emplace_back("\0"s);
-    for (const std::string version : {"1.1", "1.0"}) {
+    const uint32_t sum = FileChecksum("a", nullptr);
+    const auto listed = [&](const char* name) { return Encode(FileListEntry{name, sum, 500000}); };
+    for (const bool current : {true, false}) {
         for (const bool complete : {true, false}) {
-            SCOPED_TRACE(version + (complete ? ", complete" : ", with a file missing"));
-            Install(version, {{"common/a", contents}, {"common/b", contents}});
+            SCOPED_TRACE(complete ? "complete" : "with a file missing");
+            Install(current ? "1.1" : "1.0", {{"common/a", contents}, {"common/b", contents}});
             if (complete) WriteFile("c", contents);
             Session session;
             TurnCounter counter(&session.loop);
@@ -346,10 +328,11 @@ TEST_F(UpdateSession, ChecksItsFilesOnItsOwnAndInTurns) {
                 while (EventLoop::Now() < began + 30) continue;  // a slow disk, say
             };
             // Hangs up while the files are checked.
-            Relay server(Answer({{"GETV", list}}, Instead::kHangUp));
+            Relay server(
+                Answer({{"GETV", {"1.1", listed("x/a"), listed("x/b"), listed("x/c"), "\0"s}}},
+                       Instead::kHangUp));
             session.client.Start(0, "linux64", "common", nullptr);
             EXPECT_EQ(session.Run(), complete ? 0 : -2);
-            EXPECT_EQ(session.log.Has("Disconnected\nConnecting to 127.0.0.2"), !complete);
             EXPECT_EQ(session.log.Has("Disconnected\n"), !complete);
             ASSERT_EQ(turns.size(), complete ? 3u : 2u);
             EXPECT_LT(turns.front(), turns.back());
@@ -384,12 +367,8 @@ TEST_F(UpdateSession, GivesAHostTenSecondsAndEndsWithTheLast) {
                 HasSubstr("Connecting to 127.0.0.2:21024...\nConnection failed: Connection "
                           "refused\nCan't reach any Brenmoor update server!\n\n\n-----"));
     EXPECT_THAT(refused.log.Text(), EndsWith("-----\n\n"));
-    EXPECT_EQ(refused.log.Count("Can't reach any"), 1);
-    EXPECT_EQ(refused.progress.statuses.back(), "Connection failed");
     EXPECT_EQ(refused.client.m_fd, -1);
-    EXPECT_EQ(refused.client.m_flags, 0u);
     EXPECT_EQ(refused.StartGame(), 0);
-    EXPECT_TRUE(refused.log.Has("Already connected!\n"));
     stoppedClock = 0;
 }
 
