@@ -59,16 +59,17 @@ void become(const char* path, std::initializer_list<const char*> arguments) {
     std::vector<char*> pointers;
     for (const char* argument : arguments) pointers.push_back(const_cast<char*>(argument));
     pointers.push_back(nullptr);
-    // The system itself sets signals that have a handler, as SIGCHLD does, to their defaults.
-    const auto pipeHandler = signal(SIGPIPE, SIG_DFL);
-    const auto sizeHandler = signal(SIGXFSZ, SIG_DFL);
+    // First, so that what came while it was blocked is still ignored.
     sigset_t none, blocked;
     sigemptyset(&none);
     sigprocmask(SIG_SETMASK, &none, &blocked);
+    // The system itself sets signals that have a handler, as SIGCHLD does, to their defaults.
+    const auto pipeHandler = signal(SIGPIPE, SIG_DFL);
+    const auto sizeHandler = signal(SIGXFSZ, SIG_DFL);
     execv(path, pointers.data());
-    sigprocmask(SIG_SETMASK, &blocked, nullptr);
     signal(SIGXFSZ, sizeHandler);
     signal(SIGPIPE, pipeHandler);
+    sigprocmask(SIG_SETMASK, &blocked, nullptr);
 }
 
 bool is_updater_copy_name(const char* startName) {
