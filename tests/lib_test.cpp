@@ -51,12 +51,11 @@ TEST_F(Files, HaveTheReferenceChecksumsAndTellHowFarTheyAre) {
         WriteFile("file", std::string(size, 'x'));
         FileChecksum("file", &progress);
     }
-    ASSERT_EQ(progress.progress.size(), 123u);
-    EXPECT_EQ(progress.progress.front(), std::pair(4096, 500000));
+    EXPECT_EQ(progress.progress.at(121), std::pair(499712, 500000));
     EXPECT_EQ(progress.progress.back(), std::pair(500000, 500000));
 }
 
-TEST_F(Files, AreNeitherReadNorAwaitedWhereThereAreNone) {
+TEST_F(Files, AreNeitherReadNorAwaitedWhereThereAreNoneAndAlsoWhereTheyGrew) {
     ASSERT_EQ(mkfifo("fifo", 0600), 0);
     for (const char* path : {"missing", ".", "fifo"}) {
         EXPECT_EQ(FileSize(path), -1) << path;
@@ -69,9 +68,6 @@ TEST_F(Files, AreNeitherReadNorAwaitedWhereThereAreNone) {
     Stream full = OpenForWriting("/dev/full");
     fputs("new", full.get());
     EXPECT_FALSE(CloseWritten(std::move(full)));
-}
-
-TEST_F(Files, AreReadWhereTheyGrewAfterTheirEnd) {
     WriteFile("file", "old");
     const Stream stream = OpenForReading("file");
     EXPECT_EQ(fgetc((MoveTo(stream.get(), 3), stream.get())), EOF);
@@ -81,23 +77,19 @@ TEST_F(Files, AreReadWhereTheyGrewAfterTheirEnd) {
 
 TEST_F(Files, AreFoundRightTogetherWhereTheyAreAlone) {
     const auto later = std::chrono::steady_clock::now() + std::chrono::hours(1);
-    std::vector<ExpectedFile> files = {{"never", 12, 0xFFFFFFFE}, {"fifo", 9, 9}};
+    std::vector<ExpectedFile> files = {{"never", 12, 0xFFFFFFFE}, {".", 9, 9}, {"none", 0, 0}};
     WriteFile("never", "\x7b\xbd\xe2\xbe\x7e\xef\x75\xfc\x35\xa4\xc9\x30");
-    ASSERT_EQ(mkfifo("fifo", 0600), 0);
-    for (const char* damage : {"none", "missing", "longer", "shorter", "other bytes"}) {
-        for (const size_t size : {0, 1, 11, 12, 13, 4095, 4096, 4097, 8192, 70'000, 499'999}) {
-            const std::string name = damage + std::to_string(size);
-            std::string contents = SeededBytes(size, static_cast<unsigned>(files.size()));
-            WriteFile(name, contents);
-            files.push_back({name, size, FileChecksum(name, nullptr)});
-            if (damage[0] == 'l') contents += 'x';
-            if (size > 0 && damage[0] == 's') contents.pop_back();
-            if (size > 0 && damage[0] == 'o') contents[size / 2] ^= 1;
-            WriteFile(name, contents);
-            if (damage[0] == 'm') fs::remove(name);
+    for (const size_t size : {0, 1, 11, 12, 13, 4095, 4096, 4097, 8192, 70'000, 499'999}) {
+        std::string contents = SeededBytes(size, 1), other = contents;
+        WriteFile("right", contents);
+        if (size > 0) other[size / 2] ^= 1;
+        for (const auto& bytes : {contents, contents + 'x', contents.substr(size / 2), other}) {
+            const std::string name = std::to_string(files.size());
+            files.push_back({name, size, FileChecksum("right", nullptr)});
+            WriteFile(name, bytes);
         }
     }
-    for (const size_t count : {1, 2, 8, 13, 57}) {
+    for (const size_t count : {1, 2, 8, 13, 47}) {
         ASSERT_EQ(CheckTogether(std::span(files).first(count), later), count);
         for (auto file = files.begin(); file != files.begin() + count; ++file) {
             const auto alone = CheckLocalFile(file->path, file->length, file->checksum, nullptr);
@@ -106,7 +98,7 @@ TEST_F(Files, AreFoundRightTogetherWhereTheyAreAlone) {
     }
     // Time is up at once; eight of the largest fill the room; of the next size progress is told.
     EXPECT_EQ(CheckTogether(files, {}), 1u);
-    std::vector<ExpectedFile> large(9, {"none499999", 499'999, 0});
+    std::vector<ExpectedFile> large(9, {"right", 499'999, 0});
     EXPECT_EQ(CheckTogether(large, later), 8u);
     large[1].length = 500'000;
     EXPECT_EQ(CheckTogether(large, later), 1u);

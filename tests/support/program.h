@@ -2,11 +2,19 @@
 #ifndef HALCYRIX_TESTS_SUPPORT_PROGRAM_H
 #define HALCYRIX_TESTS_SUPPORT_PROGRAM_H
 
-#include <sys/types.h>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
+#include <csignal>
 #include <functional>
 #include <string>
 #include <vector>
+
+#include "tests/support/await.h"
 
 // A program in a process of its own, which ends at the latest with this object or with the test.
 class Program {
@@ -14,31 +22,75 @@ public:
     // The first word is the program. `prepare` runs in the new process: it can set the environment,
     // limits and signals there. It may be empty.
     explicit Program(const std::vector<std::string>& command,
-                     const std::function<void()>& prepare = {});
-    ~Program();
+                     const std::function<void()>& prepare = {}) {
+        int ends[2];
+        if (pipe2(ends, O_CLOEXEC) != 0) abort();
+        m_output = ends[0];
+        fcntl(m_output, F_SETPIPE_SZ, 1 << 20);  // it must not wait for the test to read
+        std::vector<char*> words;
+        for (const std::string& word : command) words.push_back(const_cast<char*>(word.c_str()));
+        words.push_back(nullptr);
+        m_pid = fork();
+        if (m_pid == 0) {
+            prctl(PR_SET_PDEATHSIG, SIGKILL);
+            dup2(ends[1], STDOUT_FILENO);
+            dup2(ends[1], STDERR_FILENO);
+            signal(SIGPIPE, SIG_DFL);
+            signal(SIGXFSZ, SIG_DFL);
+            if (prepare) prepare();
+            execvp(words[0], words.data());
+            _exit(127);
+        }
+        close(ends[1]);
+    }
+    ~Program() {
+        if (m_status == -1) kill(m_pid, SIGKILL);
+        if (m_status == -1) waitpid(m_pid, nullptr, 0);
+        close(m_output);
+    }
     Program(const Program&) = delete;
-    Program& operator=(const Program&) = delete;
 
     // Waits until it has said this, on either stream, since the last such call.
-    void AwaitWords(const std::string& words);
+    void AwaitWords(const std::string& words) {
+        Awaiting("the program's words \"" + words + "\"");
+        while (m_said.find(words, m_heard) == std::string::npos) {
+            if (!Read()) FAIL() << "the program ended without \"" << words << "\":\n" << m_said;
+        }
+        m_heard = m_said.find(words, m_heard) + words.size();
+    }
     // Waits for its end. Returns its exit status, or 128 and the signal that ended it.
-    int Wait();
+    int Wait() {
+        Awaiting("the end of a program");
+        waitpid(m_pid, &m_status, 0);
+        // What it started may go on and keep the pipe open.
+        for (pollfd more{m_output, POLLIN, 0}; poll(&more, 1, 0) == 1 && Read();) continue;
+        return WIFSIGNALED(m_status) ? 128 + WTERMSIG(m_status) : WEXITSTATUS(m_status);
+    }
 
     pid_t Pid() const { return m_pid; }
     // All that was read by the two calls above.
     const std::string& Said() const { return m_said; }
 
 private:
-    bool Read();
+    bool Read() {
+        char piece[4096];
+        const ssize_t got = read(m_output, piece, sizeof piece);
+        if (got > 0) m_said.append(piece, static_cast<size_t>(got));
+        return got > 0;
+    }
 
     pid_t m_pid;
-    int m_output;
+    int m_output, m_status = -1;
     std::string m_said;
     size_t m_heard = 0;
-    int m_status = -1;
 };
 
 // Runs a program to its end, with what it says into `said` (may be null). Returns as Wait does.
-int RunProgram(const std::vector<std::string>& command, std::string* said = nullptr);
+inline int RunProgram(const std::vector<std::string>& command, std::string* said = nullptr) {
+    Program program(command);
+    const int status = program.Wait();
+    if (said != nullptr) *said += program.Said();
+    return status;
+}
 
 #endif

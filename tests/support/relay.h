@@ -2,6 +2,12 @@
 #ifndef HALCYRIX_TESTS_SUPPORT_RELAY_H
 #define HALCYRIX_TESTS_SUPPORT_RELAY_H
 
+#include <arpa/inet.h>
+#include <netinet/tcp.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
 #include <functional>
 #include <map>
 #include <mutex>
@@ -37,8 +43,16 @@ struct Instead {
 using Rule = std::function<std::optional<Instead>(const Passing&)>;
 
 // The rule that answers the requests that begin with a tag by these packets.
-Rule Answer(const std::map<std::string, std::vector<std::string>>& packets,
-            Instead::Then then = Instead::kGoOn);
+inline Rule Answer(const std::map<std::string, std::vector<std::string>>& packets,
+                   Instead::Then then = Instead::kGoOn) {
+    return [=](const Passing& passing) -> std::optional<Instead> {
+        const auto answer = packets.find(passing.payload.substr(0, 4));
+        if (!passing.isRequest || answer == packets.end()) return std::nullopt;
+        std::string bytes;
+        for (const std::string& packet : answer->second) bytes += FrameOf(packet);
+        return Instead{bytes, then};
+    };
+}
 
 // The updaters' first host, 127.0.0.1, in front of a server on the second, 127.0.0.2. So a client
 // that has lost the conversation finishes it with the honest server itself. A relay that finds no
@@ -46,15 +60,77 @@ Rule Answer(const std::map<std::string, std::vector<std::string>>& packets,
 class Relay {
 public:
     // Hangs up after so many milliseconds of silence, -1 for never.
-    explicit Relay(Rule rule = {}, int patience = -1);
-    ~Relay();
+    explicit Relay(Rule rule = {}, int patience = -1)
+        : m_rule(std::move(rule)), m_patience(patience), m_listening(Open(bind, "127.0.0.1")) {
+        if (listen(m_listening, 64) != 0) abort();
+        m_thread = std::jthread([this] {
+            for (int fd; (fd = accept4(m_listening, nullptr, nullptr, SOCK_CLOEXEC)) != -1;) {
+                const int server = Open(connect, "127.0.0.2");
+                Converse(fd, server);
+                close(fd);
+                if (server != -1) close(server);
+            }
+        });
+    }
+    ~Relay() {
+        shutdown(m_listening, SHUT_RDWR);
+        m_thread.join();
+        close(m_listening);
+    }
 
     // The payloads of all requests so far.
-    std::vector<std::string> Requests();
+    std::vector<std::string> Requests() {
+        const std::lock_guard lock(m_mutex);
+        return m_requests;
+    }
 
 private:
-    void Converse(int client, int server);
-    bool Pass(int from, int to, int client, Passing* passing);
+    // A socket at the update port of a host, used in one of two ways: bind() or connect().
+    template <typename Call>
+    static int Open(Call call, const char* host) {
+        const sockaddr_in address{AF_INET, htons(21024), {inet_addr(host)}, {}};
+        const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0), on = 1;
+        setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);  // what is accepted has it, too
+        setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+        if (call(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0) return fd;
+        close(fd);
+        return -1;
+    }
+
+    void Converse(int client, int server) {
+        Passing requests{true, 0, ""}, replies{false, 0, ""};
+        // The listening socket shows its end.
+        pollfd ready[] = {{client, POLLIN, 0}, {server, POLLIN, 0}, {m_listening, 0, 0}};
+        while (poll(ready, 3, m_patience) > 0 && ready[2].revents == 0) {
+            if (ready[0].revents != 0 && !Pass(client, server, client, &requests)) break;
+            if (ready[1].revents != 0 && !Pass(server, client, client, &replies)) break;
+        }
+    }
+
+    // Passes on the next packet, or what is instead. Returns whether the conversation goes on.
+    bool Pass(int from, int to, int client, Passing* passing) {
+        std::string& packet = passing->payload;
+        uint8_t header[kFrameHeaderSize];
+        if (!IsAll(recv(from, header, sizeof header, MSG_WAITALL), sizeof header)) return false;
+        packet.resize(static_cast<size_t>(FramePayloadLength(header)));
+        if (!IsAll(recv(from, packet.data(), packet.size(), MSG_WAITALL), packet.size()))
+            return false;
+        if (passing->isRequest) {
+            const std::lock_guard lock(m_mutex);
+            m_requests.push_back(packet);
+        }
+        const std::optional<Instead> instead = m_rule ? m_rule(*passing) : std::nullopt;
+        ++passing->number;
+        const std::string bytes = instead ? instead->bytes : FrameOf(packet);
+        const int receiver = instead ? client : to;
+        do {
+            if (receiver == -1) return true;
+            const ssize_t sent = send(receiver, bytes.data(), bytes.size(), MSG_NOSIGNAL);
+            if (!IsAll(sent, bytes.size())) return false;
+        } while (instead && instead->then == Instead::kAgainAndAgain);
+        return !instead || instead->then == Instead::kGoOn;
+    }
+    static bool IsAll(ssize_t got, size_t size) { return got == static_cast<ssize_t>(size); }
 
     const Rule m_rule;
     const int m_patience, m_listening;

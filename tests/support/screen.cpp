@@ -1,6 +1,7 @@
 #include "tests/support/screen.h"
 
 #include <X11/Xatom.h>
+#include <X11/Xlib.h>
 
 #include <csignal>
 #include <sstream>

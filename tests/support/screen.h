@@ -2,13 +2,12 @@
 #ifndef HALCYRIX_TESTS_SUPPORT_SCREEN_H
 #define HALCYRIX_TESTS_SUPPORT_SCREEN_H
 
-#include <X11/Xlib.h>
-
 #include <string>
 
 #include "tests/support/program.h"
 
 struct xdo;
+using Window = unsigned long;  // as in Xlib, which would redefine words of gtest
 
 // An X server in memory, without a window manager: 1024 by 768 pixels. It is the process's display
 // while it lives.
