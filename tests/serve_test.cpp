@@ -253,7 +253,7 @@ TEST_F(ServeTest, StaysSmallAndServesWhileACrowdMeansHarm) {
         return std::stol(status.substr(status.find("VmRSS:") + 6));  // KiB
     };
     Peer().Queue();
-    const long before = resident();
+    [[maybe_unused]] const long before = resident();
     std::list<Peer> crowd;
     for (int i = 0; i < 600; ++i) {
         Peer& peer = crowd.emplace_back("127.0.1." + std::to_string(1 + i / 90));
@@ -262,7 +262,9 @@ TEST_F(ServeTest, StaysSmallAndServesWhileACrowdMeansHarm) {
         if (i % 3 == 2) peer.Say(Words(500, "PVERA"));
     }
     EXPECT_EQ(Peer().AskList(), "1.0");
+#ifndef __SANITIZE_ADDRESS__  // it keeps what is freed
     EXPECT_LT(resident() - before, 200 * 20 + 200 * 4);
+#endif
     for (int i = 0; i < 4000; ++i) {  // more than a megabyte of lines
         Peer peer;
         peer.Say({"PVERA", "ARCH" + std::string(255, 'c') + '\0', "?"});
