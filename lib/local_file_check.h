@@ -3,6 +3,7 @@
 #define HALCYRIX_LIB_LOCAL_FILE_CHECK_H
 
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <span>
 #include <string>

@@ -2,6 +2,8 @@
 #ifndef HALCYRIX_NET_TCP_LISTEN_H
 #define HALCYRIX_NET_TCP_LISTEN_H
 
+#include <cstdint>
+
 #include "net/tcp.h"
 
 // Listens on all local addresses once it is constructed, watched for reading; or is closed when the

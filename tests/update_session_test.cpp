@@ -370,6 +370,15 @@ TEST_F(UpdateSession, GivesAHostTenSecondsAndEndsWithTheLast) {
     EXPECT_EQ(refused.client.m_fd, -1);
     EXPECT_EQ(refused.StartGame(), 0);
     stoppedClock = 0;
+
+    // Nor is anything taken that comes behind what the last host was left for.
+    const char* const second = std::exchange(server_pool[1], nullptr);
+    Relay last(Answer({{"GETV", {"1.1", "malformed", "malformed"}}}));
+    Session left;
+    left.client.Start(0, "linux64", nullptr);
+    EXPECT_EQ(left.Run(), -2);
+    EXPECT_EQ(left.log.Count("Malformed reply from the server; disconnecting\nDisconnected\n"), 1);
+    server_pool[1] = second;
 }
 
 }  // namespace
