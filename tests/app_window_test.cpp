@@ -145,7 +145,7 @@ TEST_F(Windows, HaveTheirTurnInAPassUnlessThereIsInputToRead) {
 }
 
 TEST_F(Windows, KeepTheirSizeAndShowAllTexts) {
-    const std::string word(5000, 'w'), message = "not \uFFFD text\n" + std::string(200, 'W');
+    const std::string word(5000, 'w'), path(200, 'W');
     for (const char* font : {"DejaVu Sans 8", "DejaVu Sans 10", "DejaVu Sans 18"}) {
         SCOPED_TRACE(font);
         Show(font);
@@ -168,10 +168,10 @@ TEST_F(Windows, KeepTheirSizeAndShowAllTexts) {
         EXPECT_EQ(Width(bug), 1000);
         gtk_widget_destroy(bug);
 
-        message_box(("not \xFF text\n" + std::string(200, 'W')).c_str(), "Message");
+        message_box(("not \xFF text\n" + path).c_str(), "Message");
         GtkWidget* box = FindWindow("Message");
         EXPECT_LE(Width(box), 768);
-        EXPECT_EQ(LabelText(box), message);
+        EXPECT_EQ(LabelText(box), "not \uFFFD text\n" + path);
         GtkWidget* close = FindInside(box, GTK_TYPE_BUTTON);
         EXPECT_EQ(gtk_window_get_focus(GTK_WINDOW(box)), close);
         gtk_button_clicked(GTK_BUTTON(close));
