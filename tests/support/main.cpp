@@ -10,9 +10,9 @@
 //
 //   support/scratch_dir.h  a folder of its own, files and their contents, a limit on their size
 //   support/program.h      a program in a process of its own, and what it says
-//   support/game.h         a small game, published and served with the maker's tool; a player's home
+//   support/game.h         a small game, published and served with the real tool; a player's home
 //   support/session.h      one start of the updater in the test's process, with what it told
-//   support/relay.h        a peer between updater and server that tampers by rule: a lie is one line
+//   support/relay.h        a peer between updater and server that tampers by rule, one line a lie
 //   support/recorders.h    a log and a progress indicator that remember
 //   support/screen.h       an X server, windows of other programs, keys (LINKS test_screen)
 //   support/gtk_windows.h  windows of the test's own process (LINKS test_screen)
