@@ -90,7 +90,7 @@ bool DeltaPlan::Step() {
 // Whether a match that begins within the next few bytes reaches so much further that `match` is
 // better left to the plan of the gap. Moves there if so.
 bool DeltaPlan::LookAhead(Match* match) {
-    if (match->length >= kLongEnough) return false;
+    if (match->length >= kLongEnough || m_writer->Commands() > kMaxCommands) return false;
     const size_t reach = m_position + match->length;
     Match passed[kCopyCost] = {*match};
     for (size_t ahead = 1; ahead < kCopyCost && m_position + ahead < m_size; ++ahead) {
