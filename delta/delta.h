@@ -22,7 +22,7 @@ constexpr uint64_t kNoSizeLimit = UINT64_MAX;
                                     std::string* reason);
 
 // The bytes of memory that MakePatch takes at the most for files of these sizes. Files that are
-// mostly the same take a third of that.
+// mostly the same take less than half of that.
 uint64_t PatchMemory(uint64_t old_size, uint64_t new_size);
 
 // Whether the updater's own interpreter makes the new file from the old one and the patch. When it
