@@ -55,7 +55,7 @@ protected:
         };
     }
 
-    static Window AwaitMain(const Program& updater) {
+    Window AwaitMain(const Program& updater) {
         return screen.AwaitWindow(updater.Pid(), "Halcyrix Update Utility");
     }
 
@@ -88,7 +88,11 @@ protected:
     // Waits until no updater is at work in the game's home, which is when Play has come alive.
     void AwaitRest() { EXPECT_EQ(RunProgram({"flock", Home(), "true"}), 0); }
 
-    static inline auto& screen = *new TestScreen;  // ends with the process
+    static TestScreen& Screen() {
+        static auto* const screen = new TestScreen;  // ends with the process
+        return *screen;
+    }
+    TestScreen& screen = Screen();
 };
 
 TEST_F(ProgramTest, UpdatesItselfAndTheGameAndShowsTheManualAndPlays) {
