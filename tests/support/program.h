@@ -22,7 +22,8 @@ public:
     // The first word is the program. `prepare` runs in the new process: it can set the environment,
     // limits and signals there. It may be empty.
     explicit Program(const std::vector<std::string>& command,
-                     const std::function<void()>& prepare = {}) {
+                     const std::function<void()>& prepare = {})
+        : m_command(testing::PrintToString(command)) {
         int ends[2];
         if (pipe2(ends, O_CLOEXEC) != 0) abort();
         m_output = ends[0];
@@ -60,7 +61,7 @@ public:
     }
     // Waits for its end. Returns its exit status, or 128 and the signal that ended it.
     int Wait() {
-        Awaiting("the end of a program");
+        Awaiting("the end of " + m_command);
         waitpid(m_pid, &m_status, 0);
         // What it started may go on and keep the pipe open.
         for (pollfd more{m_output, POLLIN, 0}; poll(&more, 1, 0) == 1 && Read();) continue;
@@ -79,6 +80,7 @@ private:
         return got > 0;
     }
 
+    const std::string m_command;
     pid_t m_pid;
     int m_output, m_status = -1;
     std::string m_said;

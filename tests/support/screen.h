@@ -6,7 +6,6 @@
 
 #include "tests/support/program.h"
 
-struct xdo;
 using Window = unsigned long;  // as in Xlib, which would redefine words of gtest
 
 // An X server in memory, without a window manager: 1024 by 768 pixels. It is the process's display
@@ -25,7 +24,6 @@ public:
 
 private:
     Program m_server;
-    xdo* m_xdo;
 };
 
 #endif
