@@ -26,29 +26,25 @@ protected:
         EXPECT_EQ(ReadFile("data/gone"), FirstGame().at("common/data/gone"));
     }
 
-    // Runs a program that is killed when it is about to make one of these system calls for the
-    // n-th time. Returns whether it was; else it must have ended well.
-    static bool RunKilled(const std::string& call, int n, std::vector<std::string> command) {
-        const std::string inject = "inject=" + call + ":signal=KILL:when=" + std::to_string(n);
-        command.insert(command.begin(), {"strace", "-f", "-qqq", "-o/dev/null", "-e", inject});
-        Program program(command, [] { setenv("ASAN_OPTIONS", "detect_leaks=0", 1); });
-        const int status = program.Wait();
-        EXPECT_TRUE(status == 0 || status == 128 + SIGKILL) << status << "\n" << program.Said();
-        return status != 0;
-    }
-    // Has `again` happen after a kill before each of the calls that change files.
-    static int KillEverywhere(const std::vector<std::string>& command,
-                              const std::function<void()>& prepare,
+    // Kills a program before each of the calls that change files; has `again` happen after each.
+    static int KillEverywhere(const std::string& command, const std::function<void()>& prepare,
                               const std::function<void()>& again) {
         int kills = 0;
-        for (const char* call :
+        for (const std::string call :
              {"unlink", "unlinkat", "rename", "link", "mkdir", "fsync", "ftruncate", "write"}) {
             // Most files have many writes alike.
-            const int step = strcmp(call, "write") == 0 ? 5 : 1;
-            for (int n = 1; !HasFailure(); n += step, ++kills) {
-                SCOPED_TRACE(call + (" " + std::to_string(n)));
+            for (int n = 1; !HasFailure(); n += call == "write" ? 5 : 1, ++kills) {
+                const std::string when = call + ":signal=KILL:when=" + std::to_string(n);
+                SCOPED_TRACE(when);
                 prepare();
-                if (!RunKilled(call, n, command)) break;
+                std::string said;
+                const int status = RunProgram({"sh", "-c",
+                                               "ASAN_OPTIONS=detect_leaks=0 exec strace -f -qqq "
+                                               "-o/dev/null -e inject=" +
+                                                   when + " " + command},
+                                              &said);
+                if (status == 0) break;
+                EXPECT_EQ(status, 128 + SIGKILL) << said;
                 again();
             }
         }
@@ -60,26 +56,24 @@ TEST_F(Reliability, OfAnUpdaterThatIsKilledAnywhere) {
     Publish("1.0", FirstGame());
     Publish("1.1", NextGame());
     const ServingProgram server(StorePath(), "127.0.0.1");
-    const std::vector<std::string> updater = {HEADLESS_UPDATER, "linux64", "common"};
+    const std::string updater = HEADLESS_UPDATER " linux64 common";
     const auto again = [&] {
         // Between the deletion of the old records and their new name there are none.
         const bool replacing = !fs::exists("halcyrix.lfv");
         EXPECT_TRUE(ReadFile(replacing ? "halcyrix.vtm" : "halcyrix.lfv").starts_with("12345678"));
         std::string said;
-        EXPECT_EQ(RunProgram(updater, &said), 0) << said;
+        EXPECT_EQ(RunProgram({"sh", "-c", updater}, &said), 0) << said;
         ExpectFinished();
     };
-    EXPECT_GT(KillEverywhere(
-                  updater, [this] { InstallDamaged(); }, again),
-              20);
+    const auto prepare = [this] { InstallDamaged(); };
+    EXPECT_GT(KillEverywhere(updater, prepare, again), 20);
 }
 
 TEST_F(Reliability, OfAPublishThatIsKilledAnywhere) {
     Publish("1.0", FirstGame());
     WriteFile("../new/data/large", NextGame().at("common/data/large"));
     fs::copy(StorePath(), "../before", fs::copy_options::recursive);
-    const std::vector<std::string> publish = {RELEASE_TOOL, "publish", StorePath(), "1.1",
-                                              "common=../new"};
+    const std::string publish = RELEASE_TOOL " publish " + StorePath() + " 1.1 common=../new";
     const auto prepare = [this] {
         fs::remove_all(StorePath());
         fs::copy("../before", StorePath(), fs::copy_options::recursive);
@@ -88,7 +82,7 @@ TEST_F(Reliability, OfAPublishThatIsKilledAnywhere) {
         std::string said;
         EXPECT_EQ(RunProgram({RELEASE_TOOL, "check", StorePath()}, &said), 0) << said;
         const bool published = said.starts_with("2 releases");
-        EXPECT_EQ(RunProgram(publish, &said), published ? 1 : 0) << said;
+        EXPECT_EQ(RunProgram({"sh", "-c", publish}, &said), published ? 1 : 0) << said;
     };
     EXPECT_GT(KillEverywhere(publish, prepare, again), 10);
 }
