@@ -1,10 +1,6 @@
 // The real program as a player meets it: what its starts turn into, what its windows say, and where
 // keys lead.
-#include <gtest/gtest.h>
 #include <sys/stat.h>
-#include <unistd.h>
-
-#include <csignal>
 
 #include "net/event_loop.h"
 #include "tests/support/game.h"
@@ -34,6 +30,7 @@ const std::string kUpdater = ReadFile(LOOPBACK_UPDATER);
 class ProgramTest : public GameTest {
 protected:
     ProgramTest() {
+        if (screen == nullptr) screen = new TestScreen;
         fs::create_directory(Player());
         fs::create_symlink(Home(), Player() / ".halcyrix");
         fs::create_symlink(LOOPBACK_UPDATER, Player() / "update.rlb");
@@ -56,7 +53,7 @@ protected:
     }
 
     Window AwaitMain(const Program& updater) {
-        return screen.AwaitWindow(updater.Pid(), "Halcyrix Update Utility");
+        return screen->AwaitWindow(updater.Pid(), "Halcyrix Update Utility");
     }
 
     // Waits until the console says it. All of its text is selected then.
@@ -65,7 +62,7 @@ protected:
         for (std::string said; said.find(words) == std::string::npos;) {
             ASSERT_LT(EventLoop::Now(), end) << "without \"" << words << "\": " << said;
             said.clear();
-            screen.Press(AwaitMain(updater), "ctrl+a");
+            screen->Press(AwaitMain(updater), "ctrl+a");
             RunProgram({"timeout", "1", "xclip", "-o"}, &said);
         }
     }
@@ -81,18 +78,14 @@ protected:
 
     // Presses the first button that can be pressed, and waits for the status that comes of it.
     void CancelOrPlay(Program& updater, int status) {
-        screen.Press(AwaitMain(updater), "Tab space");
+        screen->Press(AwaitMain(updater), "Tab space");
         EXPECT_EQ(updater.Wait(), status);
     }
 
     // Waits until no updater is at work in the game's home, which is when Play has come alive.
     void AwaitRest() { EXPECT_EQ(RunProgram({"flock", Home(), "true"}), 0); }
 
-    static TestScreen& Screen() {
-        static auto* const screen = new TestScreen;  // ends with the process
-        return *screen;
-    }
-    TestScreen& screen = Screen();
+    static inline TestScreen* screen = nullptr;  // ends with the process
 };
 
 TEST_F(ProgramTest, UpdatesItselfAndTheGameAndShowsTheManualAndPlays) {
@@ -108,12 +101,12 @@ TEST_F(ProgramTest, UpdatesItselfAndTheGameAndShowsTheManualAndPlays) {
     AwaitRest();
     EXPECT_TRUE(ReadFile("update.rlb") == kUpdater + "newer") << "replaced while it ran";
     const Window window = AwaitMain(updater);
-    screen.Press(window, "Tab Tab space");
-    const Window notice = screen.AwaitWindow(updater.Pid(), "Error opening URL");
+    screen->Press(window, "Tab Tab space");
+    const Window notice = screen->AwaitWindow(updater.Pid(), "Error opening URL");
     const std::string manual = "file:" + Player().string() + "/.halcyrix/manual.html\n";
     EXPECT_EQ(ReadFile(Player() / "seen"), manual);
-    screen.Close(notice);
-    screen.Press(window, "shift+Tab space");
+    screen->Close(notice);
+    screen->Press(window, "shift+Tab space");
     EXPECT_EQ(updater.Wait(), 7);
     EXPECT_EQ(Told(), "0  ./drivers:.");
 }
@@ -147,7 +140,7 @@ TEST_F(ProgramTest, StartsAsWhatItsNameAndArgumentsSay) {
         if (c.told.empty()) {
             AwaitConsole(updater, "Can't reach any");
             AwaitRest();
-            screen.Close(AwaitMain(updater));
+            screen->Close(AwaitMain(updater));
         }
         EXPECT_EQ(updater.Wait(), c.told.empty() ? 0 : 7);
         EXPECT_EQ(Told(), c.told);
@@ -176,7 +169,7 @@ TEST_F(ProgramTest, MakesItsHomeOrSaysWhyItCannot) {
                             close_range(0, 2, 0);
                         }));
         if (error.empty()) {
-            screen.Close(screen.AwaitWindow(updater.Pid(), "Halcyrix Home Directory"));
+            screen->Close(screen->AwaitWindow(updater.Pid(), "Halcyrix Home Directory"));
             EXPECT_EQ(fs::status(".halcyrix").permissions(), fs::perms(0755));
             const std::string process = "/proc/" + std::to_string(updater.Pid());
             EXPECT_EQ(fs::read_symlink(process + "/fd/2"), "/dev/null") << "not the display";
@@ -184,7 +177,7 @@ TEST_F(ProgramTest, MakesItsHomeOrSaysWhyItCannot) {
             AwaitConsole(updater, (home.Path() / ".halcyrix: ").string() + error);
             EXPECT_TRUE(relay.Requests().empty());
         }
-        screen.Close(AwaitMain(updater));
+        screen->Close(AwaitMain(updater));
         EXPECT_EQ(updater.Wait(), 0);
         chmod(".", 0700);
     }
@@ -227,7 +220,7 @@ TEST_F(ProgramTest, SendsTheCrashReportThatWasTypedAndNoOther) {
         receiver.AwaitWords("Waiting");
         for (const char* keys : {"Tab Tab Tab space", "a Tab b Return Tab space"}) {
             Program reporter({command, command + words}, AsPlayer());
-            screen.Press(screen.AwaitWindow(reporter.Pid(), "Halcyrix Bug Report"), keys);
+            screen->Press(screen->AwaitWindow(reporter.Pid(), "Halcyrix Bug Report"), keys);
             EXPECT_EQ(reporter.Wait(), 0);
         }
         receiver.AwaitWords(std::string("=a&platform=Linux&IP=") + (words > 2 ? "0x1234" : "none") +

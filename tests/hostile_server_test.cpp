@@ -3,16 +3,12 @@
 
 #include <gmock/gmock.h>
 
-#include <random>
-
 #include "tests/support/game.h"
 #include "tests/support/relay.h"
 #include "tests/support/session.h"
 #include "update/messages.h"
 
 namespace {
-
-using testing::EndsWith;
 
 class HostileServer : public GameTest {};
 
@@ -27,10 +23,7 @@ TEST_F(HostileServer, MaySpoilEveryReplyInEveryWay) {
     ServingProgram server(StorePath(), "127.0.0.2");
     std::mt19937 random(1);
     const auto bytes = [&](size_t size) { return SeededBytes(size, random()); };
-    const auto hangUp = [](const std::string& said) { return Instead{said, Instead::kHangUp}; };
     const std::pair<const char*, std::function<Instead(const std::string&)>> ways[] = {
-        {"left as they are", [](auto& reply) { return Instead{FrameOf(reply)}; }},
-        {"closed", [&](auto&) { return hangUp(""); }},
         {"withheld", [](auto&) { return Instead{""}; }},
         {"doubled", [](auto& reply) { return Instead{FrameOf(reply) + FrameOf(reply)}; }},
         {"empty", [](auto&) { return Instead{FrameOf("")}; }},
@@ -39,17 +32,17 @@ TEST_F(HostileServer, MaySpoilEveryReplyInEveryWay) {
         {"largest", [&](auto&) { return Instead{FrameOf(bytes(kMaxPayload))}; }},
         {"random", [&](auto& reply) { return Instead{FrameOf(bytes(reply.size()))}; }},
         {"no frame", [&](auto&) { return Instead{bytes(random() % 100)}; }},
-        {"cut by one",
-         [](auto& reply) { return Instead{FrameOf(reply.substr(0, reply.size() - 1))}; }},
+        {"by one", [](auto& reply) { return Instead{FrameOf(reply.substr(0, reply.size() - 1))}; }},
         {"cut", [&](auto& reply) { return Instead{FrameOf(reply.substr(0, random() % 16))}; }},
         {"cut and closed",
-         [&](auto& reply) { return hangUp(FrameOf(reply).substr(0, random() % 20)); }},
+         [&](auto& reply) {
+             return Instead{FrameOf(reply).substr(0, random() % 20), Instead::kHangUp};
+         }},
     };
-    int sessions = 0, most = 0;
+    int spoilings = 0;
     for (const std::string version : {"", "1.0"}) {
         for (const auto& [way, spoil] : ways) {
-            int replies = 1;
-            for (int spoilt = 0; spoilt < replies && !HasFailure(); ++spoilt, ++sessions) {
+            for (int spoilt = 0; spoilt < 20 && !HasFailure(); ++spoilt) {
                 SCOPED_TRACE(std::to_string(spoilt) + " " + way + ", from " + version);
                 Install(version, first);
                 if (version.empty()) WriteFile("large", first.at("linux64/large").substr(0, 9000));
@@ -57,10 +50,9 @@ TEST_F(HostileServer, MaySpoilEveryReplyInEveryWay) {
                 WriteFile("../outside", "untouched");
                 {
                     const Rule rule = [&](const Passing& passing) -> std::optional<Instead> {
-                        if (passing.isRequest) return {};
-                        replies = std::max(replies, passing.number + 1);
-                        return passing.number == spoilt ? std::optional(spoil(passing.payload))
-                                                        : std::nullopt;
+                        if (passing.isRequest || passing.number != spoilt) return {};
+                        ++spoilings;
+                        return spoil(passing.payload);
                     };
                     Relay relay(rule, 20);
                     Session hostile;
@@ -74,19 +66,18 @@ TEST_F(HostileServer, MaySpoilEveryReplyInEveryWay) {
                 EXPECT_EQ(ReadFile("mine"), "the player's own");
                 EXPECT_EQ(ReadFile("../outside"), "untouched");
             }
-            most = std::max(most, replies);
         }
-        EXPECT_GT(std::exchange(most, 0), 15);
     }
-    printf("%d hostile sessions\n", sessions);
+    EXPECT_GT(spoilings, 400) << "of those that were meant";
 }
 
 TEST_F(HostileServer, MaySendWithoutEnd) {
-    const std::string name(4080, 'n');
     const std::vector<std::string> shortNames(1000, Encode(FileListEntry{"n", 1, 1}));
     const std::tuple<std::string, std::vector<std::string>, const char*> floods[] = {
         {"MOTD", {std::string(8000, 'x')}, "a message of the day without end!  aborting!\n"},
-        {"GETV", {Encode(FileListEntry{name, 1, 1})}, "a file list without end!  aborting!\n"},
+        {"GETV",
+         {Encode(FileListEntry{std::string(4080, 'n'), 1, 1})},
+         "a file list without end!  aborting!\n"},
         {"GETV", shortNames, "a file list without end!  aborting!\n"},
     };
     for (const auto& [tag, packets, log] : floods) {
@@ -94,7 +85,7 @@ TEST_F(HostileServer, MaySendWithoutEnd) {
         Session session;
         session.client.Start(tag == "MOTD", "linux64", nullptr);
         EXPECT_EQ(session.Run(), -1);
-        EXPECT_THAT(session.log.Text(), EndsWith(log));
+        EXPECT_THAT(session.log.Text(), testing::EndsWith(log));
     }
 }
 

@@ -1,11 +1,5 @@
 // The update server as its clients and its operators see it.
-#include <arpa/inet.h>
-#include <sys/socket.h>
-#include <unistd.h>
-
-#include <csignal>
 #include <list>
-#include <thread>
 
 #include "serve/update_server.h"
 #include "tests/support/game.h"
