@@ -166,26 +166,17 @@ TEST_F(Windows, KeepTheirSizeAndShowAllTexts) {
 }
 
 TEST(Programs, AreNamedAndCheckedBeforeTheyStart) {
-    const std::pair<std::string, std::string> browsers[] = {
-        {"%s %s %s %s %s", "A A A A %s"},
-        {"one:two 100%% %d %", "one:two 100% %d %"},
-        {std::string(2046, 'x') + "%s%s", std::string(2046, 'x') + "A"},
-    };
-    for (const auto& [browser, command] : browsers) {
-        EXPECT_EQ(expand_browser_command(browser, "A"), command);
-    }
+    const std::string most(2046, 'x');
+    EXPECT_EQ(expand_browser_command("%s %s %s %s 100%% %d %s %", "A"), "A A A A 100% %d %s %");
+    EXPECT_EQ(expand_browser_command(most + "%s%s", "A"), most + "A");
     EXPECT_TRUE(is_updater_copy_name("/a/myupdate.rlb"));
-    for (const char* name : {"update.rlb/x", "pdate.rlb", static_cast<const char*>(nullptr)}) {
-        EXPECT_FALSE(is_updater_copy_name(name));
-    }
+    EXPECT_FALSE(is_updater_copy_name(nullptr) || is_updater_copy_name("update.rlb/x"));
     const ScratchDir dir;
     const std::string program = ReadFile(UPDATER);
     std::string noSections = program, noSegments = program;
     const std::pair<std::string, bool> copies[] = {
-        {program, false},
         {noSections.replace(0x28, 8, 8, '\x7F'), false},
         {noSegments.replace(0x20, 8, 8, '\xFF'), true},
-        {program.substr(0, 3), true},
         {"", true},
     };
     for (const auto& [contents, truncated] : copies) {
