@@ -113,9 +113,9 @@ TEST_F(ProgramTest, UpdatesItselfAndTheGameAndShowsTheManualAndPlays) {
 
 TEST_F(ProgramTest, StartsAsWhatItsNameAndArgumentsSay) {
     const std::string noCopy, cutOff = kUpdater.substr(0, 10000);
+    // The component is asked for first; the copy tells the last.
     const struct {
-        std::string name, argument, copy;
-        std::string component, told;  // what is asked for first; what the copy tells
+        std::string name, argument, copy, component, told;
     } cases[] = {
         {UPDATER, "-phase2", kScript, "", "0  "},
         {UPDATER, "-Bugreport", kScript, "", "0  "},

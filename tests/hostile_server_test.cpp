@@ -72,13 +72,13 @@ TEST_F(HostileServer, MaySpoilEveryReplyInEveryWay) {
 }
 
 TEST_F(HostileServer, MaySendWithoutEnd) {
-    const std::vector<std::string> shortNames(1000, Encode(FileListEntry{"n", 1, 1}));
+    const auto file = [](size_t size) {
+        return Encode(FileListEntry{std::string(size, 'n'), 1, 1});
+    };
     const std::tuple<std::string, std::vector<std::string>, const char*> floods[] = {
         {"MOTD", {std::string(8000, 'x')}, "a message of the day without end!  aborting!\n"},
-        {"GETV",
-         {Encode(FileListEntry{std::string(4080, 'n'), 1, 1})},
-         "a file list without end!  aborting!\n"},
-        {"GETV", shortNames, "a file list without end!  aborting!\n"},
+        {"GETV", {file(4080)}, "a file list without end!  aborting!\n"},
+        {"GETV", std::vector(1000, file(1)), "a file list without end!  aborting!\n"},
     };
     for (const auto& [tag, packets, log] : floods) {
         Relay relay(Answer({{tag, packets}}, Instead::kAgainAndAgain));

@@ -10,7 +10,7 @@ using testing::HasSubstr;
 
 namespace {
 
-constexpr char kShell[] = R"(tool() { "$RELEASE_TOOL" "$@"; }
+constexpr char kShell[] = R"(tool() { )" RELEASE_TOOL R"( "$@"; }
 patched() { awk '/^patch/ { printf $5 }' "store/releases/$1/manifest"; }
 same() { diff -r "$1" "$2" && echo the same; }
 publish() { version=$1; shift; tool publish store "$version" linux64=game "$@"; }
@@ -20,7 +20,6 @@ next() { printf %s $1 >>game/halcyrix; publish "$@"; }
 // What a shell says, after its exit status.
 std::string Sh(const std::string& commands) {
     std::string said;
-    setenv("RELEASE_TOOL", RELEASE_TOOL, 1);
     const int status = RunProgram({"sh", "-c", kShell + commands}, &said);
     return std::to_string(status) + " " + said;
 }
