@@ -3,7 +3,6 @@
 #define HALCYRIX_TESTS_SUPPORT_GAME_H
 
 #include <map>
-#include <set>
 
 #include "tests/support/program.h"
 #include "tests/support/scratch_dir.h"
@@ -58,14 +57,12 @@ protected:
     void Publish(const std::string& version, const Tree& tree) {
         const std::filesystem::path source = m_scratch.Path() / "source";
         std::filesystem::remove_all(source);
-        std::set<std::string> components;
-        for (const auto& [name, data] : tree) {
-            WriteFile(source / name, data);
-            const std::string component = name.substr(0, name.find('/'));
-            components.insert(component + "=" + (source / component).string());
-        }
+        for (const auto& [name, data] : tree) WriteFile(source / name, data);
         std::vector<std::string> command = {RELEASE_TOOL, "publish", StorePath(), version};
-        command.insert(command.end(), components.begin(), components.end());
+        for (const auto& component : std::filesystem::directory_iterator(source)) {
+            command.push_back(component.path().filename().string() + "=" +
+                              component.path().string());
+        }
         std::string said;
         ASSERT_EQ(RunProgram(command, &said), 0) << said;
     }

@@ -35,7 +35,6 @@ class EndOfEveryTest : public testing::EmptyTestEventListener {
         fflush(stdout);
         Awaiting(std::string("the end of ") + test.test_suite_name() + "." + test.name());
     }
-    void OnTestEnd(const testing::TestInfo&) override { alarm(0); }
 };
 
 }  // namespace

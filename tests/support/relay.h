@@ -121,14 +121,13 @@ private:
         }
         const std::optional<Instead> instead = m_rule ? m_rule(*passing) : std::nullopt;
         ++passing->number;
-        const std::string bytes = instead ? instead->bytes : FrameOf(packet);
+        const auto [bytes, then] = instead.value_or(Instead{FrameOf(packet)});
         const int receiver = instead ? client : to;
-        do {
-            if (receiver == -1) return true;
-            const ssize_t sent = send(receiver, bytes.data(), bytes.size(), MSG_NOSIGNAL);
-            if (!IsAll(sent, bytes.size())) return false;
-        } while (instead && instead->then == Instead::kAgainAndAgain);
-        return !instead || instead->then == Instead::kGoOn;
+        if (receiver == -1) return true;
+        while (IsAll(send(receiver, bytes.data(), bytes.size(), MSG_NOSIGNAL), bytes.size())) {
+            if (then != Instead::kAgainAndAgain) return then == Instead::kGoOn;
+        }
+        return false;
     }
     static bool IsAll(ssize_t got, size_t size) { return got == static_cast<ssize_t>(size); }
 

@@ -2,8 +2,6 @@
 
 #include <X11/Xlib.h>
 
-#include <csignal>
-
 TestScreen::TestScreen()
     : m_server(
           {"sh", "-c",
@@ -12,11 +10,6 @@ TestScreen::TestScreen()
     setenv("DISPLAY", (":" + std::to_string(std::stoi(m_server.Said()))).c_str(), 1);
     setenv("GTK2_RC_FILES", "/dev/null", 1);
     unsetenv("GTK_MODULES");
-}
-
-TestScreen::~TestScreen() {
-    kill(m_server.Pid(), SIGTERM);
-    m_server.Wait();
 }
 
 Window TestScreen::AwaitWindow(pid_t program, const std::string& title) {

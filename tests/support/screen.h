@@ -9,11 +9,10 @@
 using Window = unsigned long;  // as in Xlib, which would redefine words of gtest
 
 // An X server in memory, without a window manager: 1024 by 768 pixels. It is the process's display
-// while it lives.
+// and ends with the process.
 class TestScreen {
 public:
     TestScreen();
-    ~TestScreen();
 
     // Waits until the program shows a window with this title.
     Window AwaitWindow(pid_t program, const std::string& title);
