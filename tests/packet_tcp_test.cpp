@@ -2,10 +2,6 @@
 #include "net/packet_tcp.h"
 
 #include <fcntl.h>
-#include <gmock/gmock.h>
-#include <netinet/tcp.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
 #include "net/tcp_listen.h"
 #include "tests/support/recorders.h"

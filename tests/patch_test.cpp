@@ -1,9 +1,5 @@
 // Spans and patches. Whatever a patch says, the file then holds what the format's description makes
 // of it, or is as it was.
-#include <sys/resource.h>
-
-#include <random>
-
 #include "fuzz/patch_model.h"
 #include "lib/patch_buffer.h"
 #include "lib/patch_file.h"
