@@ -110,19 +110,17 @@ TEST_F(Windows, HaveTheirTurnInAPassUnlessThereIsInputToRead) {
     for (const uint32_t flags : {IO_READ, IO_WRITE}) {
         socket.m_flags = IO_READ;
         sync_input_watch();
-        bool seen = false;
-        const auto see = [](gpointer flag) {
-            return gboolean(!(*static_cast<bool*>(flag) = true));
-        };
-        const guint source = g_idle_add(see, &seen);
+        int unseen = 1;
+        const auto see = [](gpointer count) { return --*static_cast<int*>(count); };
+        const guint source = g_idle_add(see, &unseen);
         const InPass pass([&] {
             socket.m_flags = flags;
             m_log.SetProgress(1, 1);
             m_log.SetStatus("busy \xFF");
         });
-        EXPECT_EQ(seen, flags == IO_WRITE);
+        EXPECT_EQ(unseen, flags == IO_READ ? 1 : 0);
         EXPECT_EQ(input_pending, flags == IO_READ);
-        if (!seen) g_source_remove(source);
+        if (unseen != 0) g_source_remove(source);
     }
     EXPECT_EQ(LabelText(progress2), "busy \uFFFD");
     gtk_statusbar_pop(GTK_STATUSBAR(progress2), kStatusContext);
@@ -170,12 +168,10 @@ TEST(Programs, AreNamedAndCheckedBeforeTheyStart) {
     EXPECT_FALSE(is_updater_copy_name(nullptr) || is_updater_copy_name("update.rlb/x"));
     const ScratchDir dir;
     const std::string program = ReadFile(UPDATER);
-    std::string noSections = program, noSegments = program;
     const std::pair<std::string, bool> copies[] = {
-        {noSections.replace(0x28, 8, 8, '\x7F'), false},
-        {noSegments.replace(0x20, 8, 8, '\xFF'), true},
-        {"", true},
-    };
+        {std::string(program).replace(0x28, 8, 8, '\x7F'), false},  // has no sections
+        {std::string(program).replace(0x20, 8, 8, '\xFF'), true},   // has no segments
+        {"", true}};
     for (const auto& [contents, truncated] : copies) {
         WriteFile("copy", contents);
         EXPECT_EQ(is_truncated_elf("copy"), truncated) << contents.size();

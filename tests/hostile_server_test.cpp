@@ -72,9 +72,7 @@ TEST_F(HostileServer, MaySpoilEveryReplyInEveryWay) {
 }
 
 TEST_F(HostileServer, MaySendWithoutEnd) {
-    const auto file = [](size_t size) {
-        return Encode(FileListEntry{std::string(size, 'n'), 1, 1});
-    };
+    const auto file = [](size_t n) { return Encode(FileListEntry{std::string(n, 'n'), 1, 1}); };
     const std::tuple<std::string, std::vector<std::string>, const char*> floods[] = {
         {"MOTD", {std::string(8000, 'x')}, "a message of the day without end!  aborting!\n"},
         {"GETV", {file(4080)}, "a file list without end!  aborting!\n"},

@@ -128,7 +128,7 @@ TEST_F(ServeTest, SendsTheMessageAndWholeFilesInTime) {
     EXPECT_EQ(Peer().AskList(), "1.0") << "the newest good one";
 }
 
-TEST_F(ServeTest, ServesInOrderAndTellsThePlaces) {
+TEST_F(ServeTest, ServesInOrderAndTellsThePlacesAndTheRate) {
     const ServingProgram server(StorePath(), "127.0.0.1", {"--slots", "1"});
     auto holder = std::make_unique<Peer>(), second = std::make_unique<Peer>();
     Peer first, third;
@@ -142,9 +142,8 @@ TEST_F(ServeTest, ServesInOrderAndTellsThePlaces) {
     third.Await(Place(1, 2));
     second.reset();
     third.Await(Place(0, 1));
-}
 
-TEST(DownloadQueue, ReckonsTheRateFromTheLatestDownloads) {
+    // What it reckons with are the latest downloads.
     DownloadQueue queue(2);
     queue.CountDuration(Milliseconds(0));
     EXPECT_EQ(queue.Rate(), UINT16_MAX);

