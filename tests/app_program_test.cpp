@@ -194,8 +194,11 @@ TEST_F(ProgramTest, AnswersAndEndsInALongCheckWhileOthersWait) {
     AwaitConsole(second, "Another updater is at work");
     CancelOrPlay(first, 0);
     AwaitConsole(second, "Latest version");
-    Program third({Copy(), "-phase2"}, AsPlayer());
+    WriteFile("manual.html", "");
+    Program third({Copy(), "-phase2"}, AsPlayer([] { setenv("BROWSER", "touch helped", 1); }));
     AwaitConsole(third, "Another updater is at work");
+    screen->Press(AwaitMain(third), "Tab space");  // Help
+    RunProgram({"sh", "-c", "until [ -e helped ]; do sleep 0.02; done"});
     CancelOrPlay(third, 0);
     // The check has not come to its end.
     EXPECT_THAT(relay.Requests(), testing::Each(testing::Not(testing::StartsWith("FULL"))));

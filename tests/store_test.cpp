@@ -80,10 +80,11 @@ TEST(Manifest, IsRefusedWhenItIsDamagedOrImpossible) {
         text[i] ^= 1 << i % 8;
     }
     for (const std::string change :
-         {"sequence 7|sequence 0", "version 1.4|version 1 4", "nt common-extra|nt common",
-          "common-extra/b|common/z", "common-extra/b|common/a b/c", "64/halcyrix|65/halcyrix",
-          "64/halcyrix|64/../../x", "file 301|file 302", "patch 303|patch 302", "305|306",
-          " 00000001| ffffffff", "4 1.2 common/a b|4 1.2 common/b", "6 1.3 common|6 1.2 common"}) {
+         {"sequence 7|sequence 0", "sequence 7|sequence 7x", "version 1.4|version 1 4",
+          "nt common-extra|nt common", "common-extra/b|common/z", "common-extra/b|common/a b/c",
+          "64/halcyrix|65/halcyrix", "64/halcyrix|64/../../x", "file 301|file 302",
+          "patch 303|patch 302", "305|306", " 00000001| ffffffff",
+          "4 1.2 common/a b|4 1.2 common/b", "6 1.3 common|6 1.2 common"}) {
         std::string body = kManifest;
         const size_t bar = change.find('|');
         body.replace(body.find(change.substr(0, bar)), bar, change.substr(bar + 1));
