@@ -11,10 +11,9 @@
 #include "delta/patch_writer.h"
 
 // Goes through the new contents once. Matches that are known beforehand and others that are long
-// become copies at once. The bytes between two
-// such copies, the gap, are covered by literals and short copies so that the commands take the
-// fewest bytes: a copy costs the same however long it is, so the longest match at each byte is all
-// that needs to be known.
+// become copies at once. The bytes between two such copies, the gap, are covered by literals and
+// short copies so that the commands take the fewest bytes: a copy costs the same however long it
+// is, so the longest match at each byte is all that needs to be known.
 //
 // Owns none of its arguments; all must outlive it.
 class DeltaPlan {
