@@ -46,7 +46,7 @@ size_t CheckTogether(std::span<ExpectedFile> files, std::chrono::steady_clock::t
         if (timeIsUp()) break;
     }
 
-    const auto room = std::make_unique_for_overwrite<uint8_t[]>(total);
+    const std::unique_ptr<uint8_t[]> room(new uint8_t[total]);
     uint8_t* data = room.get();
     std::vector<FileContents> contents;
     for (const Stream& stream : streams) {

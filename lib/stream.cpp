@@ -46,7 +46,7 @@ Stream OpenForAppending(const std::string& path) {
 
 void SetBuffer(Stream* stream, size_t size) {
     auto& buffer = stream->get_deleter().buffer;
-    buffer = std::make_unique_for_overwrite<char[]>(size);
+    buffer = std::unique_ptr<char[]>(new char[size]);
     setvbuf(stream->get(), buffer.get(), _IOFBF, size);
     // Streams that are worth a buffer are used a lot, by one thread.
     __fsetlocking(stream->get(), FSETLOCKING_BYCALLER);

@@ -44,8 +44,9 @@ int main(int argc, char** argv) {
     publish->add_option("STORE", request.store, "The store, made when there is none")->required();
     publish->add_option("VERSION", request.version, "The version, a word not used before")
         ->required();
-    publish->add_option("COMPONENT=DIR", sources, "Each component and where its files are")
+    publish->add_option("SOURCES", sources, "Each component and where its files are")
         ->required()
+        ->type_name("COMPONENT=DIR")
         ->check(CheckSource);
     publish
         ->add_option("--patches-from", request.patchesFrom,

@@ -41,7 +41,9 @@ TEST_F(HostileServer, MaySpoilEveryReplyInEveryWay) {
     };
     int spoilings = 0;
     for (const std::string version : {"", "1.0"}) {
-        for (const auto& [way, spoil] : ways) {
+        for (const auto& row : ways) {
+            const auto& way = row.first;
+            const auto& spoil = row.second;
             for (int spoilt = 0; spoilt < 20 && !HasFailure(); ++spoilt) {
                 SCOPED_TRACE(std::to_string(spoilt) + " " + way + ", from " + version);
                 Install(version, first);

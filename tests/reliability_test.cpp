@@ -74,7 +74,7 @@ TEST_F(Reliability, OfAPublishThatIsKilledAnywhere) {
     Publish("1.0", FirstGame());
     WriteFile("../new/data/large", NextGame().at("common/data/large"));
     fs::copy(StorePath(), "../before", fs::copy_options::recursive);
-    const std::string publish = RELEASE_TOOL " publish " + StorePath() + " 1.1 common=../new";
+    const std::string publish = "'" RELEASE_TOOL "' publish " + StorePath() + " 1.1 common=../new";
     const auto prepare = [this] {
         fs::remove_all(StorePath());
         fs::copy("../before", StorePath(), fs::copy_options::recursive);

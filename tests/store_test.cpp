@@ -10,7 +10,7 @@ using testing::HasSubstr;
 
 namespace {
 
-constexpr char kShell[] = R"(tool() { )" RELEASE_TOOL R"( "$@"; }
+constexpr char kShell[] = R"(tool() { ")" RELEASE_TOOL R"(" "$@"; }
 patched() { awk '/^patch/ { printf $5 }' "store/releases/$1/manifest"; }
 same() { diff -r "$1" "$2" && echo the same; }
 publish() { version=$1; shift; tool publish store "$version" linux64=game "$@"; }
@@ -257,7 +257,7 @@ TEST_F(StoreTest, IsWorkedOnByAToolThatTellsUsageFromProblems) {
     Sh("echo x >bad; cp game/same old; cp old made; cp old new; echo new >>new");
     Try({"tool => 2 A subcommand is required", "tool list --version => 0 halcyrix-release ",
          "publish 1 --memory 0 => 2 --memory", "publish 1 --patches-from -1 => 2 --patches-from",
-         "publish 1 x => 2 COMPONENT=DIR: x is not", "tool prune game --keep 0 => 2 --keep",
+         "publish 1 x => 2 SOURCES: x is not COMPONENT=DIR", "tool prune game --keep 0 => 2 --keep",
          "tool check game => 1 ", "tool prune game --keep 1 => 1 halcyrix-release: game/releases",
          "tool list game => 1 ", "tool diff old new patch => 0 ", "tool show bad => 1 ",
          "tool diff old none other => 1 halcyrix-release: none: No such",
