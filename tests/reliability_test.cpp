@@ -56,7 +56,7 @@ TEST_F(Reliability, OfAnUpdaterThatIsKilledAnywhere) {
     Publish("1.0", FirstGame());
     Publish("1.1", NextGame());
     const ServingProgram server(StorePath(), "127.0.0.1");
-    const std::string updater = HEADLESS_UPDATER " linux64 common";
+    const std::string updater = "'" HEADLESS_UPDATER "' linux64 common";
     const auto again = [&] {
         // Between the deletion of the old records and their new name there are none.
         const bool replacing = !fs::exists("halcyrix.lfv");
@@ -74,7 +74,8 @@ TEST_F(Reliability, OfAPublishThatIsKilledAnywhere) {
     Publish("1.0", FirstGame());
     WriteFile("../new/data/large", NextGame().at("common/data/large"));
     fs::copy(StorePath(), "../before", fs::copy_options::recursive);
-    const std::string publish = "'" RELEASE_TOOL "' publish " + StorePath() + " 1.1 common=../new";
+    const std::string publish =
+        "'" RELEASE_TOOL "' publish '" + StorePath() + "' 1.1 common=../new";
     const auto prepare = [this] {
         fs::remove_all(StorePath());
         fs::copy("../before", StorePath(), fs::copy_options::recursive);

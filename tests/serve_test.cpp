@@ -210,7 +210,8 @@ TEST_F(ServeTest, LetsDownloadsEndWhenItStops) {
 TEST_F(ServeTest, HasItsLimitsAndTellsThemInItsMetrics) {
     const std::string options = " serve --slots 1 --per-address 2 --metrics 127.0.0.1:9100 ";
     // Room for three clients and a slot.
-    const Words command = {"sh", "-c", "ulimit -n 68; exec '" RELEASE_TOOL "'" + options + StorePath()};
+    const Words command = {
+        "sh", "-c", "ulimit -n 68; exec '" RELEASE_TOOL "'" + options + "'" + StorePath() + "'"};
     Program server(command);
     server.AwaitWords("serving 1 releases");
     Peer first, second;
