@@ -31,16 +31,16 @@ void drop_stale_watch() {
     input_pending = false;
 }
 
-// Keeps the window alive in a long pass: a session that checks many small files reports no
-// progress. It runs only inside of passes, since a turn before a pass has looked for input would
-// find that, and the window would wait for the end of the pass.
+// Keeps the window alive during a long pass: checking many small files reports no progress. Armed
+// only during a pass; earlier, GTK would see the pass's own input and yield.
 class WindowTimer : public Timer_Event {
 public:
     using Timer_Event::Timer_Event;
 
     void OnTimer(uint64_t now) override {
         process_window_events();
-        // From a clock that was set back it would be due again at once, for as long as that was.
+        // After the clock was set back, `now` is the later one, and a timer due before it would
+        // fire again and again.
         ScheduleAt(std::max(now, EventLoop::Now()) + kWindowPeriod);
     }
 };
@@ -49,6 +49,8 @@ WindowTimer window_timer(&event_loop);
 
 void dispatch_pass() {
     if (quitting) return;
+    // While it is the only one, a timer is fired however long it is overdue.
+    event_loop.RunTimers();
     window_timer.Schedule(kWindowPeriod);
     event_loop.Dispatch(0);
     window_timer.Cancel();

@@ -1,5 +1,7 @@
 #include "lib/local_file_check.h"
 
+#include <sys/stat.h>
+
 #include <algorithm>
 #include <memory>
 #include <vector>
@@ -11,6 +13,15 @@ namespace {
 
 // Enough for eight of the largest files.
 constexpr size_t kRoom = size_t{4} << 20;
+
+int64_t Nanoseconds(const timespec& time) {
+    return static_cast<int64_t>(time.tv_sec) * 1'000'000'000 + time.tv_nsec;
+}
+
+FileStamp StampOf(const struct stat& status) {
+    return {status.st_ino, status.st_size, Nanoseconds(status.st_mtim),
+            Nanoseconds(status.st_ctim)};
+}
 
 }  // namespace
 
@@ -31,19 +42,27 @@ LocalFileCheck CheckLocalFile(const std::string& path, uint64_t length, uint32_t
     return found;
 }
 
-size_t CheckTogether(std::span<ExpectedFile> files, std::chrono::steady_clock::time_point until) {
-    const auto timeIsUp = [&] { return std::chrono::steady_clock::now() >= until; };
+FileStamp StampOf(const std::string& path) {
+    struct stat status;
+    return stat(path.c_str(), &status) == 0 ? StampOf(status) : FileStamp{};
+}
 
-    // The disk is asked for all of them before the first one is needed.
+size_t CheckTogether(std::span<ExpectedFile> files, std::chrono::steady_clock::time_point until) {
+    using Clock = std::chrono::steady_clock;
+    const auto began = Clock::now();
+    const auto openUntil = began + (until - began) / 2;
+
+    // The disk gets all requests before the first result is needed.
     std::vector<Stream> streams;
     size_t total = 0;
     for (const ExpectedFile& file : files) {
-        Stream stream = OpenForReading(file.path);
-        if (stream) ReadAhead(stream.get());
         if (file.length >= kSmallestReported || file.length > kRoom - total) break;
+        Stream stream = OpenForReading(file.path);
+        if (!stream) break;
+        ReadAhead(stream.get());
         total += file.length;
         streams.push_back(std::move(stream));
-        if (timeIsUp()) break;
+        if (Clock::now() >= openUntil) break;
     }
 
     const std::unique_ptr<uint8_t[]> room(new uint8_t[total]);
@@ -51,11 +70,14 @@ size_t CheckTogether(std::span<ExpectedFile> files, std::chrono::steady_clock::t
     std::vector<FileContents> contents;
     for (const Stream& stream : streams) {
         ExpectedFile& file = files[contents.size()];
-        file.good = stream && static_cast<uint64_t>(StreamSize(stream.get())) == file.length &&
+        struct stat status {};
+        fstat(fileno(stream.get()), &status);
+        file.stamp = StampOf(status);
+        file.good = static_cast<uint64_t>(status.st_size) == file.length &&
                     ReadAt(stream.get(), 0, data, file.length) == file.length;
         contents.push_back({data, file.good ? static_cast<uint32_t>(file.length) : 0});
         data += file.length;
-        if (timeIsUp()) break;
+        if (Clock::now() >= until) break;
     }
     ChecksumFiles(contents);
     for (size_t i = 0; i < contents.size(); ++i) {

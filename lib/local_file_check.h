@@ -29,18 +29,32 @@ struct LocalFileCheck {
 LocalFileCheck CheckLocalFile(const std::string& path, uint64_t length, uint32_t checksum,
                               ProgressIndicator* progress);
 
-// What a file ought to be.
+// Tells whether a file has changed since it was looked at.
+struct FileStamp {
+    uint64_t inode = 0;
+    int64_t size = 0;
+    int64_t modified = 0;  // nanoseconds since the epoch
+    int64_t changed = 0;   // the same, contents or status
+
+    bool operator==(const FileStamp&) const = default;
+};
+
+// Of the file at `path`; all zero when there is none.
+FileStamp StampOf(const std::string& path);
+
+// A file with the length and checksum that it should have.
 struct ExpectedFile {
     std::string path;
     uint64_t length;
     uint32_t checksum;
-    bool good = false;  // whether CheckTogether() found it to be that
+    bool good = false;  // CheckTogether() found that length and checksum
+    FileStamp stamp{};  // then
 };
 
-// Checks the first ones of the files together: they are read whole, one after the other, and hashed
-// at once. Ends before a file that progress is told of, when 4 MiB have been read, and after the
-// first file that is read at `until` or later. Returns how many files it has done with, at least 1.
-// What is wrong with those that are not good is for CheckLocalFile() to find out.
+// Checks the first of the files together: reads them and then hashes several at once. Stops before
+// a file that reports progress, before one that cannot be opened, at 4 MiB, or after `until`;
+// opening takes at most half of that time. Returns the number of files checked, at least 1.
+// CheckLocalFile() says what is wrong with one that is not good.
 size_t CheckTogether(std::span<ExpectedFile> files, std::chrono::steady_clock::time_point until);
 
 #endif

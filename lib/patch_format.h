@@ -22,10 +22,9 @@ constexpr uint64_t kPatchEndOfPassSize = 1;
 // Old and new contents must be no larger than a 32-bit length can tell.
 constexpr uint64_t kMaxPatchedSize = 0xFFFFFFFF;
 
-// The spans that the commands of one patch may place beyond one each. Passes that copy their own
-// output double the spans each time, so a few bytes of patch could otherwise ask for any amount of
-// memory and time; this bound keeps it below some 400 MB. A patch of one pass never comes near: its
-// commands place one span each.
+// Spans allowed beyond one per command. Passes that copy their own output double the spans each
+// time; without a bound a few bytes could ask for any amount of memory and time. A span takes 80
+// bytes, so a patch of n commands takes at most 80 * (n + kMaxPatchSpans) bytes.
 constexpr uint64_t kMaxPatchSpans = 2 * 1024 * 1024;
 
 #endif

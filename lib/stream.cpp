@@ -16,7 +16,13 @@ constexpr mode_t kNewFileMode = 0666;  // before the umask
 constexpr off_t kReadOver = 1024;
 
 Stream OpenStream(const std::string& path, int flags, const char* mode) {
-    const int fd = open(path.c_str(), flags | O_CLOEXEC | O_NONBLOCK, kNewFileMode);
+    int fd = open(path.c_str(), flags | O_CLOEXEC | O_NONBLOCK, kNewFileMode);
+    struct stat status;
+    // Another program holds a lease on the file. A waiting open() gets it back.
+    if (fd == -1 && errno == EWOULDBLOCK && stat(path.c_str(), &status) == 0 &&
+        S_ISREG(status.st_mode)) {
+        fd = open(path.c_str(), flags | O_CLOEXEC, kNewFileMode);
+    }
     if (fd == -1) return nullptr;
     Stream stream(fdopen(fd, mode));
     if (!stream) close(fd);

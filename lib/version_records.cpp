@@ -28,7 +28,7 @@ std::string WithoutLineFeed(const char* line) {
     return text;
 }
 
-// Copies the records that stay when the one of `key` is written anew.
+// Copies all records but the one of `key`.
 void CopyOtherRecords(FILE* from, FILE* to, uint32_t key) {
     char line[kLineSize];
     while (fgets(line, sizeof line, from) != nullptr) {
@@ -43,14 +43,16 @@ void CopyOtherRecords(FILE* from, FILE* to, uint32_t key) {
     }
 }
 
-// Returns whether the new file is whole and on the disk: a record must survive a power cut that
-// comes after the old file went.
+// Returns whether the new file is complete and on the disk. The old file is deleted next, and a
+// power cut after that must not lose the record.
 bool WriteNewFile(uint32_t key, const std::string& version) {
+    const Stream from = OpenForReading(kVersionRecordFile);
+    // Without the old file the records of other components would be lost.
+    if (!from && errno != ENOENT) return false;
     Stream to = OpenForWriting(kVersionRecordTemporary);
     if (!to) return false;
-    if (const Stream from = OpenForReading(kVersionRecordFile)) {
-        CopyOtherRecords(from.get(), to.get(), key);
-    }
+    if (from) CopyOtherRecords(from.get(), to.get(), key);
+    if (from && ferror(from.get())) return false;
     fprintf(to.get(), "%08lx %s\n", static_cast<unsigned long>(key), version.c_str());
     return fflush(to.get()) == 0 && fsync(fileno(to.get())) == 0 && CloseWritten(std::move(to));
 }

@@ -3,8 +3,24 @@
 #include <sys/socket.h>
 
 #include <cstring>
+#include <tuple>
 
 #include "log/gamelog.h"
+
+namespace {
+
+// Reads in one call. A peer that never stops sending must not keep the dispatcher from its timers.
+constexpr int kMostReads = 16;
+
+// The size of the frame that `bytes` begins with; 0 when it is incomplete or invalid.
+int CompleteFrame(const uint8_t* bytes, int size) {
+    if (size < kFrameHeaderSize) return 0;
+    const int length = FramePayloadLength(bytes);
+    const int frame = kFrameHeaderSize + length;
+    return length <= kMaxPayload && frame <= size ? frame : 0;
+}
+
+}  // namespace
 
 RXPacketTCP::RXPacketTCP(int32_t fd, uint32_t flags) {
     m_fd = fd;
@@ -30,7 +46,7 @@ int RXPacketTCP::SendPacket(const void* data, int length) {
 }
 
 void RXPacketTCP::OnReadable() {
-    while (m_rxLen < kMaxFrame && IsOpen()) {
+    for (int reads = 0; reads < kMostReads && m_rxLen < kMaxFrame && IsOpen(); ++reads) {
         const int room = kMaxFrame - m_rxLen;
         const auto got = static_cast<int>(recv(m_fd, m_rxBuf + m_rxLen, room, 0));
         if (got == 0) {
@@ -47,20 +63,33 @@ void RXPacketTCP::OnReadable() {
 // Returns false when the connection that the bytes came from is gone.
 bool RXPacketTCP::DeliverPackets() {
     const uint32_t connection = m_connection;
-    while (m_rxLen >= kFrameHeaderSize) {
-        const int length = FramePayloadLength(m_rxBuf);
-        if (length > kMaxPayload) {
-            gamelog->Printf("Invalid packet size; disconnecting\n");
-            Close();
-            OnDisconnect();
-            return false;
-        }
-        const int frame = kFrameHeaderSize + length;
-        if (m_rxLen < frame) break;
-        OnPacket(m_rxBuf + kFrameHeaderSize, length);
+    int begin = 0;
+    while (const int frame = CompleteFrame(m_rxBuf + begin, m_rxLen - begin)) {
+        OnPacket(m_rxBuf + begin + kFrameHeaderSize, frame - kFrameHeaderSize);
         if (m_connection != connection) return false;
-        m_rxLen -= frame;
-        memmove(m_rxBuf, m_rxBuf + frame, static_cast<size_t>(m_rxLen));
+        begin += frame;
     }
-    return true;
+    if (!IsOpen()) return false;
+    m_rxLen -= begin;
+    memmove(m_rxBuf, m_rxBuf + begin, static_cast<size_t>(m_rxLen));
+    if (m_rxLen < kFrameHeaderSize || FramePayloadLength(m_rxBuf) <= kMaxPayload) return true;
+    gamelog->Printf("Invalid packet size; disconnecting\n");
+    Close();
+    OnDisconnect();
+    return false;
+}
+
+void RXPacketTCP::DropPackets() {
+    for (int reads = 0; reads < kMostReads; ++reads) {
+        // Looked at first: an invalid frame has to stay readable.
+        const auto got =
+            static_cast<int>(recv(m_fd, m_rxBuf + m_rxLen, kMaxFrame - m_rxLen, MSG_PEEK));
+        if (got <= 0) return;
+        const int held = m_rxLen + got;
+        int dropped = 0;
+        while (const int frame = CompleteFrame(m_rxBuf + dropped, held - dropped)) dropped += frame;
+        if (dropped == 0) return;
+        std::ignore = recv(m_fd, m_rxBuf + m_rxLen, dropped - m_rxLen, 0);
+        m_rxLen = 0;
+    }
 }

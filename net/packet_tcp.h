@@ -7,21 +7,21 @@
 #include "net/frame.h"
 #include "net/tcp.h"
 
-// Gathers received bytes until a packet is complete and hands each complete packet on. Allocates
+// Gathers received bytes until a packet is complete and delivers each complete packet. Allocates
 // nothing while it runs.
 class RXPacketTCP : public RXTCP {
 public:
     RXPacketTCP() = default;
-    // Takes over a descriptor that a listener has accepted, made non-blocking: a read that fills
-    // the buffer is followed by another.
+    // Takes over a descriptor that a listener has accepted. Must be non-blocking: OnReadable()
+    // reads until a read comes back short.
     RXPacketTCP(int32_t fd, uint32_t flags);
 
+    // Reads and delivers a bounded amount. The descriptor stays readable when there is more.
     void OnReadable() override;
 
     // One complete packet, of 0 to kMaxPayload bytes. `data` is valid during the call only. May
-    // send, close the connection (what was already received is still delivered, an invalid frame
-    // included) or connect anew (what was received of the old connection is forgotten), but not
-    // destroy the object.
+    // send, close the connection (complete frames already received are still delivered) or connect
+    // anew (the old connection's bytes are dropped), but not destroy the object.
     virtual void OnPacket(const uint8_t* data, int length) = 0;
 
     // The peer has closed the connection, or a frame was invalid and the connection is closed. May
@@ -35,6 +35,11 @@ public:
     // is logged, for a negative length, and when the send fails. There is no queue: a short write
     // counts as sent.
     int SendPacket(const void* data, int length);
+
+    // Reads and drops the complete frames that the socket already holds, up to a bounded amount.
+    // Leaves an incomplete or invalid frame and the end of the connection for OnReadable(). Not to
+    // be called from OnPacket().
+    void DropPackets();
 
 private:
     bool DeliverPackets();

@@ -111,7 +111,7 @@ TEST_F(Packets, ArePutTogetherHoweverTheyArrive) {
     }
 }
 
-TEST_F(Packets, EndAtAnInvalidLengthAndThoseBeforeItAreDeliveredAfterAClose) {
+TEST_F(Packets, EndAtAnInvalidLengthAndAreDeliveredAfterAClose) {
     connection.onPacket = [&](const std::string& packet) {
         if (packet == "last") connection.Close();
     };
@@ -119,10 +119,39 @@ TEST_F(Packets, EndAtAnInvalidLengthAndThoseBeforeItAreDeliveredAfterAClose) {
         connection.packets.clear();
         connection.ConnectTo(&server);
         connection.Receive(FrameOf(first) + FrameOf("more") + "\x1f\xff" + FrameOf("later"));
-        EXPECT_THAT(connection.packets, ElementsAre(first, "more", "(disconnected)"));
+        EXPECT_EQ(connection.packets.size(), first == "last" ? 2u : 3u);
+        connection.packets.resize(2);
+        EXPECT_THAT(connection.packets, ElementsAre(first, "more"));
         EXPECT_TRUE(connection.m_fd == -1 && connection.m_flags == 0);
     }
-    EXPECT_EQ(log.Count("Invalid packet size; disconnecting\n"), 2);
+    EXPECT_EQ(log.Text(), "Invalid packet size; disconnecting\n") << "nothing after the close";
+}
+
+TEST_F(Packets, AreReadInTurnsAndDroppedUpToAnIncompleteOneAndTheEnd) {
+    const auto say = [&](const std::string& bytes) {
+        return send(server.accepted, bytes.data(), bytes.size(), MSG_DONTWAIT);
+    };
+    std::string many;
+    for (int i = 0; i < 64; ++i) many += FrameOf(SeededBytes(kMaxPayload, 1));
+    ASSERT_GT(say(many), 17 * kMaxFrame);
+    connection.OnReadable();
+    EXPECT_LT(connection.packets.size(), 17u) << "timers must have their turn";
+    connection.ConnectTo(&server);
+    connection.packets.clear();
+    connection.Receive("\0"s);
+    say("\1x" + FrameOf(SeededBytes(8190, 1)) + FrameOf("stray") + "\0\2o"s);
+    connection.DropPackets();
+    connection.Receive("k");
+    say("\x1f\xff");
+    connection.DropPackets();
+    connection.OnReadable();
+    EXPECT_THAT(connection.packets, ElementsAre("ok", "(disconnected)"));
+    connection.ConnectTo(&server);
+    shutdown(server.accepted, SHUT_WR);
+    connection.DropPackets();
+    EXPECT_EQ(connection.packets.size(), 2u);
+    connection.OnReadable();
+    EXPECT_EQ(connection.packets.size(), 3u) << "the end of the connection stays";
 }
 
 TEST_F(Packets, OfTheOldConnectionAreForgottenWhenOneStartsANewOne) {

@@ -1,8 +1,12 @@
 // Whole sessions of the update client, with the maker's own server and with one that answers as the
 // rows of a table say.
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
+#include <sys/syscall.h>
 #include <sys/time.h>
+
+#include <cstdarg>
 
 #include "lib/checksum.h"
 #include "lib/file_helpers.h"
@@ -13,6 +17,8 @@
 #include "update/server_pool.h"
 
 static uint64_t stoppedClock = 0;  // milliseconds; 0 while the clock runs
+static int opens = 0;              // counted while opening is slow
+static bool slowOpen = false;
 
 // The dispatcher's clock.
 int gettimeofday(timeval* now, void*) noexcept {
@@ -20,6 +26,17 @@ int gettimeofday(timeval* now, void*) noexcept {
     if (stoppedClock == 0) clock_gettime(CLOCK_REALTIME, &at);
     *now = {at.tv_sec, at.tv_nsec / 1000};
     return 0;
+}
+
+// The open() of the library that is tested.
+extern "C" int open64(const char* path, int flags, ...) {
+    va_list mode;
+    va_start(mode, flags);
+    timespec delay{0, 2'000'000};
+    if (slowOpen && ++opens) nanosleep(&delay, nullptr);
+    const auto fd = syscall(SYS_openat, AT_FDCWD, path, flags | O_LARGEFILE, va_arg(mode, int));
+    va_end(mode);
+    return static_cast<int>(fd);
 }
 
 namespace {
@@ -151,6 +168,12 @@ TEST_F(UpdateSession, FollowsTheServer) {
          "resuming f\ncan't open f!  aborting!", {}, -1, failed, {{"f", part}}, 5},
         {"not to be appended to", "", {{"f", part}, {"read only", ""}}, Stream({Header(5, 5), kEnd}),
          "can't open f!  aborting!", {}, -1, failed, {{"f", "(missing)"}}, 5},
+        {"a second name", "", {{"f", part}}, Stream({Header(5, 5), " new", kEnd}),
+         "can't open f!  aborting!", {}, -1, failed, {{"f", "(missing)"}, {"../other", part}}, 5},
+        {"a link", "", {{"f", part}}, Stream({Header(5, 5), " new", kEnd}),
+         "can't open f!  aborting!", {}, -1, failed, {{"f", "(missing)"}, {"../other", part}}, 5},
+        {"the same patch again", "1.0", {{"f", kOld}}, Stream({Header(6), kPatch, Header(6, 19)}),
+         "file index 6 unknown!  aborting!\n", {}, -1, failed, {{"f", kOld}, {"p", kPatch}}},
         {"not to be opened", "", {{"f/g", ""}}, {}, "can't open f!  aborting!", {}, -1, failed, {}},
         {"a full disk", "", {}, Stream({Header(5), full, full, "", kEnd}),
          "can't write to f!  aborting! (probably a full harddrive)", {}, -1, failed,
@@ -177,6 +200,9 @@ TEST_F(UpdateSession, FollowsTheServer) {
         if (!row.record.empty()) WriteFile("halcyrix.lfv", "9fcdf44f " + row.record + "\n");
         for (const auto& [path, data] : row.local) WriteFile(path, data);
         if (row.local.contains("read only")) chmod("f", 0444);
+        fs::remove("../other");
+        if (row.what == "a second name") fs::create_hard_link("f", "../other");
+        if (row.what == "a link") fs::rename("f", "../other"), fs::create_symlink("../other", "f");
         Answers answers = row.answers;
         answers.insert(kHonest.begin(), kHonest.end());
         Relay server(Answer(answers));
@@ -308,6 +334,51 @@ TEST_F(UpdateSession, ChecksItsFilesOnItsOwnAndInTurns) {
         EXPECT_EQ(session.log.Has("Disconnected\n"), !complete);
         ASSERT_EQ(turns.size(), complete ? 3u : 2u);
         EXPECT_LT(turns.front(), turns.back());
+    }
+}
+
+TEST_F(UpdateSession, ChecksEachFileAtItsTurnAndIgnoresStrayPackets) {
+    const std::string large = SeededBytes(500000, 1);  // reports progress
+    for (const std::string record : {"", "1.0"}) {
+        Install(record, {{"x/large", large}, {"x/f", "x"}, {"x/g", kNew}});
+        const auto sum = FileChecksum("large", nullptr);
+        WriteFile("f", std::string(kNew.size(), 'x'));
+        const std::string list[] = {Encode(FileListEntry{"x/large", sum, 500000})};
+        Answers answers = kHonest;
+        answers["GETV"] = {"1.1", list[0], Listed("x/f"), Listed("x/g"), "\0"s};
+        answers["CSUM"] = {Encode(ChecksumReply{kNoChecksum})};
+        answers["DOWN"] = {Header(5), kNew, Header(6), kNew, kEnd};
+        const Rule honest = Answer(answers);
+        Relay server([&](const Passing& passing) -> std::optional<Instead> {
+            if (passing.payload == "FULLx/f\0"s) WriteFile("g", std::string(kNew.size(), 'y'));
+            if (passing.payload != "FULLx/g\0"s) return honest(passing);
+            return Instead{FrameOf(Encode(FullReply{6, 0, 9}))};
+        });
+        Session session;
+        session.progress.onProgress = [&](int32_t done, int32_t total) {
+            if (total == 500000 && done == total) {
+                server.Say(FrameOf(Encode(FullReply{77, kNoChecksum, 9})));
+            }
+        };
+        session.StartGame();
+        EXPECT_EQ(session.Run(), 2) << session.log.Text();
+        EXPECT_EQ(ReadFile("f") + ReadFile("g"), kNew + kNew);
+    }
+}
+
+TEST_F(UpdateSession, OpensFilesOnceOrTwiceWhereThatIsSlow) {
+    Answers answers = List("1.1", std::vector<std::string>(100, "x/f"));
+    answers.insert(kHonest.begin(), kHonest.end());
+    for (const bool installed : {true, false}) {
+        Install("1.1", installed ? Tree{{"x/f", kNew}} : Tree{});
+        Relay server(Answer(answers));
+        Session session;
+        session.StartGame();
+        opens = 0;
+        slowOpen = true;
+        session.Run();
+        slowOpen = false;
+        EXPECT_LT(opens, 150);
     }
 }
 

@@ -1,5 +1,6 @@
 // The download queue, the download stream, and the end of a session that downloaded something.
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -9,6 +10,15 @@
 #include "log/gamelog.h"
 #include "update/messages.h"
 #include "update/update_client.h"
+
+namespace {
+
+bool HasOneName(const std::string& path) {
+    struct stat status;
+    return lstat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode) && status.st_nlink == 1;
+}
+
+}  // namespace
 
 void UpdateClient::ShowProgress() {
     m_progress->ShowProgress(m_bytesDone, m_bytesTotal);
@@ -50,7 +60,9 @@ int UpdateClient::StepDownloadHeader() {
     if (header->index == kEndOfDownloads) return FinishDownloads();
     const auto index = static_cast<int32_t>(header->index);
     const auto entry = m_downloads.find(index);
-    if (entry == m_downloads.end()) return Abort("file index %d unknown!  aborting!\n", index);
+    if (entry == m_downloads.end() || entry->second.received) {
+        return Abort("file index %d unknown!  aborting!\n", index);
+    }
     m_currentDownload = entry;
 
     const std::string& path = entry->second.OutputPath();
@@ -61,9 +73,10 @@ int UpdateClient::StepDownloadHeader() {
         m_file = OpenForWriting(path);
     } else {
         gamelog->Printf("resuming %s\n", path.c_str());
-        m_file = OpenForAppending(path);
+        // Appending would change the file under its other names, which may be outside.
+        if (HasOneName(path)) m_file = OpenForAppending(path);
         if (!m_file) {
-            unlink(path.c_str());  // else it would fail every session to come
+            unlink(path.c_str());  // else every later session would fail
         } else if (StreamSize(m_file.get()) != header->startOffset) {
             m_file.reset();  // somebody else has been at it
         }
@@ -78,7 +91,7 @@ int UpdateClient::StepDownloadHeader() {
 
 int UpdateClient::StepDownloadData() {
     const auto length = static_cast<size_t>(m_packetLength);
-    const DownloadEntry& entry = m_currentDownload->second;
+    DownloadEntry& entry = m_currentDownload->second;
     const bool last = m_packetLength < kDataPacketSize;
     bool written = fwrite(m_packet, 1, length, m_file.get()) == length;
     if (last) written = CloseWritten(std::move(m_file)) && written;
@@ -87,6 +100,7 @@ int UpdateClient::StepDownloadData() {
                      entry.OutputPath().c_str());
     }
     if (last) {
+        entry.received = true;
         if (!entry.isPatch) {
             m_downloads.erase(m_currentDownload);
             m_currentDownload = m_downloads.end();

@@ -29,7 +29,8 @@ int UpdateClient::CheckFile(const FileRecord& record, uint32_t* size_out, uint32
 void UpdateClient::ApplyPatches() {
     while (!m_downloads.empty()) {
         const auto next = m_downloads.begin();
-        const auto& [source, target, isPatch] = next->second;
+        const std::string& source = next->second.source;
+        const std::string& target = next->second.target;
         if (!PatchFile(target, source, m_progress)) {
             gamelog->Printf("patch for %s failed!\n", target.c_str());
             gamelog->Printf(

@@ -13,22 +13,21 @@
 
 namespace {
 
-// Files are checked for so long before the dispatcher gets its turn: the window's events are
-// waiting there.
+// The longest step of the checks. The window's events wait until it is over.
 constexpr std::chrono::milliseconds kLongestStep{20};
 
-// Enough to keep a disk busy while another file is hashed.
+// Enough files to keep a disk busy while another file is hashed.
 constexpr size_t kMostTogether = 32;
 
 }  // namespace
 
 void UpdateClient::StartChecks(SessionState state) {
     m_nextLook = m_checkList.begin();
+    m_lookAhead = true;
     CarryOn(state);
 }
 
-// Finds out which of the next files are right. That stays true until their turn comes: nothing is
-// written before the checks are done.
+// Checks the next files together, which is faster than one by one.
 void UpdateClient::LookAhead(std::chrono::steady_clock::time_point until) {
     std::vector<ExpectedFile> files;
     for (auto next = m_nextLook; next != m_checkList.end() && files.size() < kMostTogether;
@@ -36,7 +35,10 @@ void UpdateClient::LookAhead(std::chrono::steady_clock::time_point until) {
         files.push_back({LocalPath(next->name), next->length, next->checksum});
     }
     const size_t looked = CheckTogether(files, until);
-    for (size_t i = 0; i < looked; ++i) (m_nextLook++)->good = files[i].good;
+    for (size_t i = 0; i < looked; ++i, ++m_nextLook) {
+        m_nextLook->good = files[i].good;
+        m_nextLook->stamp = files[i].stamp;
+    }
 }
 
 void UpdateClient::RequestFull(const FileRecord& record, SessionState returnState) {
@@ -57,28 +59,34 @@ void UpdateClient::SendRequest(const FileRecord& record, SessionState returnStat
     WaitForReply(replyState);
 }
 
-// Checks files until the first one of the list is not right, as *found says, or none is left. False
-// when that takes longer than one step may: the next writable event carries it on.
-//
-// Meanwhile nothing is read from the server. Whatever it sends, and even that it hangs up, shows
-// when it is needed for something.
+// Advances to the first wrong file or the end; false when the step's time is up. Nothing is read
+// from the server meanwhile, so a server that hangs up during the checks spoils nothing.
 bool UpdateClient::FindWrongFile(LocalFileCheck* found) {
     SetFlags(IO_WRITE);
     const auto until = std::chrono::steady_clock::now() + kLongestStep;
     for (; !m_checkList.empty(); m_checkList.pop_front()) {
         if (std::chrono::steady_clock::now() >= until) return false;
-        if (m_nextLook == m_checkList.begin()) LookAhead(until);
+        const bool unseen = m_nextLook == m_checkList.begin();
+        if (unseen && m_lookAhead) LookAhead(until);
+        if (unseen && !m_lookAhead) ++m_nextLook;
         const FileRecord& record = m_checkList.front();
-        if (record.good) continue;
-        *found = CheckLocalFile(LocalPath(record.name), record.length, record.checksum, m_progress);
-        if (found->result != CHECK_GOOD) return true;
+        const std::string path = LocalPath(record.name);
+        // The file may have changed since, while a reply was awaited.
+        if (record.good && StampOf(path) == record.stamp) continue;
+        *found = CheckLocalFile(path, record.length, record.checksum, m_progress);
+        // Behind a wrong file there are often more. A look-ahead would open each a second time.
+        m_lookAhead = found->result == CHECK_GOOD;
+        if (!m_lookAhead) return true;
     }
     return true;
 }
 
 // Every file is right, or announced as a download.
 int UpdateClient::FinishChecks() {
-    if (!m_downloads.empty()) return RequestQueue();
+    if (!m_downloads.empty()) {
+        DropPackets();
+        return RequestQueue();
+    }
     if (m_state == STATE_NEGOTIATE) WriteVersionRecord();
     m_state = STATE_ENDING;
     return SESSION_COMPLETE;
@@ -95,6 +103,7 @@ int UpdateClient::StepVerify() {
         record.tailChecksum = found.tailChecksum;
         record.resume = true;
     }
+    DropPackets();
     RequestFull(record, STATE_VERIFY);
     m_checkList.pop_front();
     return 0;
@@ -105,6 +114,7 @@ int UpdateClient::StepNegotiate() {
     LocalFileCheck found;
     if (!FindWrongFile(&found)) return 0;
     if (m_checkList.empty()) return FinishChecks();
+    DropPackets();
     m_pendingRequest = EncodeVersioned(kTagChecksum, m_localVersion, m_checkList.front().name);
     Send(m_pendingRequest);
     WaitForReply(STATE_CSUM_REPLY);
@@ -132,6 +142,7 @@ void UpdateClient::AddDownload(uint32_t index, uint32_t length, DownloadEntry en
     const auto key = static_cast<int32_t>(index);
     const auto [position, inserted] = m_downloads.try_emplace(key, std::move(entry));
     if (!inserted) gamelog->Printf("couldn't insert file index %d?\n", key);
+    position->second.received = false;
     m_currentDownload = position;
 }
 
@@ -159,8 +170,8 @@ int UpdateClient::StepPatchReply() {
                 DownloadEntry{name, LocalPath(m_request.name), reply->isPatch});
 
     if (reply->isPatch) {
-        // A patch left by an earlier session is resumed. Length and checksum stand in each other's
-        // place, so that any file that is there counts as one of another length.
+        // A patch left by an earlier session is resumed. Length and checksum are swapped on
+        // purpose: any partial patch then counts as different.
         FileRecord patch;
         patch.name = "patch/" + name;
         patch.checksum = reply->length;

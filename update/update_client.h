@@ -117,7 +117,8 @@ private:
     EventLoop* m_loop;
     SessionState m_state = STATE_IDLE;
     std::list<FileRecord> m_checkList;  // of the server's list, what is still to be checked
-    std::list<FileRecord>::iterator m_nextLook;  // the first one that no look ahead has seen
+    std::list<FileRecord>::iterator m_nextLook;  // the first file not looked at yet
+    bool m_lookAhead = true;                     // the last file checked was right
     // By the server's index, in the order in which patches are applied. What a broken conversation
     // announced stays until it is received, or taken for a patch.
     std::map<int32_t, DownloadEntry> m_downloads;

@@ -8,6 +8,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <functional>
 #include <map>
 #include <mutex>
@@ -65,6 +66,7 @@ public:
         if (listen(m_listening, 64) != 0) abort();
         m_thread = std::jthread([this] {
             for (int fd; (fd = accept4(m_listening, nullptr, nullptr, SOCK_CLOEXEC)) != -1;) {
+                m_client = fd;
                 const int server = Open(connect, "127.0.0.2");
                 Converse(fd, server);
                 close(fd);
@@ -77,6 +79,9 @@ public:
         m_thread.join();
         close(m_listening);
     }
+
+    // Sends the client of the moment something that it has not asked for.
+    void Say(const std::string& bytes) { send(m_client, bytes.data(), bytes.size(), MSG_NOSIGNAL); }
 
     // The payloads of all requests so far.
     std::vector<std::string> Requests() {
@@ -133,6 +138,7 @@ private:
 
     const Rule m_rule;
     const int m_patience, m_listening;
+    std::atomic<int> m_client = -1;
     std::mutex m_mutex;  // of m_requests
     std::vector<std::string> m_requests;
     std::jthread m_thread;
