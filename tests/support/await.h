@@ -1,12 +1,12 @@
-// An end to every wait.
+// A time limit for every wait.
 #ifndef HALCYRIX_TESTS_SUPPORT_AWAIT_H
 #define HALCYRIX_TESTS_SUPPORT_AWAIT_H
 
 #include <string>
 
-// Says what the test is going to wait for. Ten seconds later the test program fails with these
-// words, unless the test has ended or waits for something else by then. What takes longer in all
-// says so at each of its steps.
+// Names what the test waits for next, and starts the time limit anew. After ten seconds the program
+// writes the test and these words to standard error and fails. The environment variable
+// TEST_SECONDS sets another limit, 0 none.
 void Awaiting(const std::string& what);
 
 #endif
