@@ -11,6 +11,7 @@
 #include "app/programs.h"
 #include "app/updater.h"
 #include "app/window_events.h"
+#include "lib/elf_file.h"
 
 namespace {
 
@@ -112,7 +113,7 @@ void _Log::Finished(int32_t result) {
     }
     if (ownSession) {
         start_updater_copy(std::string("./") + kUpdaterCopyName, "-phase2");
-        if (!is_truncated_elf(kUpdaterCopyName)) exit(0);
+        if (!IsTruncatedElf(kUpdaterCopyName)) exit(0);
         // Usually a full disk's work, which every start would meet again.
         Printf(
             "The new updater is incomplete and cannot be started.  Is the disk full?\n"

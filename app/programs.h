@@ -23,10 +23,6 @@ void become(const char* path, std::initializer_list<const char*> arguments);
 // Whether a start name (argv[0], may be null) ends in the copy's name.
 bool is_updater_copy_name(const char* startName);
 
-// Whether the file is the beginning of a program, also an empty one: most of these the system would
-// start all the same, to crash. False for any other file, also for one that cannot be read.
-bool is_truncated_elf(const std::string& path);
-
 // Replaces this process by the copy at `path`, with at most one argument (null for none). Returns
 // when the copy cannot be executed, or was cut off.
 void start_updater_copy(const std::string& path, const char* argument);

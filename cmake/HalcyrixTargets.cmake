@@ -2,6 +2,7 @@
 
 list(TRANSFORM HALCYRIX_UPDATE_HOSTS REPLACE "(.+)" "\"\\1\"" OUTPUT_VARIABLE quoted_hosts)
 list(JOIN quoted_hosts ", " HALCYRIX_UPDATE_HOST_LITERALS)
+list(JOIN HALCYRIX_UPDATE_HOSTS "\\n" HALCYRIX_UPDATE_HOST_LINES)
 configure_file(cmake/halcyrix_config.h.in config/halcyrix_config.h @ONLY)
 
 add_library(halcyrix_options INTERFACE)

@@ -56,6 +56,8 @@ int main(int argc, char** argv) {
         ->capture_default_str();
     publish->add_flag("--new-component", request.newComponents,
                       "Allow components that no earlier release has");
+    publish->add_flag("--any-updater", request.anyUpdater,
+                      "Publish an update.rlb that is no updater");
     publish->add_flag("--dry-run", dry_run,
                       "Say what players would get, and leave the store as it is");
     publish
@@ -168,8 +170,8 @@ int main(int argc, char** argv) {
     apply->add_option("RESULT", to, "Where to write the new file")->required();
     apply->callback([&] { status = Apply(from, patch, to); });
 
-    CLI::App* show = app.add_subcommand("show", "List the commands of a patch");
-    show->add_option("PATCH", patch, "The patch")->required();
+    CLI::App* show = app.add_subcommand("show", "List the commands of a patch, or tell an updater's note");
+    show->add_option("FILE", patch, "The patch or program")->required();
     show->callback([&] { status = Show(patch); });
 
     for (CLI::App* command : app.get_subcommands({})) {

@@ -10,6 +10,7 @@
 #include "lib/stream.h"
 #include "lib/whole_file.h"
 #include "release/commands.h"
+#include "store/updater_program.h"
 
 namespace {
 
@@ -78,6 +79,14 @@ ExitStatus Apply(const std::string& from, const std::string& patch, const std::s
 ExitStatus Show(const std::string& path) {
     const Stream patch = OpenForReading(path);
     if (!patch) return Problem(SystemError(path));
+    std::string fault;
+    if (const auto updater = ReadUpdaterProgram(path, &fault)) {
+        printf("name     %s\nversion  %s\n", updater->note[0].c_str(), updater->note[1].c_str());
+        for (size_t i = 2; i < updater->note.size(); ++i) {
+            printf("host     %s\n", updater->note[i].c_str());
+        }
+        return EXIT_DONE;
+    }
     PatchReader reader(patch.get());
     Totals totals;
     PatchCommand command = reader.Next();

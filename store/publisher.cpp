@@ -5,12 +5,15 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <optional>
+#include <set>
 #include <utility>
 
 #include "lib/checksum.h"
 #include "lib/file_helpers.h"
 #include "lib/whole_file.h"
 #include "store/names.h"
+#include "store/updater_program.h"
 
 namespace fs = std::filesystem;
 
@@ -52,6 +55,7 @@ bool Publisher::Prepare(std::vector<std::string>* problems) {
     std::vector<std::string> warnings;
     m_sources.Scan(m_request.components, problems, &warnings);
     for (const std::string& warning : warnings) m_observer->Warn(warning);
+    CheckUpdater(problems);
     if (!problems->empty()) return false;
 
     if (Begin(&error) && StoreFiles(&error) && MakePatches(&error)) {
@@ -92,6 +96,38 @@ void Publisher::CheckAgainstStore(std::vector<std::string>* problems) {
         if (isOld || isFirst || m_request.newComponents) continue;
         problems->push_back("component \"" + source.component +
                             "\" is in no earlier release; --new-component allows it");
+    }
+}
+
+// A release whose update.rlb is no updater would lock its players out.
+void Publisher::CheckUpdater(std::vector<std::string>* problems) {
+    const std::string name = std::string(kUpdaterComponent) + "/" + kUpdaterProgram;
+    const ReleaseSource* source = nullptr;
+    std::set<std::string> beside;
+    for (const ReleaseSource& file : m_sources.Files()) {
+        if (ComponentOf(file.name) == kUpdaterComponent) {
+            beside.insert(fs::path(file.name).filename().string());
+        }
+        if (file.name == name) source = &file;
+    }
+    if (source == nullptr) return;
+    std::string fault;
+    const auto now = ReadUpdaterProgram(source->path, &fault);
+    if (!now) {
+        if (m_request.anyUpdater) return;
+        problems->push_back(source->path +
+                            " is no updater; --any-updater publishes it all the same (" + fault +
+                            ")");
+        return;
+    }
+    const Releases releases = m_writer ? EarlierReleases(name) : Releases();
+    const ReleaseFile* old = releases.empty() ? nullptr : releases.front()->FindFile(name);
+    const auto before = old == nullptr
+                            ? std::nullopt
+                            : ReadUpdaterProgram(releases.front()->FilePath(*old), &fault);
+    if (!before) return;
+    for (const std::string& warning : CompareUpdaters(*before, *now, beside)) {
+        m_observer->Warn(warning);
     }
 }
 

@@ -19,6 +19,7 @@ struct PublishRequest {
     std::vector<ComponentSource> components;
     size_t patchesFrom = 3;      // releases of a file's component that patches are made from
     bool newComponents = false;  // allow components that no earlier release has
+    bool anyUpdater = false;     // allow an update.rlb that is no updater
     PatchLimits limits{};
 };
 
@@ -63,6 +64,7 @@ private:
 
     void CheckRequest(std::vector<std::string>* problems);
     void CheckAgainstStore(std::vector<std::string>* problems);
+    void CheckUpdater(std::vector<std::string>* problems);
     bool Begin(std::string* error);
     bool StoreFiles(std::string* error);
     bool StoreFile(const ReleaseSource& source, std::string* error);

@@ -7,6 +7,7 @@
 #include "app/programs.h"
 #include "app/widgets.h"
 #include "app/window_events.h"
+#include "lib/elf_file.h"
 #include "tests/support/gtk_windows.h"
 #include "tests/support/scratch_dir.h"
 #include "tests/support/screen.h"
@@ -174,7 +175,7 @@ TEST(Programs, AreNamedAndCheckedBeforeTheyStart) {
         {"", true}};
     for (const auto& [contents, truncated] : copies) {
         WriteFile("copy", contents);
-        EXPECT_EQ(is_truncated_elf("copy"), truncated) << contents.size();
+        EXPECT_EQ(IsTruncatedElf("copy"), truncated) << contents.size();
     }
 }
 

@@ -141,6 +141,27 @@ TEST_F(StoreTest, WarnsOfWhatWillSurprisePlayers) {
          " => linux64/tool and linux64upd/tool/x cannot both be"});
 }
 
+TEST_F(StoreTest, TakesOnlyAnUpdaterForTheUpdater) {
+    std::filesystem::create_directories("upd/lib");
+    const std::string none =
+        "publish 1 linux64upd=upd => 1 halcyrix-release: upd/update.rlb is no updater; "
+        "--any-updater publishes it all the same ";
+    const std::string file = "cd upd; updater='" UPDATER "'; ";
+    Try({file + "echo text >update.rlb => 0 ", none + "(it is not an ELF file)",
+         file + "head -c 9999 \"$updater\" >update.rlb => 0 ", none + "(it is incomplete)",
+         file + "cp /bin/true update.rlb => 0 ", none + "(it has no note of an updater)",
+         "printf '\\267' | dd of=upd/update.rlb bs=1 seek=18 conv=notrunc => 0 ",
+         none + "(it is not a program for x86-64)", "publish 1 linux64upd=upd --any-updater => 0 ",
+         file + "cp \"$updater\" update.rlb => 0 ", "publish 2 linux64upd=upd => 0 ",
+         "tool show upd/update.rlb => 0 name     halcyrix-updater\nversion  1.2.0\nhost     upd",
+         "sed -i 's/update1\\.h/update9.h/; s/gtk-x11-2/gtk-x11-9/; s/GLIBC_2.3/GLIBC_9.3/' "
+         "upd/update.rlb; publish 3 linux64upd=upd => the updater needs glibc 9.3 => before did "
+         "not: "
+         "libgtk-x11-9.0.so.0\n => other update hosts (update9.halcyrix.example, update2"});
+    const std::string said = Sh("touch upd/lib/libgtk-x11-9.0.so.0; publish 4 linux64upd=upd");
+    EXPECT_THAT(said, testing::AllOf(HasSubstr("published 4"), testing::Not(HasSubstr("needs"))));
+}
+
 TEST_F(StoreTest, HasPatchesFromTheLastReleasesOfTheComponent) {
     Try({"for i in 1 2 3 4; do next $i; tool publish store u$i common=game --new-component; done",
          "publish 5 --patches-from 4 | grep -c ^from => 0 4", "patched 000007 => 0 123",

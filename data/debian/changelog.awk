@@ -13,7 +13,8 @@ function end_change(    count, words, line, i) {
 function end_release() {
     end_change()
     if (day == "") return
-    ("LC_ALL=C date -u -R -d '" day " 12:00'") | getline stamp
+    # Releases of one day stand in their order: the newest, which comes first, has the latest time.
+    ("LC_ALL=C date -u -R -d '" day " 12:00 UTC " releases++ " minutes ago'") | getline stamp
     printf "\n -- %s  %s\n", contact, stamp
 }
 /^## / {

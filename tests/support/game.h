@@ -58,7 +58,7 @@ protected:
         const std::filesystem::path source = m_scratch.Path() / "source";
         std::filesystem::remove_all(source);
         for (const auto& [name, data] : tree) WriteFile(source / name, data);
-        std::vector<std::string> command = {RELEASE_TOOL, "publish", StorePath(), version};
+        std::vector<std::string> command = {RELEASE_TOOL, "publish", "--any-updater", StorePath(), version};
         for (const auto& component : std::filesystem::directory_iterator(source)) {
             command.push_back(component.path().filename().string() + "=" +
                               component.path().string());
