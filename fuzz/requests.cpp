@@ -1,12 +1,15 @@
-// The bytes that a client sends to the update server.
+// The update server with a client that sends anything, as clients do: it waits for the answer to
+// each request before it sends the next.
 //
-// Input: the stream of the connection.
+// Input: the bytes of the connection. Each frame in them is sent by itself.
 
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 
+#include "net/frame.h"
 #include "serve/update_server.h"
 #include "store/publisher.h"
 #include "tests/support/recorders.h"
@@ -56,20 +59,27 @@ struct Service {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     static Service service;
     int ends[2];
-    if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0) abort();
-    evutil_make_socket_nonblocking(ends[0]);
-    evutil_make_socket_nonblocking(ends[1]);
+    if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0, ends) != 0) abort();
     service.server->Accept(ends[0], {});
-    const auto serve = [] { event_base_loop(service.server->Base(), EVLOOP_NONBLOCK); };
-    for (size_t at = 0; at < size;) {
-        const ssize_t sent = send(ends[1], data + at, size - at, MSG_NOSIGNAL);
-        if (sent > 0) at += static_cast<size_t>(sent);
-        serve();
+    const auto serve = [&] {
         char heard[65536];
-        while (recv(ends[1], heard, sizeof heard, 0) > 0) serve();
-        if (sent <= 0) break;
+        for (int idle = 0; idle < 3; ++idle) {
+            event_base_loop(service.server->Base(), EVLOOP_NONBLOCK);
+            while (recv(ends[1], heard, sizeof heard, 0) > 0) idle = 0;
+        }
+    };
+    for (size_t at = 0, length; at < size; at += length) {
+        length = size - at;
+        if (length >= kFrameHeaderSize) {
+            const auto frame =
+                static_cast<size_t>(FramePayloadLength(data + at)) + kFrameHeaderSize;
+            length = std::min(length, frame);
+        }
+        if (send(ends[1], data + at, length, MSG_NOSIGNAL) == -1) break;
+        serve();
     }
+    shutdown(ends[1], SHUT_RDWR);
+    serve();  // it hears of the end, and lets go
     close(ends[1]);
-    for (int i = 0; i < 3; ++i) serve();  // it hears of the end, and lets go
     return 0;
 }
