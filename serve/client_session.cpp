@@ -1,6 +1,5 @@
 #include "serve/client_session.h"
 
-#include <arpa/inet.h>
 #include <sys/socket.h>
 
 #include <algorithm>
@@ -11,7 +10,6 @@
 #include "lib/checksum.h"
 #include "lib/file_helpers.h"
 #include "log/gamelog.h"
-#include "serve/update_server.h"
 #include "store/names.h"
 
 namespace {
@@ -24,17 +22,11 @@ constexpr size_t kListPiece = 16 * 1024;
 
 }  // namespace
 
-std::string AddressText(const sockaddr_in& peer) {
-    char text[INET_ADDRSTRLEN] = "?";
-    inet_ntop(AF_INET, &peer.sin_addr, text, sizeof text);
-    return text + (":" + std::to_string(ntohs(peer.sin_port)));
-}
-
-ClientSession::ClientSession(UpdateServer* server, evutil_socket_t fd, const sockaddr_in& peer)
-    : m_server(server),
-      m_connection(bufferevent_socket_new(server->Base(), fd, BEV_OPT_CLOSE_ON_FREE)),
+ClientSession::ClientSession(SessionContext* context, evutil_socket_t fd, const sockaddr_in& peer)
+    : m_context(context),
+      m_connection(bufferevent_socket_new(context->base.get(), fd, BEV_OPT_CLOSE_ON_FREE)),
       m_deadline(evtimer_new(
-          server->Base(),
+          context->base.get(),
           [](evutil_socket_t, short, void* self) {
               static_cast<ClientSession*>(self)->OnDeadline();
           },
@@ -53,16 +45,16 @@ ClientSession::ClientSession(UpdateServer* server, evutil_socket_t fd, const soc
     bufferevent_setwatermark(connection, EV_READ, 0, kMaxFrame);
     bufferevent_set_max_single_write(connection, EV_SSIZE_MAX);
     bufferevent_enable(connection, EV_READ);
-    ++m_server->Counts().sessions[m_state];
-    Arm(m_deadline.get(), m_server->Options().greetingLimit);
+    ++m_context->counts.sessions[m_state];
+    Arm(m_deadline.get(), m_context->options.greetingLimit);
 }
 
 ClientSession::~ClientSession() {
-    --m_server->Counts().sessions[m_state];
+    --m_context->counts.sessions[m_state];
 }
 
 void ClientSession::Enter(ClientState state) {
-    auto& counts = m_server->Counts().sessions;
+    auto& counts = m_context->counts.sessions;
     --counts[m_state];
     ++counts[state];
     m_state = state;
@@ -95,12 +87,13 @@ Ending ClientSession::Answer(const Request& request) {
             return GOES_ON;
         case GREETED:
             if (request.tag == kTagComponent && !m_motdTold) {
+                if (m_components.size() == kMaxComponents ||
+                    request.name.size() > kMaxComponentLength ||
+                    !ComponentFault(request.name).empty()) {
+                    return BROKE_PROTOCOL;
+                }
                 m_components.push_back(request.name);
-                return m_components.size() <= kMaxComponents &&
-                               request.name.size() <= kMaxComponentLength &&
-                               ComponentFault(request.name).empty()
-                           ? GOES_ON
-                           : BROKE_PROTOCOL;
+                return GOES_ON;
             }
             if (m_components.empty()) return BROKE_PROTOCOL;
             if (request.tag == kTagMotd && !std::exchange(m_motdTold, true)) {
@@ -115,27 +108,27 @@ Ending ClientSession::Answer(const Request& request) {
             if (request.tag != kTagQueue) return AnswerFileRequest(request);
             Enter(WAITING);
             m_joined = Clock::now();
-            m_ticket = m_server->Join(this);
+            m_ticket = m_context->queue.Join(this);
             return GOES_ON;
         case READY:
             if (request.tag != kTagDownload) return BROKE_PROTOCOL;
             Enter(DOWNLOADING);
             m_bytesWatched = BytesSent();
-            Arm(m_deadline.get(), m_server->Options().rateWindow);
+            Arm(m_deadline.get(), m_context->options.rateWindow);
             return FillOutput();
         default: return BROKE_PROTOCOL;
     }
 }
 
 void ClientSession::AnswerMotd() {
-    const std::string text = m_server->MotdText();
+    const std::string text = m_context->MotdText();
     for (size_t begin = 0; begin < text.size(); begin += kMaxPayload) {
         Send(std::string_view(text).substr(begin, kMaxPayload));
     }
 }
 
 Ending ClientSession::AnswerVersion() {
-    m_release = m_server->LatestRelease(m_components);
+    m_release = m_context->LatestRelease(m_components);
     if (!m_release) return NOT_PUBLISHED;
     evtimer_del(m_deadline.get());
     Enter(LISTING);
@@ -165,7 +158,7 @@ void ClientSession::FillFileList(evbuffer* output) {
 // The file of the session's list with this name.
 const ReleaseFile* ClientSession::FindListed(const std::string& name) const {
     const ReleaseFile* file = m_release->FindFile(name);
-    return file != nullptr && HoldsComponent(name.substr(0, name.find('/'))) ? file : nullptr;
+    return file != nullptr && HoldsComponent(ComponentOf(name)) ? file : nullptr;
 }
 
 bool ClientSession::HoldsComponent(const std::string& component) const {
@@ -186,7 +179,7 @@ Ending ClientSession::AnswerFileRequest(const Request& request) {
     // It goes to the log, and what a client sends may be anything.
     m_installedVersion = VersionFault(request.version).empty() ? request.version : "?";
     if (request.tag == kTagChecksum) {
-        const auto installed = m_server->FindRelease(request.version);
+        const auto installed = m_context->store->Find(request.version);
         const ReleaseFile* before = installed ? installed->FindFile(request.name) : nullptr;
         Send(Encode(ChecksumReply{before != nullptr ? before->checksum : kNoChecksum}));
         return GOES_ON;
@@ -203,7 +196,7 @@ Ending ClientSession::AnswerFileRequest(const Request& request) {
 
 Ending ClientSession::AddDownload(uint32_t index) {
     m_mayResume = true;
-    return m_downloads.Add(index) ? GOES_ON : BROKE_PROTOCOL;
+    return m_downloads.Add(*m_release, index) ? GOES_ON : BROKE_PROTOCOL;
 }
 
 Ending ClientSession::AnswerResume(const ResumeRequest& resume) {
@@ -217,10 +210,16 @@ Ending ClientSession::AnswerResume(const ResumeRequest& resume) {
 
 void ClientSession::Admit() {
     const auto now = Clock::now();
-    m_server->Counts().CountWait(now - std::exchange(m_joined, now));
-    m_server->LimitRate(m_connection.get());
+    m_context->counts.CountWait(now - std::exchange(m_joined, now));
+    bufferevent* const connection = m_connection.get();
+    if (m_context->clientRate) {
+        bufferevent_set_rate_limit(connection, m_context->clientRate.get());
+    }
+    if (m_context->totalRate) {
+        bufferevent_add_to_rate_limit_group(connection, m_context->totalRate.get());
+    }
     Enter(READY);
-    Arm(m_deadline.get(), m_server->Options().readyLimit);
+    Arm(m_deadline.get(), m_context->options.readyLimit);
     Send(Encode(QueueStatus{true, 0, 0, 0}));
 }
 
@@ -246,7 +245,12 @@ void ClientSession::OnDrained() {
         evtimer_del(m_deadline.get());
         Enter(SERVED);
         bufferevent_remove_from_rate_limit_group(m_connection.get());
-        return m_server->Finish(this, Clock::now() - m_joined);
+        DownloadQueue& queue = m_context->queue;
+        queue.CountDuration(std::chrono::duration_cast<Milliseconds>(Clock::now() - m_joined));
+        queue.Leave(m_ticket);
+        // When the server stops, the system sends what is left.
+        if (queue.IsClosed()) End(COMPLETED);
+        return;
     }
     if (m_state != LISTING && m_state != DOWNLOADING) return;
     const Ending ending = FillOutput();
@@ -260,7 +264,7 @@ void ClientSession::OnHangup(short what) {
 }
 
 void ClientSession::OnDeadline() {
-    const ServerOptions& options = m_server->Options();
+    const ServerOptions& options = m_context->options;
     const uint64_t sent = BytesSent() - std::exchange(m_bytesWatched, BytesSent());
     const auto window = std::chrono::duration<double>(options.rateWindow).count();
     if (m_state != DOWNLOADING ||
@@ -274,9 +278,7 @@ void ClientSession::OnDeadline() {
 // connection shows by an event of its own.
 void ClientSession::Send(std::string_view payload) {
     char frame[kMaxFrame];
-    const size_t length = kFrameHeaderSize + payload.size();
-    PutFrameHeader(reinterpret_cast<uint8_t*>(frame), static_cast<int>(payload.size()));
-    payload.copy(frame + kFrameHeaderSize, payload.size());
+    const size_t length = PutPacket(frame, payload);
     size_t sent = 0;
     if (OutputIsEmpty()) {
         const ssize_t taken = send(Descriptor(), frame, length, MSG_NOSIGNAL);
@@ -288,21 +290,25 @@ void ClientSession::Send(std::string_view payload) {
 }
 
 void ClientSession::CountSent() {
-    m_server->Counts().sentBytes += BytesSent() - std::exchange(m_bytesCounted, BytesSent());
+    m_context->counts.sentBytes += BytesSent() - std::exchange(m_bytesCounted, BytesSent());
 }
 
 void ClientSession::End(Ending ending) {
     CountSent();
     if (m_state == SERVED && ending == LET_GO) ending = COMPLETED;
     if (m_state == CONNECTED) {
-        m_server->Notice(AddressText(m_peer) + " never greeted: " + EndingText(ending));
+        m_context->notices.Add(AddressText(m_peer) +
+                               " never greeted: " + kEndingWords[ending].text);
         ending = NEVER_GREETED;
     } else {
         gamelog->Printf("%s%s%s\n", Summary().c_str(),
-                        ending == COMPLETED ? "" : "; dropped: ", EndingText(ending));
+                        ending == COMPLETED ? "" : "; dropped: ", kEndingWords[ending].text);
     }
-    if (ending == UNREADABLE) m_server->ReportUnreadable(*m_release);
-    m_server->Remove(this, ending);
+    ++m_context->counts.ended[ending];
+    if (ending == UNREADABLE) m_context->ReportUnreadable(*m_release);
+    m_context->queue.Leave(m_ticket);
+    m_context->addresses.Remove(m_peer);
+    m_context->destroy(this);
 }
 
 std::string ClientSession::Summary() const {

@@ -9,44 +9,33 @@
 #include <memory>
 #include <string>
 
-#include "serve/download_queue.h"
+#include "serve/client_state.h"
 #include "serve/download_stream.h"
-#include "serve/event_tools.h"
-#include "serve/metrics.h"
+#include "serve/session_context.h"
 #include "store/release.h"
 #include "update/messages.h"
 
-class UpdateServer;
-
-// "address:port".
-std::string AddressText(const sockaddr_in& peer);
-
-// Answers a client's requests, strictly in the order that the protocol gives them; whatever else
-// arrives ends the session. What waits for the client is of bounded size: long replies, the file
-// list and the download stream, are made as the socket takes them.
+// Answers a client's requests in the order that the protocol prescribes; anything else ends the
+// session. Its output is of bounded size: the file list and the download stream are made as the
+// socket takes them.
 //
-// The server owns the session and outlives it. It is destroyed when it ends, by End(), which each
-// of its handlers therefore calls last.
-class ClientSession {
+// End() destroys the session, so each handler calls it last.
+class ClientSession : public Waiter {
 public:
     // Takes over the accepted descriptor, which is non-blocking.
-    ClientSession(UpdateServer* server, evutil_socket_t fd, const sockaddr_in& peer);
-    ~ClientSession();
+    ClientSession(SessionContext* context, evutil_socket_t fd, const sockaddr_in& peer);
+    ~ClientSession() override;
     ClientSession(const ClientSession&) = delete;
     ClientSession& operator=(const ClientSession&) = delete;
 
-    // Its turn has come.
-    void Admit();
-    // Where it stands in the line.
-    void TellPlace(const QueueStatus& status);
+    void Admit() override;
+    void TellPlace(const QueueStatus& status) override;
 
-    // Leaves the server and writes the session's line to the log. Destroys the session.
+    // Leaves the queue, logs the session and destroys it.
     void End(Ending ending);
 
     bool HoldsSlot() const { return m_state == READY || m_state == DOWNLOADING; }
     evutil_socket_t Descriptor() const { return bufferevent_getfd(m_connection.get()); }
-    const sockaddr_in& Peer() const { return m_peer; }
-    DownloadQueue::Ticket QueueTicket() const { return m_ticket; }
 
 private:
     void OnReadable();
@@ -54,7 +43,7 @@ private:
     void OnHangup(short what);
     void OnDeadline();
 
-    // Each tells how the session goes on.
+    // GOES_ON, or why the session must end.
     Ending Answer(const Request& request);
     Ending AnswerVersion();
     Ending AnswerFileRequest(const Request& request);
@@ -75,7 +64,7 @@ private:
     void CountSent();
     std::string Summary() const;
 
-    UpdateServer* m_server;
+    SessionContext* m_context;
     Owned<bufferevent> m_connection;
     Owned<event> m_deadline;
     sockaddr_in m_peer;

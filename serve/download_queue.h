@@ -9,51 +9,63 @@
 #include <map>
 #include <set>
 
-class ClientSession;
+#include "update/messages.h"
 
-// A fixed number of slots, and a line of sessions that wait for one, served in their order. Knows
-// the sessions by their address only. Each call costs little, however long the line.
+// A session, as the queue sees it. Neither call may lead to one of the queue.
+class Waiter {
+public:
+    virtual ~Waiter() = default;
+    virtual void Admit() = 0;
+    virtual void TellPlace(const QueueStatus& status) = 0;
+};
+
+// A fixed number of slots, and a line of sessions that wait for one, served in their order. Each
+// call costs little, however long the line. A session must leave before it is destroyed.
 class DownloadQueue {
 public:
-    // What stands for a session here; 0 for one that has not joined.
+    // Identifies a session here; 0 for one that has not joined.
     using Ticket = uint64_t;
 
     explicit DownloadQueue(int slots) : m_slots(slots) {}
 
-    // Puts the session at the end of the line.
-    Ticket Join(ClientSession* session);
+    // Puts the session at the end of the line. Admits it at once or tells it its place.
+    Ticket Join(Waiter* session);
 
-    // Gives a free slot to the first of the line and returns it; null when there is no slot or
-    // nobody waits.
-    ClientSession* Admit();
-
-    // Takes the session out of its slot or out of the line; one that is in neither is no error.
+    // Takes the session out of its slot or out of the line, and admits the next. A session that is
+    // in neither is no error.
     void Leave(Ticket ticket);
 
-    // A download has come to its end, which counts for the rate.
+    // Admits nobody from now on.
+    void Close() { m_closed = true; }
+    bool IsClosed() const { return m_closed; }
+
+    // Tells a part of the line their places, the front first. With kPartsInRound calls after each
+    // StartRound() everybody is told, and no call takes long.
+    static constexpr unsigned kPartsInRound = 20;
+    void StartRound();
+    void TellPlaces();
+
+    // Counts the duration of a complete download for the rate.
     void CountDuration(std::chrono::milliseconds duration);
 
-    size_t Waiting() const { return m_waiting.size(); }
-    size_t Downloading() const { return m_downloading.size(); }
-
-    // Goes through the line, which may change meanwhile: each call gives the next one and its
-    // place, 0 for the first of the line, and null at the end.
-    void StartRound();
-    ClientSession* NextInRound(size_t* place);
-
-    // How many of the line are served in 100 seconds, going by the latest downloads; 0 as long as
-    // none is known.
+    // Sessions served in 100 seconds, by the latest downloads; 0 before the first one.
     uint16_t Rate() const;
+
+    size_t Downloading() const { return m_downloading.size(); }
 
 private:
     static constexpr size_t kRemembered = 32;
 
+    void AdmitWaiting();
+    QueueStatus Status(size_t place, uint16_t rate) const;
+
     size_t m_slots;
+    bool m_closed = false;
     Ticket m_last = 0;
-    std::map<Ticket, ClientSession*> m_waiting;
+    std::map<Ticket, Waiter*> m_waiting;
     std::set<Ticket> m_downloading;
-    Ticket m_roundTicket = 0;  // those of the line before it have been given
-    size_t m_roundPlace = 0;   // how many of them are still in the line
+    Ticket m_roundTicket = 0;                           // earlier ones have been told in this round
+    size_t m_roundPlace = 0;                            // how many of those are still in the line
     std::deque<std::chrono::milliseconds> m_durations;  // of the latest downloads
 };
 

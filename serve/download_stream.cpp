@@ -30,10 +30,11 @@ Download FindDownload(const Release& release, uint32_t index) {
     return {release.PatchPath(patch), patch.checksum, patch.length};
 }
 
-bool DownloadStream::Add(uint32_t index) {
-    for (const Run& run : m_runs) {
-        if (index - run.first < run.count) return false;
-    }
+bool DownloadStream::Add(const Release& release, uint32_t index) {
+    const size_t place = index - release.FirstIndex();
+    if (place >= m_asked.size()) m_asked.resize(place + 1);
+    if (m_asked[place]) return false;
+    m_asked[place] = true;
     if (!m_runs.empty() && m_runs.back().startOffset == 0 && Last() + 1 == index) {
         ++m_runs.back().count;
     } else {

@@ -24,8 +24,8 @@ Download FindDownload(const Release& release, uint32_t index);
 // whole game and then wait for an hour, so little is kept of each.
 class DownloadStream {
 public:
-    // False when the index is in the stream already.
-    [[nodiscard]] bool Add(uint32_t index);
+    // Adds something that the release has. False when it is in the stream already.
+    [[nodiscard]] bool Add(const Release& release, uint32_t index);
 
     // The download added last; there must be one. It can be made to begin at an offset.
     uint32_t Last() const { return m_runs.back().first + m_runs.back().count - 1; }
@@ -51,6 +51,7 @@ private:
     bool Begin(const Release& release, evbuffer* output);
     bool SendPieces(evbuffer* output);
 
+    std::vector<bool> m_asked;  // by index, from the release's first
     std::vector<Run> m_runs;
     size_t m_run = 0;  // the current one
     uint32_t m_sentOfRun = 0;

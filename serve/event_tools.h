@@ -1,4 +1,4 @@
-// What the server needs of libevent besides its own functions: owners, the clock, frames.
+// Additions to libevent: owners, the clock, listening, frames.
 #ifndef HALCYRIX_SERVE_EVENT_TOOLS_H
 #define HALCYRIX_SERVE_EVENT_TOOLS_H
 
@@ -7,9 +7,11 @@
 #include <event2/event.h>
 #include <event2/http.h>
 #include <event2/listener.h>
+#include <netinet/in.h>
 
 #include <chrono>
 #include <memory>
+#include <string>
 #include <string_view>
 
 #include "net/frame.h"
@@ -32,7 +34,7 @@ struct EventFree {
 template <typename T>
 using Owned = std::unique_ptr<T, EventFree>;
 
-// Goes on steadily, whoever sets the time of day. Read anew by each call.
+// Unaffected by changes of the time of day. Each call reads it anew.
 using Clock = std::chrono::steady_clock;
 using Milliseconds = std::chrono::milliseconds;
 
@@ -41,11 +43,21 @@ inline void Arm(event* timer, Milliseconds delay) {
     event_add(timer, &time);
 }
 
+// Listens on the address. Null, with the reason in `error`, when that cannot be done. Where a
+// connection cannot be accepted, for want of descriptors, the listener logs that and disables
+// itself; somebody has to enable it again.
+Owned<evconnlistener> Listen(event_base* base, const sockaddr_in& address,
+                             evconnlistener_cb callback, void* argument, std::string* error);
+
+// Builds a packet's frame in `frame`, which has room for kMaxFrame bytes; returns its size.
+inline size_t PutPacket(char* frame, std::string_view payload) {
+    PutFrameHeader(reinterpret_cast<uint8_t*>(frame), static_cast<int>(payload.size()));
+    return kFrameHeaderSize + payload.copy(frame + kFrameHeaderSize, payload.size());
+}
+
 inline void AddPacket(evbuffer* output, std::string_view payload) {
-    uint8_t header[kFrameHeaderSize];
-    PutFrameHeader(header, static_cast<int>(payload.size()));
-    evbuffer_add(output, header, sizeof header);
-    evbuffer_add(output, payload.data(), payload.size());
+    char frame[kMaxFrame];
+    evbuffer_add(output, frame, PutPacket(frame, payload));
 }
 
 #endif

@@ -1,37 +1,9 @@
 #include "serve/metrics.h"
 
-#include <cerrno>
 #include <cstdio>
-#include <cstdlib>
-#include <cstring>
 #include <map>
 
 namespace {
-
-constexpr int kRequestTimeout = 10;  // seconds
-constexpr ev_ssize_t kMaxRequest = 16 * 1024;
-
-constexpr const char* kStateLabels[kClientStates] = {
-    "connected", "greeted", "listing", "negotiating", "waiting", "ready", "downloading", "served"};
-
-struct EndingWords {
-    const char* label;
-    const char* text;
-};
-constexpr EndingWords kEndingWords[kEndings] = {
-    {"", ""},
-    {"completed", ""},
-    {"broke_off", "hung up early"},
-    {"broke_protocol", "broke the protocol"},
-    {"too_slow", "too slow"},
-    {"vanished", "acknowledges nothing any more"},
-    {"not_published", "asked for a component that is not published"},
-    {"unreadable", "cannot read a file as it was published"},
-    {"let_go", "the server stops"},
-    {"never_greeted", "never greeted"},
-    {"refused", "refused"},
-    {"over_share", "its address has its share"},
-};
 
 // "name{label="value",...}" from names and values by turns; values may hold anything.
 std::string Labelled(std::string name, std::initializer_list<std::string> labels) {
@@ -101,22 +73,10 @@ void AddWaits(const ServerCounts& counts, Page* page) {
     page->Sample(name + "_count", static_cast<double>(counts.waits));
 }
 
-void Answer(evhttp_request* request, void* text) {
-    evkeyvalq* headers = evhttp_request_get_output_headers(request);
-    evhttp_add_header(headers, "Content-Type", "text/plain; version=0.0.4");
-    const std::string page = (*static_cast<const std::function<std::string()>*>(text))();
-    evbuffer_add(evhttp_request_get_output_buffer(request), page.data(), page.size());
-    evhttp_send_reply(request, HTTP_OK, "OK", nullptr);
-}
-
 }  // namespace
 
-const char* EndingText(Ending ending) {
-    return kEndingWords[ending].text;
-}
-
-void ServerCounts::CountWait(Clock::duration wait) {
-    const double seconds = std::chrono::duration<double>(wait).count();
+void ServerCounts::CountWait(std::chrono::duration<double> wait) {
+    const double seconds = wait.count();
     ++waits;
     waitSeconds += seconds;
     for (size_t i = 0; i < kWaitBuckets.size(); ++i) {
@@ -149,22 +109,4 @@ std::string FormatMetrics(const ServerCounts& counts, const Store& store) {
     AddWaits(counts, &page);
     AddReleases(store, &page);
     return page.text;
-}
-
-Owned<evhttp> ServeMetrics(event_base* base, const std::string& address,
-                           const std::function<std::string()>* text, std::string* error) {
-    const size_t colon = address.rfind(':');
-    const std::string port = colon == std::string::npos ? "" : address.substr(colon + 1);
-    Owned<evhttp> http(evhttp_new(base));
-    evhttp_set_timeout(http.get(), kRequestTimeout);
-    evhttp_set_max_headers_size(http.get(), kMaxRequest);
-    evhttp_set_max_body_size(http.get(), kMaxRequest);
-    evhttp_set_allowed_methods(http.get(), EVHTTP_REQ_GET | EVHTTP_REQ_HEAD);
-    evhttp_set_cb(http.get(), "/metrics", Answer, const_cast<std::function<std::string()>*>(text));
-    if (evhttp_bind_socket(http.get(), address.substr(0, colon).c_str(),
-                           static_cast<uint16_t>(atoi(port.c_str()))) != 0) {
-        *error = "cannot listen on " + address + ": " + strerror(errno);
-        return nullptr;
-    }
-    return http;
 }

@@ -3,7 +3,7 @@
 #include <poll.h>
 #include <unistd.h>
 
-#include <string>
+#include <algorithm>
 #include <utility>
 
 namespace {
@@ -20,5 +20,20 @@ void ServerLog::Print(const char* text) {
     if (const size_t lost = std::exchange(m_lost, 0); lost > 0) {
         Print((std::to_string(lost) + " lines of the log are missing: nobody took them\n").c_str());
     }
-    GameLog::Print(text);
+    std::string line = text;
+    const auto isControl = [](char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7F; };
+    std::replace_if(line.begin(), line.end() - line.ends_with('\n'), isControl, '?');
+    GameLog::Print(line.c_str());
+}
+
+void Notices::Add(const std::string& text) {
+    if (m_count++ == 0) m_first = text;
+}
+
+void Notices::Tell() {
+    if (m_count == 1) gamelog->Printf("%s\n", m_first.c_str());
+    if (m_count > 1) {
+        gamelog->Printf("%s (and %zu others like this)\n", m_first.c_str(), m_count - 1);
+    }
+    m_count = 0;
 }

@@ -1,4 +1,6 @@
 // The update server as its clients and its operators see it.
+#include <sys/resource.h>
+
 #include <list>
 
 #include "serve/update_server.h"
@@ -22,9 +24,9 @@ std::string Place(char place, char length) {
 // A client that says anything.
 class Peer {
 public:
-    explicit Peer(const std::string& own = "127.0.0.9") {
+    explicit Peer(const std::string& own = "127.0.0.9", uint16_t port = kUpdatePort) {
         sockaddr_in from{AF_INET, 0, {inet_addr(own.c_str())}, {}};
-        sockaddr_in to{AF_INET, htons(kUpdatePort), {inet_addr("127.0.0.1")}, {}};
+        sockaddr_in to{AF_INET, htons(port), {inet_addr("127.0.0.1")}, {}};
         bind(m_fd, reinterpret_cast<sockaddr*>(&from), sizeof from);
         std::ignore = connect(m_fd, reinterpret_cast<sockaddr*>(&to), sizeof to);
     }
@@ -85,10 +87,10 @@ TEST_F(ServeTest, TellsTheLogHowEachSessionEnded) {
     const std::tuple<bool, Words, std::string> kCases[] = {
         {false, {"GET / HTTP/1.0"}, " never greeted: broke the protocol"},
         {false, {"PVERA", "GETV"}, broke},
-        {false, {"PVERA", "ARCH../x\0"s}, broke},
+        {false, {"PVERA", "ARCHx\n\0"s}, " - - -> -: 0 files, 0 bytes, 0.0 s; " + broke},
         {false, {"PVERA", "ARCH" + std::string(256, 'c') + '\0'}, broke},
         {false, {"PVERA", "ARCHlinux64\0"s, big}, broke},
-        {false, {"PVERA", "ARCHlinux64\0"s, "MOTD", "MOTD"}, broke},
+        {false, {"PVERA", "ARCHlinux64\0"s, "MOTD", "MOTD"}, "../no?motd: No such file"},
         {false, {"PVERA", "ARCHlinux65\0"s, "GETV"}, unknown + "component that is not published"},
         {true, {"RSUM\0\0\0\1\0\0\0\0"s}, broke},
         {true, {"FULLcommon/x\0"s}, broke},
@@ -97,7 +99,7 @@ TEST_F(ServeTest, TellsTheLogHowEachSessionEnded) {
         {true, {big, "REQD", "DOWN", "DOWN"}, broke},
         {true, {"CSUM%s\x1b\0"s + kBig, "GETV"}, " linux64 ? -> 1.0: 0 files, "},
     };
-    ServingProgram server(StorePath(), "127.0.0.1");
+    ServingProgram server(StorePath(), "127.0.0.1", {"--motd", "../no\nmotd"});
     for (const auto& [hasList, words, told] : kCases) {
         Peer peer;
         if (hasList) peer.AskList();
@@ -214,7 +216,18 @@ TEST_F(ServeTest, HasItsLimitsAndTellsThemInItsMetrics) {
         "sh", "-c", "ulimit -n 68; exec '" RELEASE_TOOL "'" + options + "'" + StorePath() + "'"};
     Program server(command);
     server.AwaitWords("serving 1 releases");
-    Peer first, second;
+    const auto allow = [&server](rlim_t descriptors) {
+        const rlimit limit{descriptors, 68};
+        EXPECT_EQ(prlimit(server.Pid(), RLIMIT_NOFILE, &limit, nullptr), 0);
+    };
+    allow(3);
+    Peer first;
+    server.AwaitWords("cannot accept a connection: Too many open files");
+    allow(68);
+    first.AskList();
+    auto nosy = std::make_unique<std::list<Peer>>();
+    for (int i = 0; i < 100; ++i) nosy->emplace_back("127.0.0.6", 9100).Send("GET /");
+    Peer second;
     EXPECT_EQ(Peer().Hear(), kHungUp);
     server.AwaitWords("refused: its address has its share of 2");
     Peer third("127.0.0.8");
@@ -222,11 +235,12 @@ TEST_F(ServeTest, HasItsLimitsAndTellsThemInItsMetrics) {
     EXPECT_EQ(Peer("127.0.0.7").Hear(), kHungUp);
     server.AwaitWords("refused: 3 clients are served, and no more can be");
 
+    nosy.reset();
     const std::string look = "curl -sS http://127.0.0.1:9100/metrics | tee ../page | ";
     EXPECT_EQ(RunProgram({"sh", "-c", look + "promtool check metrics"}), 0);
     for (const char* line :
-         {"halcyrix_sessions{state=\"connected\"} 2\n", "refused\"} 1\n", "over_share\"} 1\n",
-          "{state=\"negotiating\"} 1\n", "halcyrix_damaged_releases 0\n",
+         {"halcyrix_sessions{state=\"connected\"} 1\n", "refused\"} 1\n", "over_share\"} 1\n",
+          "{state=\"negotiating\"} 2\n", "halcyrix_damaged_releases 0\n",
           "_release_info{component=\"common\",version=\"1.0\"} 1\n"}) {
         EXPECT_THAT(ReadFile("../page"), testing::HasSubstr(line));
     }

@@ -1,0 +1,27 @@
+// IPv4 addresses: their texts, and how many clients each has.
+#ifndef HALCYRIX_SERVE_ADDRESSES_H
+#define HALCYRIX_SERVE_ADDRESSES_H
+
+#include <netinet/in.h>
+
+#include <optional>
+#include <string>
+#include <unordered_map>
+
+// "address:port".
+std::string AddressText(const sockaddr_in& address);
+// Null when the text is not ADDRESS:PORT with a port from 1 to 65535.
+std::optional<sockaddr_in> ParseAddress(const std::string& text);
+
+// The clients of each address.
+class AddressCounts {
+public:
+    // False when the address has as many as `most`, which 0 leaves without a limit.
+    [[nodiscard]] bool Add(const sockaddr_in& address, int most);
+    void Remove(const sockaddr_in& address);
+
+private:
+    std::unordered_map<in_addr_t, int> m_clients;
+};
+
+#endif

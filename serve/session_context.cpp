@@ -1,0 +1,66 @@
+#include "serve/session_context.h"
+
+#include <algorithm>
+
+#include "lib/whole_file.h"
+
+namespace {
+
+constexpr size_t kMaxMotd = 64 * 1024;
+constexpr int kRateTicks = 10;      // in a second
+constexpr size_t kMinShare = 1400;  // of the total rate for one write: about a packet
+
+// Limits writing alone. Null for no limit.
+ev_token_bucket_cfg* WritingRate(uint64_t bytesPerSecond) {
+    if (bytesPerSecond == 0) return nullptr;
+    const auto rate = static_cast<size_t>(
+        std::clamp<uint64_t>(bytesPerSecond / kRateTicks, 1, EV_RATE_LIMIT_MAX / 2));
+    const timeval tick{0, 1'000'000 / kRateTicks};
+    return ev_token_bucket_cfg_new(EV_RATE_LIMIT_MAX, EV_RATE_LIMIT_MAX, rate, 2 * rate, &tick);
+}
+
+bufferevent_rate_limit_group* TotalRate(event_base* base, uint64_t bytesPerSecond) {
+    const Owned<ev_token_bucket_cfg> rate(WritingRate(bytesPerSecond));
+    if (!rate) return nullptr;
+    bufferevent_rate_limit_group* const group = bufferevent_rate_limit_group_new(base, rate.get());
+    bufferevent_rate_limit_group_set_min_share(group, kMinShare);
+    return group;
+}
+
+}  // namespace
+
+SessionContext::SessionContext(Store* served, const ServerOptions& given)
+    : store(served),
+      options(given),
+      base(event_base_new()),
+      clientRate(WritingRate(given.clientRate)),
+      totalRate(TotalRate(base.get(), given.totalRate)),
+      queue(given.slots) {}
+
+void SessionContext::RefreshStore() {
+    store->Refresh();
+    for (const std::string& news : store->TakeNews()) gamelog->Printf("%s\n", news.c_str());
+}
+
+std::shared_ptr<const Release> SessionContext::LatestRelease(
+    const std::list<std::string>& components) {
+    RefreshStore();
+    return store->Latest(components);
+}
+
+void SessionContext::ReportUnreadable(const Release& release) {
+    ++counts.readErrors;
+    store->Doubt(release);
+    RefreshStore();
+}
+
+std::string SessionContext::MotdText() {
+    std::string text, error;
+    if (!options.motdFile.empty() && !ReadWholeFile(options.motdFile, &text, &error)) {
+        ++counts.readErrors;
+        gamelog->Printf("%s\n", error.c_str());
+    }
+    text.erase(std::min({text.find('\0'), text.size(), kMaxMotd}));
+    text.push_back('\0');
+    return text;
+}

@@ -1,0 +1,46 @@
+// What the sessions of a server share.
+#ifndef HALCYRIX_SERVE_SESSION_CONTEXT_H
+#define HALCYRIX_SERVE_SESSION_CONTEXT_H
+
+#include <functional>
+#include <list>
+#include <memory>
+#include <string>
+
+#include "serve/addresses.h"
+#include "serve/download_queue.h"
+#include "serve/event_tools.h"
+#include "serve/metrics.h"
+#include "serve/server_log.h"
+#include "serve/server_options.h"
+#include "store/store.h"
+
+class ClientSession;
+
+// Outlives the sessions. The store must outlive it.
+struct SessionContext {
+    SessionContext(Store* served, const ServerOptions& given);
+
+    // Takes up what has changed in the store, and logs it.
+    void RefreshStore();
+    // The newest release that holds all components, releases published just now included; null
+    // when there is none.
+    std::shared_ptr<const Release> LatestRelease(const std::list<std::string>& components);
+    // A file of the release is not as it was published.
+    void ReportUnreadable(const Release& release);
+    // The message of the day, cut at 64 KiB, with its final NUL.
+    std::string MotdText();
+
+    Store* const store;
+    const ServerOptions options;
+    const Owned<event_base> base;
+    const Owned<ev_token_bucket_cfg> clientRate;          // null for no limit
+    const Owned<bufferevent_rate_limit_group> totalRate;  // the same
+    ServerCounts counts;
+    Notices notices;
+    DownloadQueue queue;
+    AddressCounts addresses;
+    std::function<void(ClientSession*)> destroy;  // for a session that has ended
+};
+
+#endif
