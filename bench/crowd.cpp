@@ -85,7 +85,7 @@ struct Client {
 
     void OnPacket(const uint8_t* data) {
         if (state == LISTING) {
-            if (packets++ == 1) file = DecodeFileListEntry(data, length)->name;
+            if (packets++ == 1) file = Decode<FileListEntry>(data, length)->name;
             if (data[0] != '\0') return;
             Say(EncodeNamed(kTagFull, file));
             state = ASKING;
@@ -93,7 +93,7 @@ struct Client {
             Say(kTagQueue);
             state = WAITING;
         } else if (state == WAITING) {
-            const auto status = DecodeQueueStatus(data, length);
+            const auto status = Decode<QueueStatus>(data, length);
             if (told++ == 0) ++placed;
             if (!status->ready) {
                 if (holding) place = status->position;  // the line does not move
@@ -103,7 +103,7 @@ struct Client {
             state = HOLDING;
             if (!holding) Download();
         } else if (state == DOWNLOADING && length == 16) {
-            if (DecodeDownloadHeader(data, length)->index != kEndOfDownloads) return;
+            if (Decode<DownloadHeader>(data, length)->index != kEndOfDownloads) return;
             state = DONE;
             const double seconds = Now() - started;
             bytes += received;

@@ -32,7 +32,7 @@ int UpdateClient::RequestQueue() {
 }
 
 int UpdateClient::StepQueue() {
-    const auto status = DecodeQueueStatus(m_packet, m_packetLength);
+    const auto status = Decode<QueueStatus>(m_packet, m_packetLength);
     if (!status) return MalformedReply();
     if (status->ready) {
         m_progress->SetStatus("Downloading updates...");
@@ -55,7 +55,7 @@ int UpdateClient::StepSendDownload() {
 }
 
 int UpdateClient::StepDownloadHeader() {
-    const auto header = DecodeDownloadHeader(m_packet, m_packetLength);
+    const auto header = Decode<DownloadHeader>(m_packet, m_packetLength);
     if (!header) return MalformedReply();
     if (header->index == kEndOfDownloads) return FinishDownloads();
     const auto index = static_cast<int32_t>(header->index);

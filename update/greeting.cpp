@@ -75,7 +75,7 @@ int UpdateClient::StepFileList() {
         DecideByVersion();
         return 0;
     }
-    auto entry = DecodeFileListEntry(m_packet, m_packetLength);
+    auto entry = Decode<FileListEntry>(m_packet, m_packetLength);
     if (!entry) return MalformedReply();
     if (!IsSafeServerName(entry->name))
         return Abort("refusing the name %s from the server!  aborting!\n", entry->name.c_str());

@@ -1,9 +1,8 @@
-// The messages of the update protocol, as both ends know them. Each is the payload of one packet.
+// The messages of the update protocol, for both ends. Each is the payload of one packet.
 //
-// Requests begin with a four-letter tag; integers are little-endian; texts end with a NUL. Encoding
-// gives a payload; decoding does no I/O and tells a malformed payload by std::nullopt. Bytes beyond
-// a reply's last field are passed over, and of a reply that its first field says all about the
-// others may be missing; a request ends with its last field.
+// Requests begin with a four-letter tag and end with their last field. Replies may have further
+// bytes. Integers are little-endian; texts end with a NUL. Encode() and Decode() in
+// update/fields.h do no I/O; a malformed payload decodes to std::nullopt.
 #ifndef HALCYRIX_UPDATE_MESSAGES_H
 #define HALCYRIX_UPDATE_MESSAGES_H
 
@@ -14,6 +13,7 @@
 #include <string_view>
 
 #include "net/frame.h"
+#include "update/fields.h"
 
 constexpr int kUpdatePort = 21024;
 
@@ -29,7 +29,7 @@ constexpr std::string_view kTagResume = "RSUM";
 constexpr std::string_view kTagQueue = "REQD";
 constexpr std::string_view kTagDownload = "DOWN";
 
-// The data of a file travel in packets of exactly this size; a shorter one, maybe empty, ends it.
+// The size of every data packet of a file but the last, which is shorter and may be empty.
 constexpr int kDataPacketSize = kMaxPayload;
 
 // The index of the header that ends the download stream.
@@ -44,8 +44,10 @@ std::string EncodeVersioned(std::string_view tag, std::string_view version, std:
 struct ResumeRequest {
     uint32_t offset;        // the length of the partial local file
     uint32_t tailChecksum;  // of its last 1024 bytes
+
+    static constexpr std::string_view kTag = kTagResume;
+    auto Fields() { return std::tie(offset, tailChecksum); }
 };
-std::string Encode(const ResumeRequest& message);
 
 // Replies.
 
@@ -53,23 +55,23 @@ struct FileListEntry {
     std::string name;
     uint32_t checksum;
     uint32_t length;
+
+    auto Fields() { return std::tie(name, checksum, length); }
 };
-std::string Encode(const FileListEntry& message);
-std::optional<FileListEntry> DecodeFileListEntry(const uint8_t* data, size_t length);
 
 struct ChecksumReply {
     uint32_t checksum;  // in the installed version; kNoChecksum when there is none
+
+    auto Fields() { return std::tie(checksum); }
 };
-std::string Encode(const ChecksumReply& message);
-std::optional<ChecksumReply> DecodeChecksumReply(const uint8_t* data, size_t length);
 
 struct FullReply {
     uint32_t index;
     uint32_t checksum;
     uint32_t length;
+
+    auto Fields() { return std::tie(index, checksum, length); }
 };
-std::string Encode(const FullReply& message);
-std::optional<FullReply> DecodeFullReply(const uint8_t* data, size_t length);
 
 struct PatchReply {
     std::string downloadName;
@@ -77,35 +79,37 @@ struct PatchReply {
     uint32_t length;  // of what will be sent
     uint32_t checksum;
     bool isPatch;  // else the whole file is sent
+
+    auto Fields() { return std::tie(downloadName, index, length, checksum, isPatch); }
 };
-std::string Encode(const PatchReply& message);
-std::optional<PatchReply> DecodePatchReply(const uint8_t* data, size_t length);
 
 struct ResumeReply {
     bool accepted;
+
+    auto Fields() { return std::tie(accepted); }
 };
-std::string Encode(const ResumeReply& message);
-std::optional<ResumeReply> DecodeResumeReply(const uint8_t* data, size_t length);
 
 struct QueueStatus {
-    bool ready;         // the rest is of no use then, and may be missing
+    bool ready;
     uint16_t position;  // 0 is the first
     uint16_t queueLength;
     uint16_t rate;  // places served per 100 seconds
+
+    bool FirstIsAll() const { return ready; }
+    auto Fields() { return std::tie(ready, position, queueLength, rate); }
 };
-std::string Encode(const QueueStatus& message);
-std::optional<QueueStatus> DecodeQueueStatus(const uint8_t* data, size_t length);
 
 struct DownloadHeader {
-    uint32_t index;     // kEndOfDownloads stands alone; the rest may be missing
-    uint32_t checksum;  // of the whole download; clients pass over it
+    uint32_t index;
+    uint32_t checksum;  // of the whole download; clients ignore it
     uint32_t length;    // the same
     uint32_t startOffset;
-};
-std::string Encode(const DownloadHeader& message);
-std::optional<DownloadHeader> DecodeDownloadHeader(const uint8_t* data, size_t length);
 
-// A request as the server reads it: the tag and, by tag, the fields that it carries.
+    bool FirstIsAll() const { return index == kEndOfDownloads; }
+    auto Fields() { return std::tie(index, checksum, length, startOffset); }
+};
+
+// A request as the server reads it: the tag and the fields that it carries.
 struct Request {
     std::string_view tag;  // one of the constants above
     std::string name;      // component or file name

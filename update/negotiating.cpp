@@ -122,7 +122,7 @@ int UpdateClient::StepNegotiate() {
 }
 
 int UpdateClient::StepChecksumReply() {
-    const auto reply = DecodeChecksumReply(m_packet, m_packetLength);
+    const auto reply = Decode<ChecksumReply>(m_packet, m_packetLength);
     if (!reply) return MalformedReply();
     const FileRecord& record = m_checkList.front();
     const uint32_t local = FileChecksum(LocalPath(record.name), m_progress);
@@ -147,7 +147,7 @@ void UpdateClient::AddDownload(uint32_t index, uint32_t length, DownloadEntry en
 }
 
 int UpdateClient::StepFullReply() {
-    const auto reply = DecodeFullReply(m_packet, m_packetLength);
+    const auto reply = Decode<FullReply>(m_packet, m_packetLength);
     if (!reply) return MalformedReply();
     AddDownload(reply->index, reply->length,
                 DownloadEntry{m_request.name, LocalPath(m_request.name), false});
@@ -156,7 +156,7 @@ int UpdateClient::StepFullReply() {
 }
 
 int UpdateClient::StepPatchReply() {
-    const auto reply = DecodePatchReply(m_packet, m_packetLength);
+    const auto reply = Decode<PatchReply>(m_packet, m_packetLength);
     if (!reply) return MalformedReply();
     const std::string& name = reply->downloadName;
     // Used as given, without taking off a component; and the patch that it names is deleted.
@@ -199,7 +199,7 @@ int UpdateClient::StepSendResume() {
 }
 
 int UpdateClient::StepResumeReply() {
-    const auto reply = DecodeResumeReply(m_packet, m_packetLength);
+    const auto reply = Decode<ResumeReply>(m_packet, m_packetLength);
     if (!reply) return MalformedReply();
     if (reply->accepted) {
         gamelog->Printf("resuming download of %s\n", m_request.name.c_str());
