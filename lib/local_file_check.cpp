@@ -70,7 +70,7 @@ size_t CheckTogether(std::span<ExpectedFile> files, std::chrono::steady_clock::t
     std::vector<FileContents> contents;
     for (const Stream& stream : streams) {
         ExpectedFile& file = files[contents.size()];
-        struct stat status {};
+        struct stat status = {};
         fstat(fileno(stream.get()), &status);
         file.stamp = StampOf(status);
         file.good = static_cast<uint64_t>(status.st_size) == file.length &&

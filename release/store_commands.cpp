@@ -49,7 +49,7 @@ std::string Joined(const Names& names, const char* between) {
 
 // When the release was made, which copies of it keep.
 std::string Date(const Release& release) {
-    struct stat status {};
+    struct stat status = {};
     char text[32] = "?";
     const std::string manifest = release.Directory() + "/" + kManifestFile;
     if (stat(manifest.c_str(), &status) == 0) {

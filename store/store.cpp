@@ -72,7 +72,7 @@ std::unique_ptr<Store> Store::Open(const std::string& directory, std::string* er
 
 void Store::Refresh() {
     const std::string folder = m_directory + "/" + kReleasesFolder;
-    struct stat status {};
+    struct stat status = {};
     const bool found = stat(folder.c_str(), &status) == 0;
     const auto now = std::chrono::steady_clock::now();
     const bool again = !m_damaged.empty() && now - m_examined >= kLookAgain;
@@ -146,6 +146,7 @@ std::vector<std::string> Store::TakeNews() {
 
 std::vector<std::shared_ptr<const Release>> Store::Releases() const {
     std::vector<std::shared_ptr<const Release>> releases;
+    releases.reserve(m_releases.size());
     for (const auto& [sequence, release] : m_releases) releases.push_back(release);
     return releases;
 }
