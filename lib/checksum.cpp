@@ -6,11 +6,11 @@
 
 namespace {
 
-// One word of each of several chains. The compiler makes two SSE2 registers of it.
+// One word of each chain. The compiler keeps it in two SSE2 registers.
 constexpr size_t kLanes = 8;
 using Lanes = uint32_t __attribute__((vector_size(kLanes * sizeof(uint32_t))));
 
-// Inline, or GCC keeps the words in memory, which takes twice as long.
+// Forced inline: GCC would keep the words in memory, which takes twice as long.
 template <typename Word>
 inline void Mix(Word& a, Word& b, Word& c) {
     a = (a - b - c) ^ (c >> 13);
@@ -78,7 +78,7 @@ uint32_t Checksum(const void* data, uint32_t length, uint32_t initial) {
         Mix(a, b, c);
     }
 
-    // The rest counts as if padded with zeros, except that the low byte of c takes the length.
+    // The rest is padded with zeros; the low byte of c holds the length.
     uint8_t rest[12] = {};
     if (remaining > 0) memcpy(rest, bytes, remaining);
     a += Load32(rest);
@@ -95,7 +95,7 @@ void ChecksumFiles(std::span<FileContents> files) {
         for (; lanes.size() < kLanes && next != files.end(); ++next) {
             if (next->length >= kFilePiece) lanes.push_back(&*next);
         }
-        if (lanes.size() < 2) break;  // one alone is faster without lanes
+        if (lanes.size() < 2) break;  // one chain is faster without lanes
         HashPieces(lanes);
     }
     for (FileContents& file : files) {

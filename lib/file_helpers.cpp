@@ -13,7 +13,7 @@ namespace {
 
 constexpr size_t kRangePiece = 1024;
 
-// Pieces are read by the dozen: a call for each would take as long as a quarter of its checksum.
+// Several pieces per read: a system call takes a quarter of the time of a piece's checksum.
 constexpr size_t kPiecesPerRead = 16;
 
 constexpr off_t kReadAhead = 1 << 20;

@@ -11,7 +11,7 @@
 
 namespace {
 
-// Enough for eight of the largest files.
+// Room for eight of the largest files.
 constexpr size_t kRoom = size_t{4} << 20;
 
 int64_t Nanoseconds(const timespec& time) {

@@ -1,4 +1,4 @@
-// The comparison of a local file with what it ought to be.
+// Comparing local files with the expected length and checksum.
 #ifndef HALCYRIX_LIB_LOCAL_FILE_CHECK_H
 #define HALCYRIX_LIB_LOCAL_FILE_CHECK_H
 
@@ -24,8 +24,8 @@ struct LocalFileCheck {
     uint32_t tailChecksum = kNoChecksum;  // of a file whose length differs
 };
 
-// Compares the file at `path` with a length and a whole-file checksum. Of a file of another length
-// only the tail is read. `progress` may be null.
+// Compares the file with a length and a whole-file checksum. Reads only the tail of a file of
+// another length. `progress` may be null.
 LocalFileCheck CheckLocalFile(const std::string& path, uint64_t length, uint32_t checksum,
                               ProgressIndicator* progress);
 

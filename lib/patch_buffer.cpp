@@ -6,8 +6,7 @@
 
 namespace {
 
-// Stretches of the two files are read in turns, some of them far from one another: after a jump the
-// whole buffer is read.
+// Small, because every jump to another stretch reads the whole buffer again.
 constexpr size_t kReadBuffer = 16 * 1024;
 
 // The whole of a stream, as one span.

@@ -9,16 +9,15 @@
 #include "lib/spanbuf/span_buffer.h"
 #include "lib/stream.h"
 
-// The result of running a patch against a file: spans of the two files, which the buffer owns and
-// keeps open. The result must be written out while the buffer lives.
+// The result of a patch: spans of the patch and the target, which the buffer keeps open. Write it
+// out while the buffer lives.
 class PatchBuffer : public SpanBuffer {
 public:
-    // Runs the patch against the target and leaves the new contents in the spans. No byte of either
-    // file is copied. Call once on a new buffer.
+    // Runs the patch and leaves the new contents in the spans. Copies no bytes. Call once.
     //
-    // False when a file cannot be opened, and when the patch has an unknown command, ends within
-    // one, reaches outside its sources, or exceeds the limits of lib/patch_format.h. An unknown
-    // command and a missing last end-of-pass are told on standard output.
+    // False when a file cannot be opened, or when the patch has an unknown command, ends within a
+    // command, reads outside its sources or exceeds a limit of lib/patch_format.h. Reports an
+    // unknown command and a missing end-of-pass on standard output.
     [[nodiscard]] bool Load(const std::string& patch_path, const std::string& target_path);
 
 private:
@@ -28,7 +27,7 @@ private:
 
     Stream targetFile;
     Stream patchFile;
-    uint64_t m_extraSpans = 0;  // that commands have placed beyond one each
+    uint64_t m_extraSpans = 0;  // beyond one per command
 };
 
 #endif

@@ -19,7 +19,7 @@ constexpr uint64_t kPatchCopySize = 1 + 4 + 4;
 constexpr uint64_t kPatchLiteralHeaderSize = 1 + 4;
 constexpr uint64_t kPatchEndOfPassSize = 1;
 
-// Old and new contents must be no larger than a 32-bit length can tell.
+// Old and new contents fit a 32-bit length.
 constexpr uint64_t kMaxPatchedSize = 0xFFFFFFFF;
 
 // Spans allowed beyond one per command. Passes that copy their own output double the spans each

@@ -30,7 +30,7 @@ bool PatchReader::ReadNumber(uint32_t* number) {
 PatchCommand PatchReader::Next() {
     PatchCommand command{PatchCommand::UNKNOWN};
     if (!ReadByte(&command.byte)) {
-        // A file that cannot be read to its end is no shorter patch.
+        // After a read error the patch must not count as complete.
         return {m_position < m_size ? PatchCommand::TRUNCATED : PatchCommand::END_OF_FILE};
     }
     switch (command.byte) {

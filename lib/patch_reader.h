@@ -15,9 +15,8 @@ struct PatchCommand {
     uint64_t dataPosition = 0;  // LITERAL: where in the patch file its data begin
 };
 
-// Reads the commands of an open patch file from its start; the data of a literal are stepped over.
-// A command whose operands or data are cut off by the end of the file is TRUNCATED. The stream is
-// not owned, and nobody else may move it meanwhile.
+// Reads the commands of an open patch file from its start and skips the data of literals. A command
+// that ends after the file is TRUNCATED. Does not own the stream; nobody else may move it.
 class PatchReader {
 public:
     explicit PatchReader(FILE* patch);
@@ -27,7 +26,7 @@ public:
     PatchCommand Next();
 
 private:
-    // False at the end of the file, and when it ends within the number.
+    // False when the file ends before the value does.
     bool ReadByte(uint8_t* byte);
     bool ReadNumber(uint32_t* number);
 

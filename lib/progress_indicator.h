@@ -4,24 +4,24 @@
 
 #include <cstdint>
 
-// The face that the update client shows its progress, status and outcome to.
+// Shows progress, status and outcome of the update client.
 class ProgressIndicator {
 public:
     virtual ~ProgressIndicator() = default;
 
-    // Bytes of work done and in all.
+    // Both in bytes.
     virtual void SetProgress(int32_t done, int32_t total) = 0;
-    // One line of text, in place of the previous one.
+    // One line of text. Replaces the previous one.
     virtual void SetStatus(const char* text) = 0;
-    // An update session has ended: the number of files received, or -1 after a failure. The client
-    // is idle by then, so the next session may be started from inside the call.
+    // An update session has ended with this number of files received, or -1 after a failure. The
+    // client is idle, so the call may start the next session.
     virtual void Finished(int32_t result) = 0;
     // SetProgress() for totals of 2 GiB and more.
     virtual void SetLongProgress(int64_t done, int64_t total) {
         SetProgress(static_cast<int32_t>(done), static_cast<int32_t>(total));
     }
 
-    // What work of any size calls: the form that holds the total.
+    // Calls the one that can hold the total.
     void ShowProgress(int64_t done, int64_t total) {
         if (total <= INT32_MAX) {
             SetProgress(static_cast<int32_t>(done), static_cast<int32_t>(total));

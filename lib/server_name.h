@@ -1,22 +1,20 @@
-// Names that a server gives to files: a component, a slash, and the path below the home directory.
+// A server's names of files: a component, a slash and the path below the home directory.
 #ifndef HALCYRIX_LIB_SERVER_NAME_H
 #define HALCYRIX_LIB_SERVER_NAME_H
 
 #include <cstddef>
 #include <string>
 
-// What the system takes as a path.
+// The longest path that the system accepts.
 constexpr size_t kMaxNameLength = 4095;
 
-// The local path of a server's name: what follows its first slash, or all of it without one.
+// The part of a server's name behind its first slash; all of it without a slash.
 std::string LocalPath(const std::string& name);
 
-// Whether a path stays below the directory that it is relative to: neither absolute nor longer than
-// kMaxNameLength, and without a ".." component.
+// Whether a path is relative, no longer than kMaxNameLength and without a ".." component.
 bool IsPathInside(const std::string& path);
 
-// Whether a server's name may be used: neither the name nor its local path is empty, and both stay
-// inside.
+// Whether a server's name and its local path are both inside and not empty.
 bool IsSafeServerName(const std::string& name);
 
 #endif

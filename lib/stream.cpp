@@ -11,8 +11,7 @@ namespace {
 
 constexpr mode_t kNewFileMode = 0666;  // before the umask
 
-// In glibc fseeko() makes a system call even within the stream's buffer. To copy a shorter stretch
-// than this takes less.
+// glibc's fseeko() always makes a system call; reading over a short gap is cheaper.
 constexpr off_t kReadOver = 1024;
 
 Stream OpenStream(const std::string& path, int flags, const char* mode) {
@@ -54,15 +53,15 @@ void SetBuffer(Stream* stream, size_t size) {
     auto& buffer = stream->get_deleter().buffer;
     buffer = std::unique_ptr<char[]>(new char[size]);
     setvbuf(stream->get(), buffer.get(), _IOFBF, size);
-    // Streams that are worth a buffer are used a lot, by one thread.
+    // One thread uses the stream; locking each call is slow.
     __fsetlocking(stream->get(), FSETLOCKING_BYCALLER);
-    // ftello() makes a system call too, until the stream has been told where it stands.
+    // Until the first seek, ftello() makes a system call too.
     fseeko(stream->get(), 0, SEEK_SET);
 }
 
 void MoveTo(FILE* stream, uint64_t offset) {
     const auto target = static_cast<off_t>(offset);
-    // A stream that was at its end stays there until it is told to seek.
+    // A stream at its end must seek before it can read more.
     const off_t here = feof(stream) ? -1 : ftello(stream);
     if (here != -1 && here <= target && target - here <= kReadOver) {
         char passed[kReadOver];

@@ -12,7 +12,7 @@
 
 namespace {
 
-// A line is read in pieces of this size, terminator included; the rest of a longer one counts as
+// Lines are read in pieces of this size, with the terminator. The rest of a longer line counts as
 // the next line.
 constexpr int kLineSize = 128;
 

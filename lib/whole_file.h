@@ -18,12 +18,11 @@ std::string SystemError(const std::string& path);
 // Whether both can be read and hold the same bytes.
 bool HaveSameContents(const std::string& one, const std::string& other);
 
-// Makes `to`, which must not exist, a copy of `from` that shares its blocks where the file system
-// can do that.
+// Copies `from` to `to`, which must not exist. Shares the blocks where the file system can.
 [[nodiscard]] bool CopyFile(const std::string& from, const std::string& to, std::string* error);
 
-// A read-only mapping of a file, which lasts as long as the object. Nobody may cut the file short
-// meanwhile: touching a byte that is gone ends the program.
+// A read-only mapping of a file. The file must not shrink meanwhile: reading a missing byte ends
+// the program.
 class MappedFile {
 public:
     MappedFile() = default;
@@ -34,7 +33,7 @@ public:
     // Maps a regular file. Call once on a new object.
     [[nodiscard]] bool Open(const std::string& path, std::string* error);
 
-    // Gives the memory of the bytes before `end` back, until they are looked at again.
+    // Releases the memory of the bytes before `end`. They can still be read.
     void Release(size_t end);
 
     const uint8_t* Data() const { return m_data; }  // null for an empty file

@@ -6,11 +6,10 @@
 
 namespace {
 
-// A timer that is overdue by more milliseconds than this is fired after all others.
+// Milliseconds. A timer overdue by more fires after all others.
 constexpr uint64_t kOldestTimer = 2147483648;
 
-// Whether select() can watch the descriptor: fd_set is a fixed array, and writing past it is no
-// error that anything reports.
+// fd_set is a fixed array; a larger descriptor would be written past its end.
 bool Watchable(int fd) {
     return fd >= 0 && fd < FD_SETSIZE;
 }
@@ -22,7 +21,7 @@ timeval* SelectTimeout(uint64_t milliseconds, timeval* timeout) {
     return timeout;
 }
 
-// Takes the bit out, so that a scan that starts again does not deliver the same readiness twice.
+// Clears the bit: a scan that starts again must not deliver the same readiness twice.
 bool TakeReady(int fd, fd_set* set) {
     if (!Watchable(fd) || !FD_ISSET(fd, set)) return false;
     FD_CLR(fd, set);
@@ -99,7 +98,7 @@ uint64_t EventLoop::RunTimers() {
         const auto delta = static_cast<int64_t>(next->first - now);
         if (delta > 0) return static_cast<uint64_t>(delta);
 
-        // The entry outlives the call, so that OnTimer() can arm its own timer anew.
+        // Erased after the call, since OnTimer() may arm its own timer again.
         const auto fired = next;
         fired->second->m_armed = 0;
         fired->second->OnTimer(now);
@@ -172,7 +171,7 @@ int EventLoop::Dispatch(int wait) {
         if (ready <= 0) return total;
         total += ready;
         HandleSets(&read, &write);
-        // Nothing is handled any more, so that select() would find the same readiness for ever.
+        // The handlers no longer run, so select() would report the same readiness forever.
         if (m_stop && !wait) return total;
     }
 }
@@ -185,7 +184,7 @@ int EventLoop::Run() {
         timeval* limit = SelectTimeout(untilTimer, &timeout);
         fd_set read, write;
         const int count = BuildSets(&read, &write);
-        // It may have deleted the last event, and select() would then wait for nothing.
+        // BuildSets() may have deleted the last event; select() would then wait forever.
         if (m_io.empty() && m_timers.empty()) return m_exitCode;
         if (select(count, &read, &write, nullptr, limit) != -1) HandleSets(&read, &write);
         RunPolls(true);

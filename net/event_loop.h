@@ -13,10 +13,10 @@ class EventLoop;
 constexpr uint32_t IO_WRITE = 1;
 constexpr uint32_t IO_READ = 2;
 
-// A source of descriptor events. Who closes the descriptor clears the flags first, so that none are
-// left of it. Flags that are set while m_fd is -1 wait for the next descriptor.
+// A source of descriptor events. Clear the flags before closing the descriptor. Flags set while
+// m_fd is -1 apply to the next descriptor.
 //
-// An event must be removed from its dispatcher before it is destroyed.
+// Must be removed from its dispatcher before it is destroyed.
 class IO_Event {
 public:
     IO_Event() = default;
@@ -36,8 +36,8 @@ public:
     int32_t m_fd = -1;     // -1 when there is none
 };
 
-// A timer, firing once for each arming. It belongs to the dispatcher that it was made with, which
-// must outlive it, and cancels itself when it is destroyed.
+// A timer that fires once for each arming. The dispatcher must outlive it. The destructor cancels
+// it.
 class Timer_Event {
 public:
     explicit Timer_Event(EventLoop* loop) : m_loop(loop) {}
@@ -45,13 +45,13 @@ public:
     Timer_Event(const Timer_Event&) = delete;
     Timer_Event& operator=(const Timer_Event&) = delete;
 
-    // `now` is the clock reading, in milliseconds, of the pass that fires the timer. May arm and
-    // cancel timers, this one included.
+    // `now` is the time of the pass on the scale of EventLoop::Now(). May arm and cancel timers,
+    // also this one.
     virtual void OnTimer(uint64_t now) = 0;
 
-    // Arms the timer `delay` milliseconds from now, in place of an earlier arming.
+    // Arms the timer `delay` milliseconds from now. Replaces an earlier arming.
     void Schedule(uint64_t delay);
-    // The same for a moment on the scale of EventLoop::Now().
+    // `due` is on the scale of EventLoop::Now().
     void ScheduleAt(uint64_t due);
     void Cancel();
 
@@ -82,12 +82,11 @@ protected:
     std::list<Poll_Event*>::iterator m_entry{};
 };
 
-// Serves its registrations on the thread that calls Dispatch() or Run(). Handlers may add, remove,
-// arm and cancel, but must not enter the dispatcher again. It owns no event, except that it deletes
-// one whose m_dead is set.
+// Calls handlers on the thread that calls Dispatch() or Run(). Handlers may add, remove, arm and
+// cancel, but must not call Dispatch() or Run(). Owns no event, but deletes one whose m_dead is
+// set.
 //
-// Descriptors outside 0 ... FD_SETSIZE - 1 cannot be watched: such an event stays registered and is
-// never ready. Nothing is reported or logged here.
+// A descriptor outside 0 ... FD_SETSIZE - 1 is never ready. Logs nothing.
 class EventLoop {
 public:
     using IO_Entry = std::list<IO_Event*>::iterator;
@@ -100,8 +99,8 @@ public:
     // Milliseconds since the epoch by the wall clock.
     static uint64_t Now();
 
-    // Registers the event; the caller keeps the entry for RemoveIO(). An earlier registration of
-    // the same event is not looked for.
+    // Registers the event and returns the entry for RemoveIO(). A second call for the same event
+    // adds a second entry.
     IO_Entry AddIO(IO_Event* event);
     void RemoveIO(IO_Entry entry);
     void RemoveFd(int fd);
@@ -109,31 +108,31 @@ public:
     Poll_Entry AddPoll(Poll_Event* event);
     void RemovePoll(Poll_Entry entry);
 
-    // One pass: polls, due timers, and every ready descriptor until select() finds none. With
-    // `wait` 0 nothing is waited for; otherwise the pass lasts until a select() ends by the next
-    // timer's due time. Returns how many ready descriptors select() reported, but 0 when the last
-    // registration goes during the pass, or a waiting pass is stopped.
+    // One pass: runs polls, due timers and ready descriptors until select() finds none. With `wait`
+    // 0 select() only polls; otherwise it waits until the next timer is due. Returns the number of
+    // ready descriptors reported; 0 when the last registration was removed during the pass or a
+    // waiting pass was stopped.
     int Dispatch(int wait);
 
-    // Serves until Stop() or until nothing is registered; returns the exit code.
+    // Runs until Stop() or until nothing is registered. Returns the exit code.
     int Run();
 
-    // Ends Run(), or the pass under way, before the next descriptor event is served; later ones end
-    // likewise. Timers that are due, and the polls of Dispatch(), are still served.
+    // Ends Run() or Dispatch() before the next descriptor event, now and in later calls. Due timers
+    // and the polls of Dispatch() still run.
     void Stop(int exitCode);
 
-    // The steps of a pass. Fires the due timers; returns the milliseconds until the next one, 0
-    // when none is left.
+    // The steps of a pass. Fires the due timers. Returns the milliseconds until the next one, 0 for
+    // none.
     uint64_t RunTimers();
-    // Deletes dead events and fills the sets; returns the highest live descriptor plus one.
+    // Deletes dead events and fills the sets. Returns the highest live descriptor plus one.
     int BuildSets(fd_set* read, fd_set* write);
-    // Serves what select() has left in the sets, and takes it out of them.
+    // Calls the handlers of the descriptors in the sets and removes these from the sets.
     void HandleSets(fd_set* read, fd_set* write);
 
 private:
     friend class Timer_Event;
 
-    // A pass of Run() heeds m_stop, one of Dispatch() does not.
+    // Run() stops its polls when m_stop is set, Dispatch() does not.
     void RunPolls(bool heedStop);
 
     std::list<IO_Event*> m_io;  // newest first

@@ -53,7 +53,7 @@ void RXPacketTCP::OnReadable() {
             OnDisconnect();
             return;
         }
-        if (got == -1) return;  // drained, or an error: the next readiness then shows the end
+        if (got == -1) return;  // drained, or an error that the next read shows
         m_rxLen += got;
         if (!DeliverPackets()) return;
         if (got < room) return;
@@ -81,7 +81,7 @@ bool RXPacketTCP::DeliverPackets() {
 
 void RXPacketTCP::DropPackets() {
     for (int reads = 0; reads < kMostReads; ++reads) {
-        // Looked at first: an invalid frame has to stay readable.
+        // Peeks first, so that an invalid frame stays readable.
         const auto got =
             static_cast<int>(recv(m_fd, m_rxBuf + m_rxLen, kMaxFrame - m_rxLen, MSG_PEEK));
         if (got <= 0) return;

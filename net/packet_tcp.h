@@ -1,4 +1,4 @@
-// A TCP connection that carries packets, each in a frame of its own.
+// A TCP connection that carries packets, each in a frame (net/frame.h).
 #ifndef HALCYRIX_NET_PACKET_TCP_H
 #define HALCYRIX_NET_PACKET_TCP_H
 
@@ -28,12 +28,11 @@ public:
     // connect anew.
     virtual void OnDisconnect() = 0;
 
-    // As RXTCP::Connect, with an empty receive buffer.
+    // RXTCP::Connect() with an empty receive buffer.
     [[nodiscard]] int Connect(const char* host, int port);
 
-    // Hands one frame to the socket. Returns 0 for a payload of more than kMaxPayload bytes, which
-    // is logged, for a negative length, and when the send fails. There is no queue: a short write
-    // counts as sent.
+    // Sends one frame with a single send(). Returns 0 when that fails, for a negative length, and
+    // for more than kMaxPayload bytes, which is logged. A short write counts as sent.
     int SendPacket(const void* data, int length);
 
     // Reads and drops the complete frames that the socket already holds, up to a bounded amount.

@@ -22,7 +22,8 @@ RXTCPListen::RXTCPListen(int port) {
     const bool bound =
         bind(m_fd, reinterpret_cast<const sockaddr*>(&m_bindAddr), sizeof m_bindAddr) == 0;
     if (bound) SetNonBlocking(m_fd);
-    // Two sockets may be bound to a port as long as neither listens: the second then fails here.
+    // bind() succeeds for two sockets as long as neither listens; listen() then fails for the
+    // second.
     if (!bound || listen(m_fd, kBacklog) == -1) {
         gamelog->Printf("RXTCPListen: %s\n", strerror(errno));
         Close();

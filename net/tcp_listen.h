@@ -6,16 +6,15 @@
 
 #include "net/tcp.h"
 
-// Listens on all local addresses once it is constructed, watched for reading; or is closed when the
-// port is not to be had, which is logged. Its owner registers it.
+// Listens on all local addresses and watches for reading. Closed when the port cannot be bound,
+// which is logged. The owner registers it.
 class RXTCPListen : public RXTCP {
 public:
     explicit RXTCPListen(int port);
 
     void OnReadable() override;
 
-    // A connection has been accepted. `fd` is in blocking mode, close-on-exec, registered nowhere,
-    // and belongs to the callee.
+    // A connection has been accepted. `fd` is blocking and close-on-exec; the callee owns it.
     virtual void OnAccept(int32_t fd, const sockaddr_in& addr) = 0;
 
 protected:

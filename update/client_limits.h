@@ -1,5 +1,5 @@
-// What one conversation may make the client keep. No release comes near; a server that never stops
-// sending must not fill the player's memory, nor keep the window waiting for ever.
+// Limits of one conversation, far above any release. A server that never stops sending must not
+// fill the memory or block the window forever.
 #ifndef HALCYRIX_UPDATE_CLIENT_LIMITS_H
 #define HALCYRIX_UPDATE_CLIENT_LIMITS_H
 

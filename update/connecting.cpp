@@ -1,4 +1,4 @@
-// Reaching an update server: the host list, the timeout, and what is said when none is left.
+// Connecting to an update server: the host list, the timeout and the report when none is left.
 
 #include <cstdarg>
 #include <string>
@@ -33,7 +33,7 @@ int UpdateClient::Start(int wantMotd, ...) {
 }
 
 int UpdateClient::ConnectNext() {
-    // Nothing of the conversation before may reach into the next one.
+    // The next conversation starts without the file and the states of this one.
     m_file.reset();
     s_returnStates.Clear();
 
@@ -43,7 +43,7 @@ int UpdateClient::ConnectNext() {
         m_progress->SetStatus("Connection failed");
         PrintUnreachable();
         Close();
-        Cancel();  // else the last attempt's timeout would come here again
+        Cancel();  // else the last attempt's timeout would repeat this
         return 0;
     }
     ++m_serverIndex;
@@ -52,7 +52,7 @@ int UpdateClient::ConnectNext() {
         "Connecting to " + std::string(host) + ":" + std::to_string(kUpdatePort) + "...";
     m_progress->SetStatus(text.c_str());
     gamelog->Printf("%s\n", text.c_str());
-    // After a failed start there is nothing to watch: the timeout goes on to the next host.
+    // After a failed start there is nothing to watch. The timeout goes on to the next host.
     if (!Connect(host, kUpdatePort)) gamelog->Printf("Failed connecting to %s\n", host);
 
     m_state = STATE_CONNECTING;
@@ -65,7 +65,7 @@ int UpdateClient::ConnectNext() {
 }
 
 void UpdateClient::OnDisconnect() {
-    // What is received behind the packet that ended the session is of no interest.
+    // The session has ended; ignore what arrived behind its last packet.
     if (!m_connected) return;
     gamelog->Printf("Disconnected\n");
     ConnectNext();

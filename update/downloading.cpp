@@ -78,12 +78,11 @@ int UpdateClient::StepDownloadHeader() {
         if (!m_file) {
             unlink(path.c_str());  // else every later session would fail
         } else if (StreamSize(m_file.get()) != header->startOffset) {
-            m_file.reset();  // somebody else has been at it
+            m_file.reset();  // another program changed it
         }
     }
     if (!m_file) return Abort("can't open %s!  aborting!", path.c_str());
-    // Every packet is written when it comes: what the progress counts is in the file, also when the
-    // program is killed.
+    // Each packet goes to the file at once, so a killed program loses nothing that was received.
     setvbuf(m_file.get(), nullptr, _IONBF, 0);
     m_state = STATE_DOWN_DATA;
     return 0;

@@ -1,4 +1,4 @@
-// The first words with a server: greeting, message of the day, latest version and file list.
+// The start of a conversation: greeting, message of the day, latest version and file list.
 
 #include <algorithm>
 #include <cstring>

@@ -1,4 +1,4 @@
-// The client's members for local files, as calls of the functions that know no client.
+// The client's members for local files: calls of the functions in lib/.
 
 #include <unistd.h>
 

@@ -1,4 +1,4 @@
-// What each file of the latest version needs: nothing, a patch, or to be fetched whole.
+// Decides what each file of the latest version needs: nothing, a patch, or the whole file.
 
 #include <vector>
 
@@ -81,7 +81,7 @@ bool UpdateClient::FindWrongFile(LocalFileCheck* found) {
     return true;
 }
 
-// Every file is right, or announced as a download.
+// All files have been checked.
 int UpdateClient::FinishChecks() {
     if (!m_downloads.empty()) {
         DropPackets();
@@ -92,7 +92,7 @@ int UpdateClient::FinishChecks() {
     return SESSION_COMPLETE;
 }
 
-// Without patches: every file that is not right is fetched whole, or from where it was cut off.
+// Fetches every wrong file whole, or resumes it when its length differs.
 int UpdateClient::StepVerify() {
     LocalFileCheck found;
     if (!FindWrongFile(&found)) return 0;
@@ -109,7 +109,8 @@ int UpdateClient::StepVerify() {
     return 0;
 }
 
-// With patches: of every file that is not right the checksum in the installed version decides.
+// Asks for the checksum that a wrong file had in the installed version. That decides between a
+// patch and the whole file.
 int UpdateClient::StepNegotiate() {
     LocalFileCheck found;
     if (!FindWrongFile(&found)) return 0;
@@ -159,7 +160,7 @@ int UpdateClient::StepPatchReply() {
     const auto reply = Decode<PatchReply>(m_packet, m_packetLength);
     if (!reply) return MalformedReply();
     const std::string& name = reply->downloadName;
-    // Used as given, without taking off a component; and the patch that it names is deleted.
+    // This name is a local path as it stands, and the patch there is deleted in the end.
     if (!IsPathInside(name))
         return Abort("refusing the name %s from the server!  aborting!\n", name.c_str());
     m_nameBytes += name.size();

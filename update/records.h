@@ -1,4 +1,4 @@
-// What the update client keeps of the server's files.
+// The update client's records of files and downloads.
 #ifndef HALCYRIX_UPDATE_RECORDS_H
 #define HALCYRIX_UPDATE_RECORDS_H
 
@@ -26,7 +26,7 @@ struct DownloadEntry {
     bool isPatch = false;
     bool received = false;  // all its data, in this conversation
 
-    // Where the data of the download are written.
+    // Where the download is written.
     const std::string& OutputPath() const { return isPatch ? source : target; }
 };
 

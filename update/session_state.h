@@ -32,8 +32,8 @@ enum SessionEvent : int {
     EVENT_TIMER = 3,
 };
 
-// What a step returns that ended the session with success; all others return 0. It is no number
-// that a flag or a count would have, so that none passes for success.
+// The result of a step that ended the session with success; all others return 0. Arbitrary, so no
+// flag or count passes for it.
 constexpr int SESSION_COMPLETE = 204;
 
 // The states to go back to when a request has been answered. A push onto a full stack is dropped;

@@ -15,7 +15,7 @@ void UpdateClient::OnWritable() {
 }
 
 void UpdateClient::OnPacket(const uint8_t* data, int length) {
-    // Packets that were received together with the one at which the client hung up.
+    // Packets received together with the one that ended the connection.
     if (!IsOpen()) return;
     m_packet = data;
     m_packetLength = length;
@@ -27,7 +27,7 @@ void UpdateClient::OnTimer(uint64_t) {
     HandleEvent(EVENT_TIMER);
 }
 
-// The whole session at a glance. What is not named here is ignored.
+// The whole session at a glance. Other pairs of state and event are ignored.
 int UpdateClient::HandleEvent(SessionEvent event) {
     const bool packet = event == EVENT_PACKET;
     const bool writable = event == EVENT_WRITABLE;

@@ -1,4 +1,4 @@
-// The update client: one object that is the connection to the update server and runs the sessions.
+// The update client: the connection to the update server and the session over it.
 #ifndef HALCYRIX_UPDATE_UPDATE_CLIENT_H
 #define HALCYRIX_UPDATE_UPDATE_CLIENT_H
 
@@ -18,14 +18,14 @@
 #include "update/records.h"
 #include "update/session_state.h"
 
-// Brings the working directory up to the latest version of a set of components, in a conversation
-// with one server of the pool; a lost connection starts the conversation anew on the next one.
+// Brings the working directory up to the latest version of a set of components. Talks to one server
+// of the pool; after a lost connection it starts again with the next.
 //
-// While it waits for a reply the client watches for reading alone; while it has work of its own it
-// watches for writing too, and the next writable event carries the work on.
+// While it waits for a reply, the client watches for reading only. While it has work of its own, it
+// watches for writing too, and the next writable event continues the work.
 //
-// Owns its socket, lists and download file. The dispatcher and the indicator must outlive it, and
-// it must be idle when it is destroyed. The log must exist.
+// Owns its socket, lists and download file. The dispatcher, the indicator and the log must outlive
+// it. Must be idle when it is destroyed.
 class UpdateClient : public RXPacketTCP, public Timer_Event {
 public:
     UpdateClient(EventLoop* loop, ProgressIndicator* progress);
@@ -35,9 +35,9 @@ public:
     void OnDisconnect() override;
     void OnTimer(uint64_t now) override;
 
-    // Starts a session for the components, given as NUL-terminated strings up to a null pointer.
-    // Returns 0 when none was started: one is running, or no server is left to try. Otherwise the
-    // indicator's Finished() tells the end, unless no server can be reached.
+    // Starts a session for the components, NUL-terminated strings up to a null pointer. Returns 0
+    // when a session is running or no server is left to try. Otherwise the session ends with the
+    // indicator's Finished(), unless no server can be reached.
     int Start(int wantMotd, ...) __attribute__((sentinel));
 
     // Sets m_localVersion to the version recorded for the components, empty when there is none.
@@ -45,23 +45,22 @@ public:
     // Records m_latestVersion for the components.
     void WriteVersionRecord();
 
-    // Compares a local file with its record: 0 missing or bad, 1 good, 2 of another length, whose
-    // tail checksum is then in *checksum_out. *size_out is set when the file could be opened.
+    // Compares a local file with its record. Returns 0 for missing or bad, 1 for good, 2 for
+    // another length; *checksum_out then has the tail checksum. Sets *size_out when the file can be
+    // opened.
     int CheckFile(const FileRecord& record, uint32_t* size_out, uint32_t* checksum_out);
 
-    // Applies every download that is left, in the order of their indexes, as a patch.
+    // Applies every remaining download as a patch, in index order.
     void ApplyPatches();
 
 private:
-    // One step of the session. Returns SESSION_COMPLETE when it has ended the session with success,
-    // else 0; so does the step of every state, and whatever a step leaves by.
+    // One step of the session. Returns SESSION_COMPLETE after success, else 0; so do all steps.
     int HandleEvent(SessionEvent event);
-    // `result` is that of the session's last step, and `event` the one it was taken on: the words
-    // of success depend on both.
+    // `result` and `event` are those of the last step; the status text depends on both.
     void EndSession(int result, SessionEvent event);
 
-    // Ways to leave a step: to wait for a reply, to carry on with own work, to fail the session
-    // with some last words, or to treat a reply that does not parse as a lost connection.
+    // Ways to end a step: wait for a reply, continue own work, log and fail the session, or treat a
+    // malformed reply as a lost connection.
     void WaitForReply(SessionState state);
     void CarryOn(SessionState state);
     int Abort(const char* format, ...) __attribute__((format(printf, 2, 3)));
@@ -106,39 +105,39 @@ private:
     int StepDownloadData();
     int FinishDownloads();
 
-    // Returns whether the payload was handed to the socket. Only the greeting asks: when it is gone
-    // later, the next readiness tells.
+    // Returns whether the payload was sent. Only the greeting looks: a later loss shows at the next
+    // read.
     int Send(std::string_view payload);
 
     EventLoop::IO_Entry m_registration{};  // while m_connected
-    // A session has been started and has not ended. When no server is left it does not end: it
-    // stays set, and no other session can be started.
+    // A session has started and has not ended. Stays set when no server is left, so no other
+    // session can start.
     int m_connected = 0;
     EventLoop* m_loop;
     SessionState m_state = STATE_IDLE;
-    std::list<FileRecord> m_checkList;  // of the server's list, what is still to be checked
+    std::list<FileRecord> m_checkList;  // files of the server's list that still await their check
     std::list<FileRecord>::iterator m_nextLook;  // the first file not looked at yet
     bool m_lookAhead = true;                     // the last file checked was right
-    // By the server's index, in the order in which patches are applied. What a broken conversation
-    // announced stays until it is received, or taken for a patch.
+    // By the server's index. Entries of a broken conversation stay until they are received or
+    // treated as patches.
     std::map<int32_t, DownloadEntry> m_downloads;
     std::map<int32_t, DownloadEntry>::iterator m_currentDownload = m_downloads.end();
     std::string m_latestVersion;
     std::string m_localVersion;  // empty when none is recorded
-    FileRecord m_request;        // what the request under way is about; of a resumed patch, itself
+    FileRecord m_request;        // of the outstanding request; for a resumed patch, the patch
     std::list<std::string> m_components;
-    bool m_wantMotd = false;       // ask for the message of the day
-    int m_serverIndex = 0;         // of the next host to try
-    std::string m_pendingRequest;  // the last request that named something; kept to be looked at
+    bool m_wantMotd = false;            // ask for the message of the day
+    int m_serverIndex = 0;              // of the next host to try
+    std::string m_pendingRequest;       // the last request with a name, for debugging
     const uint8_t* m_packet = nullptr;  // valid during the step that handles it
     int m_packetLength = 0;
     ProgressIndicator* m_progress;
-    Stream m_file;                 // of m_currentDownload, while its data come
+    Stream m_file;                 // of m_currentDownload, while its data arrive
     int64_t m_bytesTotal = 0;      // announced in this conversation
-    int64_t m_bytesDone = 0;       // received, or there before and accepted to be resumed
+    int64_t m_bytesDone = 0;       // received, or accepted for resuming
     uint32_t m_receivedCount = 0;  // files, in this session
     size_t m_motdLength = 0;       // received in this conversation
-    size_t m_nameBytes = 0;        // kept of the server's names in this conversation
+    size_t m_nameBytes = 0;        // of the server's names kept in this conversation
 };
 
 #endif

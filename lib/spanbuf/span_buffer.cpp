@@ -70,7 +70,7 @@ uint64_t SpanBuffer::WriteSpan(const Span& span, FILE* out, ProgressIndicator* p
         const uint64_t wanted = std::min(span.length - written, kBlock);
         const size_t got = fread(piece, 1, wanted, span.file);
         const size_t put = fwrite(piece, 1, got, out);
-        if (got == 0 || put < got) return 0;  // the stream ends before the span, or the room does
+        if (got == 0 || put < got) return 0;  // the span's file or the disk ends
         written += put;
         if (progress == nullptr) continue;
         progress->ShowProgress(static_cast<int64_t>(done + written), static_cast<int64_t>(total));
@@ -83,7 +83,7 @@ bool SpanBuffer::Write(FILE* out, ProgressIndicator* progress) const {
     for (const auto& [start, span] : spans) {
         if (WriteSpan(span, out, progress, start, total) == 0) return false;
     }
-    return fflush(out) == 0;  // short outputs meet a full device only now
+    return fflush(out) == 0;  // a short output meets a full disk only here
 }
 
 bool SpanBuffer::WriteFile(const std::string& path, ProgressIndicator* progress) const {

@@ -1,4 +1,4 @@
-// The contents of a file that does not exist yet, as stretches of open files.
+// The contents of a new file, as stretches of open files.
 #ifndef HALCYRIX_LIB_SPANBUF_SPAN_BUFFER_H
 #define HALCYRIX_LIB_SPANBUF_SPAN_BUFFER_H
 
@@ -20,9 +20,8 @@ struct Span {
 // An ordered list of spans that tile the buffer from 0 without gap or overlap. Every span has a
 // positive length, except the single span of an empty file.
 //
-// A value: copies share the streams, never bytes. The streams must stay open for as long as a
-// buffer over them is used; writing a buffer moves their positions. Building costs by the number of
-// spans, not of bytes.
+// Copies share the streams, which must outlive them. Writing moves the streams' positions. The cost
+// of building depends on the number of spans, not of bytes.
 class SpanBuffer {
 public:
     uint64_t Size() const;
@@ -33,23 +32,22 @@ public:
     // Whether the range lies inside the buffer.
     bool Contains(uint64_t offset, uint64_t length) const;
 
-    // The `length` bytes from `offset` as spans into the same streams. A range that the buffer does
-    // not contain gives an empty buffer. The buffer must have a span.
+    // The `length` bytes from `offset`, as spans of the same streams. Empty when the buffer does
+    // not contain the range. The buffer must have a span.
     SpanBuffer SubSpan(uint64_t offset, uint64_t length) const;
-    // Appends the same to another buffer; returns the number of spans placed.
+    // Appends these spans to another buffer. Returns their number.
     size_t AppendTo(SpanBuffer* target, uint64_t offset, uint64_t length) const;
 
-    // Writes all bytes to `out`, in pieces of at most 4096, telling `progress` (may be null) of
-    // each, and flushes it. False at the first span that fails, an empty one included.
+    // Writes all bytes to `out` in pieces of at most 4096 and flushes it. Reports each piece to
+    // `progress` (may be null). False at the first span that fails; an empty span fails.
     [[nodiscard]] bool Write(FILE* out, ProgressIndicator* progress) const;
 
-    // Writes one span; `done` bytes of `total` have been written before it. Returns the number of
-    // bytes written, 0 for failure.
+    // Writes one span, after `done` of `total` bytes. Returns the number of bytes written, 0 for
+    // failure.
     static uint64_t WriteSpan(const Span& span, FILE* out, ProgressIndicator* progress,
                               uint64_t done, uint64_t total);
 
-    // Writes the buffer into a new or truncated file. What was written before a failure stays in
-    // the file.
+    // Writes the buffer into a new or truncated file. After a failure the file has a part of it.
     [[nodiscard]] bool WriteFile(const std::string& path, ProgressIndicator* progress) const;
 
     // Lists the spans on standard output.
