@@ -3,6 +3,7 @@
 #include <cstdio>
 
 #include "lib/patch_format.h"
+#include "log/gamelog.h"
 
 namespace {
 
@@ -62,13 +63,16 @@ bool PatchBuffer::Load(const std::string& patch_path, const std::string& target_
                 break;
             case PatchCommand::END_OF_FILE:
                 if (output.Size() == 0) return true;
-                printf("warning: no terminator on patch %s\n", patch_path.c_str());
+                PrintToStdout("warning: no terminator on patch " + patch_path + "\n");
                 spans = std::move(output.spans);
                 return true;
-            case PatchCommand::UNKNOWN:
-                printf("Unknown patch command %02x in %s!\naborting...", command.byte,
-                       patch_path.c_str());
+            case PatchCommand::UNKNOWN: {
+                char byte[3];
+                snprintf(byte, sizeof byte, "%02x", command.byte);
+                PrintToStdout("Unknown patch command " + std::string(byte) + " in " + patch_path +
+                              "!\naborting...");
                 return false;
+            }
             case PatchCommand::TRUNCATED: return false;
         }
     }

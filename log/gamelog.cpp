@@ -1,7 +1,11 @@
 #include "log/gamelog.h"
 
+#include <unistd.h>
+
 #include <cstdio>
 #include <ctime>
+#include <cwchar>
+#include <cwctype>
 
 namespace {
 
@@ -11,7 +15,31 @@ char log_buffer[65536];
 const char* const* message_table = nullptr;
 uint32_t message_count = 0;
 
+// The text with '?' for each control character and each byte that is no character in the locale.
+std::string WithoutControls(const std::string& text) {
+    std::string shown;
+    mbstate_t state{};
+    for (size_t at = 0, length; at < text.size(); at += length) {
+        wchar_t character = L'\0';
+        length = mbrtowc(&character, &text[at], text.size() - at, &state);
+        const bool valid = length > 0 && length <= text.size();
+        if (!valid) {
+            state = {};
+            length = 1;
+        }
+        const bool kept = character == L'\n' || character == L'\t';
+        shown += valid && (kept || iswcntrl(static_cast<wint_t>(character)) == 0)
+                     ? text.substr(at, length)
+                     : "?";
+    }
+    return shown;
+}
+
 }  // namespace
+
+void PrintToStdout(const std::string& text) {
+    fputs((isatty(STDOUT_FILENO) != 0 ? WithoutControls(text) : text).c_str(), stdout);
+}
 
 GameLog* gamelog = nullptr;
 int32_t GameLog::m_level = 0;
@@ -21,7 +49,7 @@ void GameLog::Print(const char* text) {
     const time_t now = time(nullptr);
     const tm* local = localtime(&now);
     if (local == nullptr || strftime(stamp, sizeof stamp - 1, "%c", local) == 0) stamp[0] = '\0';
-    printf("[%s] %s", stamp, text);
+    PrintToStdout(std::string("[") + stamp + "] " + text);
     fflush(stdout);
 }
 

@@ -1,17 +1,21 @@
-// The game log: the channel through which every part of the program reports what it does.
+// The game log, through which every part of the program reports what it does.
 #ifndef HALCYRIX_LOG_GAMELOG_H
 #define HALCYRIX_LOG_GAMELOG_H
 
 #include <concepts>
 #include <cstdarg>
 #include <cstdint>
+#include <string>
 
-// Formats log texts and hands each finished text to the virtual Print(). The base class writes to
-// standard output; the launcher derives from it to fill its console.
+// Writes to standard output. A terminal gets '?' for each control character but line feeds and
+// tabs: texts can hold names that a server has chosen.
+void PrintToStdout(const std::string& text);
+
+// Formats log texts and passes each finished text to the virtual Print(). The base class writes to
+// standard output; the updater derives from it to fill its console.
 //
-// Texts bring their own line end; nothing adds one. All formatted prints build their text in one
-// static buffer, which cuts it at 65534 characters: an override of Print() must not print to the
-// log again. One thread only.
+// Texts bring their own line end. All formatted prints share one static buffer, which cuts a text
+// at 65534 characters; an override of Print() must not print to the log. One thread only.
 class GameLog {
 public:
     virtual ~GameLog() = default;
@@ -25,8 +29,8 @@ public:
 
     void VPrintf(const char* format, va_list arguments) __attribute__((format(printf, 2, 0)));
 
-    // Like Printf, with the format taken from the message table. A level is signed: of two unsigned
-    // numbers the first is the message's.
+    // Like Printf, with the format taken from the message table. An int32_t first argument is a
+    // level, a uint32_t a message number.
     void PrintMsg(uint32_t msgno, ...);
     template <std::same_as<int32_t> Level>
     void PrintMsg(Level level, uint32_t msgno, ...) {
@@ -37,12 +41,12 @@ public:
         va_end(arguments);
     }
 
-    // Appends the formatted text to the file at `path`, unstamped. A file that cannot be opened is
-    // passed over in silence.
+    // Appends the formatted text to the file at `path`, unstamped. Does nothing when the file
+    // cannot be opened.
     static void AppendToFile(const char* path, const char* format, ...)
         __attribute__((format(printf, 2, 3)));
 
-    // Installs the message table. The table is not copied and must outlive its use.
+    // Installs the message table, which is not copied.
     static void SetMessages(const char* const* table, uint32_t count);
     // The format with this number, "(null)" for a number outside the table.
     static const char* GetMessage(uint32_t msgno);
@@ -51,7 +55,7 @@ public:
 };
 
 // The one log in use, not owned. Null until the updater starts up, and always in the crash
-// reporter; nothing may log while it is null.
+// reporter. Nothing may log while it is null.
 extern GameLog* gamelog;
 
 #endif

@@ -1,5 +1,6 @@
 // Checksums, files, names, the log and the version records.
 #include <fcntl.h>
+#include <pty.h>
 #include <sys/stat.h>
 
 #include <csignal>
@@ -150,6 +151,18 @@ TEST_F(Files, OfTheLogHoldWhatItsLevelAdmitsByFormatOrByNumber) {
               "level -5,first -5,level 0,first 0,second of 2,(null)" + std::string(65534, 'x'));
     for (const char* path : {"a", "missing/b", "a"}) GameLog::AppendToFile(path, "%s,", path);
     EXPECT_EQ(ReadFile("a"), "a,a,");
+    int ends[2];
+    ASSERT_EQ(openpty(&ends[0], &ends[1], nullptr, nullptr, nullptr), 0);
+    setlocale(LC_CTYPE, "C.UTF-8");
+    const int before = dup(STDOUT_FILENO);
+    dup2(ends[1], STDOUT_FILENO);
+    PrintToStdout("\x1b[31m\tb\u009b\u20ac\xff\n");
+    fflush(stdout);
+    dup2(before, STDOUT_FILENO);
+    char shown[64] = "";
+    EXPECT_GT(read(ends[0], shown, sizeof shown), 0);
+    EXPECT_STREQ(shown, "?[31m\tb?\u20ac?\r\n") << "on a terminal, which adds the carriage return";
+    for (const int fd : {before, ends[0], ends[1]}) close(fd);
 }
 
 TEST_F(Files, OfVersionsGiveTheRecordOfTheKeyOrADefaultAndAreReplacedWhole) {
