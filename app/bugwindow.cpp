@@ -1,5 +1,7 @@
 #include "app/bugwindow.h"
 
+#include <algorithm>
+
 #include "app/bug_actions.h"
 #include "app/widgets.h"
 
@@ -28,8 +30,7 @@ GtkWidget* new_label(GtkWidget* window, const char* name, GtkWidget* box, const 
     return label;
 }
 
-// Puts the label's text below that of the first label, which has a padding, however wide the
-// window.
+// Aligns the label's text with that of the first label, which has a padding, at any window width.
 void align_with_padded(GtkWidget* label, GtkAllocation* given, gpointer) {
     const int room = given->width - label->requisition.width;
     const float left = room > kLabelPadding ? (kLabelPadding + 0.5F) / static_cast<float>(room) : 0;
@@ -71,12 +72,12 @@ void add_buttons(GtkWidget* window, GtkWidget* vbox) {
     g_signal_connect(cancel, "clicked", G_CALLBACK(on_bug_cancel_clicked), nullptr);
 }
 
-// Left to itself the field for the description is two lines high.
+// By default the field for the description is two lines high.
 void make_room_to_write(GtkWidget* window, GtkWidget* view) {
     GtkRequisition natural;
     gtk_widget_size_request(gtk_bin_get_child(GTK_BIN(window)), &natural);
     const int height = natural.height + kMoreLines * text_size(view, "Xg").height;
-    gtk_window_set_default_size(GTK_WINDOW(window), -1, height);
+    gtk_window_set_default_size(GTK_WINDOW(window), -1, std::min(height, largest_window().height));
 }
 
 }  // namespace
@@ -95,6 +96,7 @@ GtkWidget* create_bugwindow() {
     add_user_name(window, vbox);
     add_description(window, vbox);
     add_buttons(window, vbox);
+    fit_font(window);
     make_room_to_write(window, lookup_widget(window, "bug_entry"));
 
     g_signal_connect(window, "delete_event", G_CALLBACK(on_bugwindow_delete_event), nullptr);

@@ -1,5 +1,7 @@
 #include "app/mainwindow.h"
 
+#include <algorithm>
+
 #include "app/actions.h"
 #include "app/widgets.h"
 
@@ -7,18 +9,17 @@ namespace {
 
 constexpr int kConsoleHeight = 300;
 constexpr int kButtonBoxPadding = 3;
-constexpr int kResizeGrip = 18;  // the status bar asks for it only when it has been given a size
+constexpr int kResizeGrip = 18;  // the status bar asks for it only once it has a size
 
 // The longest status that a session is sure to show; names of files may be longer.
 constexpr char kLongestStatus[] = "Waiting; #1000/1000 in queue, approx. 00:00:00 remaining";
 
-// In the player's font the status may need more room than everything else, and the status bar asks
-// for none.
+// The status may need more room than everything else, and the status bar asks for none.
 void fit_status(GtkWidget* window, GtkWidget* status) {
     GtkRequisition frame;
     gtk_widget_size_request(status, &frame);
-    const int text = text_size(status, kLongestStatus).width;
-    gtk_window_set_default_size(GTK_WINDOW(window), text + frame.width + kResizeGrip, -1);
+    const int width = text_size(status, kLongestStatus).width + frame.width + kResizeGrip;
+    gtk_window_set_default_size(GTK_WINDOW(window), std::min(width, largest_window().width), -1);
 }
 
 }  // namespace
@@ -39,7 +40,7 @@ GtkWidget* create_mainwindow() {
     gtk_widget_set_size_request(scrolled, -1, kConsoleHeight);
     GtkWidget* view = new_text_view(window, "console", scrolled);
     gtk_text_view_set_editable(GTK_TEXT_VIEW(view), FALSE);
-    gtk_text_view_set_cursor_visible(GTK_TEXT_VIEW(view), FALSE);  // the keys scroll, then
+    gtk_text_view_set_cursor_visible(GTK_TEXT_VIEW(view), FALSE);  // so keys scroll
     name_for_readers(view, "Messages of the update");
 
     GtkWidget* progress = named(window, "progressbar1", gtk_progress_bar_new());
@@ -57,6 +58,7 @@ GtkWidget* create_mainwindow() {
 
     GtkWidget* status = named(window, "statusbar1", gtk_statusbar_new());
     gtk_box_pack_start(GTK_BOX(vbox), status, FALSE, FALSE, 0);
+    fit_font(window);
     fit_status(window, status);
 
     g_signal_connect(window, "delete_event", G_CALLBACK(on_cancel_event), nullptr);

@@ -4,6 +4,8 @@ namespace {
 
 constexpr int kButtonSpacing = 30;
 constexpr int kTextMargin = 3;
+constexpr int kWindowFrame = 40;  // title bar and borders, in pixels
+constexpr int kSmallestFont = 8 * PANGO_SCALE;
 
 GtkWidget* parent_of(GtkWidget* widget) {
     GtkWidget* parent = GTK_IS_MENU(widget) ? gtk_menu_get_attach_widget(GTK_MENU(widget))
@@ -16,8 +18,8 @@ void release_widget(gpointer widget) {
     gtk_widget_unref(static_cast<GtkWidget*>(widget));
 }
 
-// A text view asks for the width of its longest line, and its window would grow with it: a word of
-// some thousand letters makes one that the display cannot hold, which ends the program.
+// A text view asks for the width of its longest line. A word of some thousand letters would make
+// the window larger than the display can hold, and end the program.
 void ask_for_no_width(GtkWidget*, GtkRequisition* asked, gpointer) {
     asked->width = 1;
 }
@@ -48,6 +50,31 @@ GtkRequisition text_size(GtkWidget* widget, const char* text) {
     pango_layout_get_pixel_size(layout, &size.width, &size.height);
     g_object_unref(layout);
     return size;
+}
+
+GtkRequisition largest_window() {
+    return {gdk_screen_width(), gdk_screen_height() - kWindowFrame};
+}
+
+void fit_font(GtkWidget* window) {
+    const GtkRequisition most = largest_window();
+    GtkSettings* settings = gtk_settings_get_default();
+    for (;;) {
+        GtkRequisition asked;
+        gtk_widget_size_request(window, &asked);
+        if (asked.width <= most.width && asked.height <= most.height) return;
+        gchar* name;
+        g_object_get(settings, "gtk-font-name", &name, nullptr);
+        PangoFontDescription* font = pango_font_description_from_string(name);
+        g_free(name);
+        const int size = pango_font_description_get_size(font) - PANGO_SCALE;
+        pango_font_description_set_size(font, size);
+        name = pango_font_description_to_string(font);
+        if (size >= kSmallestFont) g_object_set(settings, "gtk-font-name", name, nullptr);
+        g_free(name);
+        pango_font_description_free(font);
+        if (size < kSmallestFont) return;
+    }
 }
 
 GtkWidget* new_window(const char* name, const char* title) {
