@@ -1,9 +1,8 @@
-// An updater without a window, which runs one session in the working directory:
+// An updater without a window. It runs one session in the working directory and prints the log:
 //
 //   headless-client COMPONENT [COMPONENT]
 //
-// Prints the log. Ends with status 1 when the session failed. Which servers it knows is up to the
-// file that it is linked with.
+// Ends with status 1 when the session failed. The file that it is linked with names the servers.
 
 #include <csignal>
 #include <cstdio>
@@ -21,7 +20,7 @@ public:
 
     void SetProgress(int32_t, int32_t) override {}
     void SetStatus(const char* text) override {
-        // Of a session that ends without a server nothing else is told.
+        // Without a server a session ends with this status and no result.
         if (strcmp(text, "Connection failed") == 0) m_loop->Stop(1);
     }
     void Finished(int32_t result) override {
@@ -47,7 +46,7 @@ int main(int argc, char** argv) {
     gamelog = &log;
     EventLoop loop;
     Outcome outcome(&loop);
-    // Never destroyed: it may be in the middle of a session.
+    // Never destroyed, since a session may still be under way.
     static auto* const client = new UpdateClient(&loop, &outcome);
     if (!client->Start(1, argv[1], argc > 2 ? argv[2] : nullptr, nullptr)) return 1;
     loop.Run();
