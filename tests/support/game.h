@@ -1,4 +1,4 @@
-// A game that is published with the maker's tool and served to updaters.
+// A game, published with the maker's tool and served to updaters.
 #ifndef HALCYRIX_TESTS_SUPPORT_GAME_H
 #define HALCYRIX_TESTS_SUPPORT_GAME_H
 
@@ -9,8 +9,8 @@
 
 using Tree = std::map<std::string, std::string>;  // contents by "component/path"
 
-// A small game in all three components, with files of none, one and several packets, some of them
-// whole ones; and its next version, changed in places, with files that come and go.
+// A small game in all three components. Its files have none, one and several packets, some with a
+// full last packet. The next version changes, adds and removes files.
 inline Tree FirstGame() {
     return {{"linux64upd/update.rlb", SeededBytes(9000, 1)},
             {"linux64/halcyrix", SeededBytes(60000, 2)},
@@ -30,7 +30,7 @@ inline Tree NextGame() {
     return tree;
 }
 
-// The maker's tool as it serves a store. Ends with SIGTERM; it must then report success.
+// The maker's tool, serving a store. It is ended by SIGTERM and must then end with status 0.
 class ServingProgram : public Program {
 public:
     ServingProgram(const std::string& store, const std::string& address,
@@ -46,7 +46,7 @@ public:
     }
 };
 
-// Has a store and a player's home in a scratch directory. The home is the working directory.
+// A store and a player's home in a scratch directory. The home is the working directory.
 class GameTest : public testing::Test {
 protected:
     GameTest() { Install("", {}); }
@@ -58,7 +58,8 @@ protected:
         const std::filesystem::path source = m_scratch.Path() / "source";
         std::filesystem::remove_all(source);
         for (const auto& [name, data] : tree) WriteFile(source / name, data);
-        std::vector<std::string> command = {RELEASE_TOOL, "publish", "--any-updater", StorePath(), version};
+        std::vector<std::string> command = {RELEASE_TOOL, "publish", "--any-updater", StorePath(),
+                                            version};
         for (const auto& component : std::filesystem::directory_iterator(source)) {
             command.push_back(component.path().filename().string() + "=" +
                               component.path().string());
@@ -67,8 +68,8 @@ protected:
         ASSERT_EQ(RunProgram(command, &said), 0) << said;
     }
 
-    // Puts a new home in the place of the old one: with the files of a tree and, unless it is
-    // empty, the record of this version for the game and for the updater.
+    // Replaces the home by one with the files of a tree. A version that is not empty is recorded
+    // for the game and for the updater.
     void Install(const std::string& version, const Tree& tree) {
         std::filesystem::current_path(m_scratch.Path());
         std::filesystem::remove_all(Home());

@@ -1,4 +1,4 @@
-// Looks at the windows of the test's own process.
+// Finds windows and widgets of the test's own process.
 #ifndef HALCYRIX_TESTS_SUPPORT_GTK_WINDOWS_H
 #define HALCYRIX_TESTS_SUPPORT_GTK_WINDOWS_H
 
@@ -13,7 +13,7 @@ inline void ProcessEvents() {
 
 using WidgetList = std::unique_ptr<GList, decltype(&g_list_free)>;
 
-// The window with this title, null when there is none.
+// The window with this title, or null.
 inline GtkWidget* FindWindow(const std::string& title) {
     const WidgetList windows(gtk_window_list_toplevels(), g_list_free);
     for (GList* window = windows.get(); window != nullptr; window = window->next) {

@@ -1,4 +1,4 @@
-// Takes the place of the configured hosts in programs that link it.
+// Replaces the configured hosts in programs that link it.
 #include "bugreport/host.h"
 #include "update/server_pool.h"
 

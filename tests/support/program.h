@@ -1,4 +1,4 @@
-// Programs, as tests start them.
+// Starting programs in tests.
 #ifndef HALCYRIX_TESTS_SUPPORT_PROGRAM_H
 #define HALCYRIX_TESTS_SUPPORT_PROGRAM_H
 
@@ -16,18 +16,18 @@
 
 #include "tests/support/await.h"
 
-// A program in a process of its own, which ends at the latest with this object or with the test.
+// A program in a process of its own. It is killed with this object, and when the test dies.
 class Program {
 public:
-    // The first word is the program. `prepare` runs in the new process: it can set the environment,
-    // limits and signals there. It may be empty.
+    // The first word is the program. `prepare` runs in the new process, to set the environment,
+    // limits or signals there. It may be empty.
     explicit Program(const std::vector<std::string>& command,
                      const std::function<void()>& prepare = {})
         : m_command(testing::PrintToString(command)) {
         int ends[2];
         if (pipe2(ends, O_CLOEXEC) != 0) abort();
         m_output = ends[0];
-        fcntl(m_output, F_SETPIPE_SZ, 1 << 20);  // it must not wait for the test to read
+        fcntl(m_output, F_SETPIPE_SZ, 1 << 20);  // so that the program never waits for the test
         std::vector<char*> words;
         for (const std::string& word : command) words.push_back(const_cast<char*>(word.c_str()));
         words.push_back(nullptr);
@@ -51,7 +51,7 @@ public:
     }
     Program(const Program&) = delete;
 
-    // Waits until it has said this, on either stream, since the last such call.
+    // Waits until these words are in its output, behind those of the last such call.
     void AwaitWords(const std::string& words) {
         Awaiting("the program's words \"" + words + "\"");
         while (m_said.find(words, m_heard) == std::string::npos) {
@@ -63,13 +63,13 @@ public:
     int Wait() {
         Awaiting("the end of " + m_command);
         waitpid(m_pid, &m_status, 0);
-        // What it started may go on and keep the pipe open.
+        // Its children may still run and keep the pipe open.
         for (pollfd more{m_output, POLLIN, 0}; poll(&more, 1, 0) == 1 && Read();) continue;
         return WIFSIGNALED(m_status) ? 128 + WTERMSIG(m_status) : WEXITSTATUS(m_status);
     }
 
     pid_t Pid() const { return m_pid; }
-    // All that was read by the two calls above.
+    // The output that the two calls above have read, of both streams.
     const std::string& Said() const { return m_said; }
 
 private:
@@ -87,7 +87,8 @@ private:
     size_t m_heard = 0;
 };
 
-// Runs a program to its end, with what it says into `said` (may be null). Returns as Wait does.
+// Runs a program to its end and appends its output to `said`, which may be null. Returns as Wait
+// does.
 inline int RunProgram(const std::vector<std::string>& command, std::string* said = nullptr) {
     Program program(command);
     const int status = program.Wait();

@@ -1,4 +1,4 @@
-// A log and a progress indicator that remember what they were told.
+// A log and a progress indicator that keep everything they get.
 #ifndef HALCYRIX_TESTS_SUPPORT_RECORDERS_H
 #define HALCYRIX_TESTS_SUPPORT_RECORDERS_H
 
@@ -10,7 +10,7 @@
 #include "lib/progress_indicator.h"
 #include "log/gamelog.h"
 
-// Is the log of the program while it lives.
+// The log of the program while this object lives.
 class RecordingLog : public GameLog {
 public:
     RecordingLog() : m_before(std::exchange(gamelog, this)) {}

@@ -1,4 +1,4 @@
-// A peer between updater and server that may tamper with what they say.
+// A peer between updater and server that changes packets by a rule.
 #ifndef HALCYRIX_TESTS_SUPPORT_RELAY_H
 #define HALCYRIX_TESTS_SUPPORT_RELAY_H
 
@@ -19,31 +19,31 @@
 
 #include "net/frame.h"
 
-// Packets as they go over the wire.
+// The frame of a packet.
 inline std::string FrameOf(const std::string& payload) {
     uint8_t header[kFrameHeaderSize];
     PutFrameHeader(header, static_cast<int>(payload.size()));
     return std::string(header, header + kFrameHeaderSize) + payload;
 }
 
-// A packet that has come.
+// A packet that the relay received.
 struct Passing {
     bool isRequest;  // of the client; else a reply of the server
-    int number;      // from 0, in its direction and connection
+    int number;      // from 0, for each direction of each connection
     std::string payload;
 };
 
-// What goes to the client in its place: bytes, which need not be frames, and what comes then.
+// Bytes for the client instead of a packet, which need not be frames, and what to do then.
 struct Instead {
     std::string bytes;
     enum Then { kGoOn, kHangUp, kAgainAndAgain } then = kGoOn;
 };
 
-// Decides for each packet; nothing lets it pass as it is. It is asked in the relay's thread. A
-// request that is answered does not reach the server.
+// Called for each packet, in the relay's thread. std::nullopt passes the packet on. A request that
+// the rule answers does not reach the server.
 using Rule = std::function<std::optional<Instead>(const Passing&)>;
 
-// The rule that answers the requests that begin with a tag by these packets.
+// The rule that answers each request by the packets given for its tag.
 inline Rule Answer(const std::map<std::string, std::vector<std::string>>& packets,
                    Instead::Then then = Instead::kGoOn) {
     return [=](const Passing& passing) -> std::optional<Instead> {
@@ -55,12 +55,12 @@ inline Rule Answer(const std::map<std::string, std::vector<std::string>>& packet
     };
 }
 
-// The updaters' first host, 127.0.0.1, in front of a server on the second, 127.0.0.2. So a client
-// that has lost the conversation finishes it with the honest server itself. A relay that finds no
-// server there answers what its rule answers. Serves one client after the other.
+// The updaters' first host, 127.0.0.1, in front of a server on the second, 127.0.0.2. A client that
+// loses the relay goes on with that server. Without a server the relay sends only what its rule
+// says. Serves one client after the other.
 class Relay {
 public:
-    // Hangs up after so many milliseconds of silence, -1 for never.
+    // Hangs up after `patience` milliseconds of silence, -1 for never.
     explicit Relay(Rule rule = {}, int patience = -1)
         : m_rule(std::move(rule)), m_patience(patience), m_listening(Open(bind, "127.0.0.1")) {
         if (listen(m_listening, 64) != 0) abort();
@@ -90,7 +90,7 @@ public:
     }
 
 private:
-    // A socket at the update port of a host, used in one of two ways: bind() or connect().
+    // A socket for the update port of a host. `call` is bind() or connect().
     template <typename Call>
     static int Open(Call call, const char* host) {
         const sockaddr_in address{AF_INET, htons(21024), {inet_addr(host)}, {}};
@@ -104,7 +104,7 @@ private:
 
     void Converse(int client, int server) {
         Passing requests{true, 0, ""}, replies{false, 0, ""};
-        // The listening socket shows its end.
+        // The destructor shuts the listening socket down, which ends the conversation.
         pollfd ready[] = {{client, POLLIN, 0}, {server, POLLIN, 0}, {m_listening, 0, 0}};
         while (poll(ready, 3, m_patience) > 0 && ready[2].revents == 0) {
             if (ready[0].revents != 0 && !Pass(client, server, client, &requests)) break;
@@ -112,7 +112,7 @@ private:
         }
     }
 
-    // Passes on the next packet, or what is instead. Returns whether the conversation goes on.
+    // Passes on the next packet or its replacement. Returns whether the conversation goes on.
     bool Pass(int from, int to, int client, Passing* passing) {
         std::string& packet = passing->payload;
         uint8_t header[kFrameHeaderSize];

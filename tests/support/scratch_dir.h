@@ -1,4 +1,4 @@
-// A directory of its own for a test, files to put there, and room for them.
+// A directory of its own for a test, reading and writing files, and a limit on their size.
 #ifndef HALCYRIX_TESTS_SUPPORT_SCRATCH_DIR_H
 #define HALCYRIX_TESTS_SUPPORT_SCRATCH_DIR_H
 
@@ -9,8 +9,8 @@
 #include <random>
 #include <string>
 
-// Makes an empty directory the working directory; goes back and removes it with all its contents in
-// the end.
+// Makes an empty directory the working directory. In the end it goes back and removes the
+// directory.
 class ScratchDir {
 public:
     ScratchDir() {
@@ -30,7 +30,7 @@ private:
     std::string m_path = std::filesystem::temp_directory_path() / "halcyrix-test-XXXXXX";
 };
 
-// Whole files; a missing one reads as "(missing)". Writing makes the directories of the path.
+// A missing file reads as "(missing)". Writing makes the directories of the path.
 inline std::string ReadFile(const std::filesystem::path& path) {
     std::ifstream file(path, std::ios::binary);
     return file ? std::string(std::istreambuf_iterator<char>(file), {}) : "(missing)";
@@ -40,7 +40,7 @@ inline void WriteFile(const std::filesystem::path& path, const std::string& cont
     std::ofstream(path, std::ios::binary) << contents;
 }
 
-// Contents that look random and are the same in every run.
+// Pseudo-random contents, the same in every run.
 inline std::string SeededBytes(size_t size, unsigned seed) {
     std::mt19937 random(seed);
     std::string bytes(size, '\0');
@@ -48,7 +48,7 @@ inline std::string SeededBytes(size_t size, unsigned seed) {
     return bytes;
 }
 
-// As if the disk were full where a file reaches this size, for this process and those it starts.
+// A disk that is full when a file reaches this size, for this process and those that it starts.
 class FileSizeLimit {
 public:
     explicit FileSizeLimit(rlim_t bytes) {

@@ -13,7 +13,7 @@ TestScreen::TestScreen()
 }
 
 Window TestScreen::AwaitWindow(pid_t program, const std::string& title) {
-    // It does not survive a window that goes while it looks at it.
+    // xdotool fails when a window goes while it searches.
     const std::string search = "until xdotool search --onlyvisible --all --pid " +
                                std::to_string(program) + " --name '^" + title +
                                "$' 2>/dev/null; do sleep 0.02; done";

@@ -1,4 +1,4 @@
-// A screen of the test program's own, and what a player sees and does there.
+// An X server for the test, its windows, and a player's keys.
 #ifndef HALCYRIX_TESTS_SUPPORT_SCREEN_H
 #define HALCYRIX_TESTS_SUPPORT_SCREEN_H
 
@@ -8,8 +8,8 @@
 
 using Window = unsigned long;  // as in Xlib, which would redefine words of gtest
 
-// An X server in memory, without a window manager: 1024 by 768 pixels. It is the process's display
-// and ends with the process.
+// An X server in memory, 1024 by 768 pixels, without a window manager. It becomes the process's
+// DISPLAY and ends with the process.
 class TestScreen {
 public:
     TestScreen();
