@@ -1,7 +1,6 @@
-// The update server with a client that sends anything, as clients do: it waits for the answer to
-// each request before it sends the next.
+// The update server with a client that sends anything, and waits for the answer to each frame.
 //
-// Input: the bytes of the connection. Each frame in them is sent by itself.
+// Input: the bytes of the connection, which are cut into frames.
 
 #include <sys/socket.h>
 #include <unistd.h>
