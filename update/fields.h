@@ -35,8 +35,10 @@ public:
     void Take(Number& field) {
         uint64_t value = 0;
         const std::string_view bytes = TakeBytes(sizeof field);
-        for (size_t i = 0; i < bytes.size(); ++i) {
-            value |= uint64_t{static_cast<uint8_t>(bytes[i])} << 8 * i;
+        int shift = 0;
+        for (const char byte : bytes) {
+            value |= uint64_t{static_cast<uint8_t>(byte)} << shift;
+            shift += 8;
         }
         field = static_cast<Number>(value);
     }
