@@ -15,12 +15,6 @@
 
 namespace {
 
-// A store that is there, opened for writing.
-std::unique_ptr<StoreWriter> OpenForWriting(const std::string& store, std::string* error) {
-    // Opening for writing alone would make a store where there is none.
-    return Store::Open(store, error) ? StoreWriter::Open(store, error) : nullptr;
-}
-
 // Components that players' updaters ask for together.
 using Components = std::list<std::string>;
 
@@ -65,33 +59,36 @@ void PrintRelease(const Release& release, const std::string& served) {
            BytesOf(release.Files()), BytesOf(release.Patches()), served.c_str());
 }
 
-}  // namespace
-
-ExitStatus List(const std::string& directory) {
-    std::string error;
-    const std::unique_ptr<Store> store = Store::Open(directory, &error);
-    if (!store) return Problem(error);
+ExitStatus List(const Store& store) {
     printf("%-12s  %16s  %-26s  %7s  %13s  %13s  %s\n", "VERSION", "PUBLISHED", "COMPONENTS",
            "FILES", "BYTES", "PATCHES", "SERVED FOR");
-    const auto releases = store->Releases();
+    const auto releases = store.Releases();
     const std::vector<Components> audiences = Audiences(releases);
     for (const auto& release : releases) {
         std::vector<std::string> served;
         for (const Components& components : audiences) {
-            if (store->Latest(components) == release) served.push_back(Joined(components, "+"));
+            if (store.Latest(components) == release) served.push_back(Joined(components, "+"));
         }
         PrintRelease(*release, served.empty() ? "-" : Joined(served, ", "));
     }
-    for (const auto& [sequence, damaged] : store->Damaged()) {
+    for (const auto& [sequence, damaged] : store.Damaged()) {
         if (damaged.release) PrintRelease(*damaged.release, "nobody: damaged");
         Problem("release " + SequenceName(sequence) + " is damaged: " + damaged.reason);
     }
     return EXIT_DONE;
 }
 
+}  // namespace
+
+ExitStatus List(const std::string& directory) {
+    std::string error;
+    const std::unique_ptr<Store> store = Store::Open(directory, &error);
+    return store ? List(*store) : Problem(error);
+}
+
 ExitStatus Withdraw(const std::string& directory, const std::string& version) {
     std::string error;
-    const std::unique_ptr<StoreWriter> writer = OpenForWriting(directory, &error);
+    const std::unique_ptr<StoreWriter> writer = StoreWriter::Open(directory, &error);
     if (!writer) return Problem(error);
     uint32_t found = 0;
     for (const auto& [sequence, damaged] : writer->Published().Damaged()) {
@@ -102,7 +99,7 @@ ExitStatus Withdraw(const std::string& directory, const std::string& version) {
     if (found == 0) return Problem(directory + ": there is no version " + version);
     if (!writer->Remove(found, &error)) return Problem(error);
     printf("withdrew %s\n", version.c_str());
-    return List(directory);
+    return List(writer->Published());
 }
 
 ExitStatus Check(const std::string& store) {
@@ -116,7 +113,7 @@ ExitStatus Check(const std::string& store) {
 
 ExitStatus Prune(const std::string& store, size_t keep) {
     std::string error;
-    const std::unique_ptr<StoreWriter> writer = OpenForWriting(store, &error);
+    const std::unique_ptr<StoreWriter> writer = StoreWriter::Open(store, &error);
     if (!writer || !writer->RemoveLeftovers(&error)) return Problem(error);
     for (const auto& [sequence, damaged] : writer->Published().Damaged()) {
         Problem("warning: release " + SequenceName(sequence) +

@@ -1,5 +1,7 @@
 #include "store/checker.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <filesystem>
 #include <map>
@@ -47,7 +49,7 @@ void Checker::CheckFolderOfReleases() {
     std::sort(entries.begin(), entries.end());
 
     for (const fs::path& entry : entries) {
-        const size_t before = m_report->problems.size();
+        const CheckReport before = *m_report;
         std::string error;
         const auto release = Release::Load(entry.string(), &error);
         if (release) {
@@ -55,7 +57,11 @@ void Checker::CheckFolderOfReleases() {
         } else {
             m_report->problems.push_back(error);
         }
-        if (m_report->problems.size() == before) continue;
+        if (m_report->problems.size() == before.problems.size()) continue;
+        if (access(entry.c_str(), F_OK) != 0) {  // it was removed meanwhile
+            *m_report = before;
+            continue;
+        }
         m_report->advice.push_back(
             entry.string() + ": copy it again from the original store or a backup, or take it " +
             "back with \"halcyrix-release withdraw " + m_store + " " +

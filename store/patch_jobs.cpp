@@ -4,7 +4,7 @@
 #include <cinttypes>
 #include <condition_variable>
 #include <cstdio>
-#include <list>
+#include <map>
 #include <mutex>
 #include <system_error>
 #include <thread>
@@ -24,10 +24,6 @@ uint64_t FreeMemory() {
         if (sscanf(line, "MemAvailable: %" SCNu64, &kilobytes) == 1) break;
     }
     return kilobytes * 1024;
-}
-
-uint64_t MemoryOf(const PatchJob& job) {
-    return PatchMemory(job.oldLength, job.newLength);
 }
 
 // Does one job. False when something could not be read or written.
@@ -58,15 +54,10 @@ public:
     const std::string& Error() const { return m_error; }
 
 private:
-    std::list<PatchJob*>::iterator Fitting() {
-        return std::find_if(m_waiting.begin(), m_waiting.end(),
-                            [this](const PatchJob* job) { return MemoryOf(*job) <= m_memory; });
-    }
-
     const std::function<void(size_t, const PatchJob&)>& m_progress;
-    std::mutex m_mutex;                 // of all below
-    std::condition_variable m_changed;  // a job is done
-    std::list<PatchJob*> m_waiting;
+    std::mutex m_mutex;                            // of all below
+    std::condition_variable m_changed;             // there is memory for a job, or no job is left
+    std::multimap<uint64_t, PatchJob*> m_waiting;  // by the memory that they take
     size_t m_begun = 0;
     uint64_t m_memory;  // that is left
     std::string m_error;
@@ -76,38 +67,39 @@ Workshop::Workshop(std::vector<PatchJob>* jobs, uint64_t memory,
                    const std::function<void(size_t, const PatchJob&)>& progress)
     : m_progress(progress), m_memory(memory) {
     for (PatchJob& job : *jobs) {
-        if (MemoryOf(job) <= memory) {
-            m_waiting.push_back(&job);
+        const uint64_t needed = PatchMemory(job.oldLength, job.newLength);
+        if (needed <= memory) {
+            m_waiting.emplace(needed, &job);
         } else {
             job.reason = "it would take more memory than it may have (--memory)";
         }
     }
-    // The large ones first, so that none of them is left for the end.
-    m_waiting.sort(
-        [](const PatchJob* a, const PatchJob* b) { return MemoryOf(*a) > MemoryOf(*b); });
 }
 
 void Workshop::Work() {
     std::unique_lock lock(m_mutex);
     while (m_error.empty() && !m_waiting.empty()) {
-        const auto next = Fitting();
-        if (next == m_waiting.end()) {
+        // The largest that fits, so that no large one is left for the end.
+        auto next = m_waiting.upper_bound(m_memory);
+        if (next == m_waiting.begin()) {
             m_changed.wait(lock);
             continue;
         }
-        PatchJob* job = *next;
+        const auto [needed, job] = *--next;
         m_waiting.erase(next);
-        m_memory -= MemoryOf(*job);
+        m_memory -= needed;
+        // Each wakes the next one, so that nobody wakes in vain when memory is short.
+        if (!m_waiting.empty() && m_waiting.begin()->first <= m_memory) m_changed.notify_one();
         m_progress(++m_begun, *job);
 
         lock.unlock();
         std::string error;
         const bool done = Make(job, &error);
         lock.lock();
-        m_memory += MemoryOf(*job);
+        m_memory += needed;
         if (!done) m_error = error;
-        m_changed.notify_all();
     }
+    m_changed.notify_all();
 }
 
 }  // namespace

@@ -48,7 +48,7 @@ Publisher::Publisher(PublishRequest request, PublishObserver* observer)
 
 bool Publisher::Prepare(std::vector<std::string>* problems) {
     std::string error;
-    m_writer = StoreWriter::Open(m_request.store, &error);
+    m_writer = StoreWriter::OpenOrMake(m_request.store, &error);
     if (!m_writer) problems->push_back(error);
     CheckRequest(problems);
     if (m_writer) CheckAgainstStore(problems);

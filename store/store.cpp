@@ -27,29 +27,36 @@ uint32_t SequenceOf(const std::string& name) {
 // Copies may be mended while they are served, file by file.
 constexpr std::chrono::seconds kLookAgain{1};
 
-// What is wrong with a file that ought to have a length; empty when nothing is.
+// What is wrong with a file that should have this length; empty when nothing is.
 std::string FileFault(const std::string& path, uint32_t length) {
     struct stat status;
-    if (stat(path.c_str(), &status) != 0 || access(path.c_str(), R_OK) != 0) {
-        return SystemError(path);
-    }
+    if (stat(path.c_str(), &status) != 0) return SystemError(path);
+    const bool forAll = (~status.st_mode & 0444) == 0;  // as published: saves half of the calls
+    if (!forAll && access(path.c_str(), R_OK) != 0) return SystemError(path);
     if (S_ISREG(status.st_mode) && status.st_size == length) return {};
     return path + ": has " + std::to_string(status.st_size) + " bytes instead of " +
            std::to_string(length);
 }
 
-// What is wrong with the files of a release, as far as that shows without reading them.
-std::string FilesFault(const Release& release) {
+// Looks for a fault in the release's files from number `faulty` on, as far as one shows without
+// reading them. True when there is one, which is then kept.
+bool FindFault(DamagedRelease* damaged) {
+    const auto files = damaged->release->Files();
+    const auto patches = damaged->release->Patches();
     std::string fault;
-    for (const ReleaseFile& file : release.Files()) {
-        fault = FileFault(release.FilePath(file), file.length);
-        if (!fault.empty()) return fault;
+    for (; damaged->faulty < files.size() + patches.size(); ++damaged->faulty) {
+        if (damaged->faulty < files.size()) {
+            const ReleaseFile& file = files[damaged->faulty];
+            fault = FileFault(damaged->release->FilePath(file), file.length);
+        } else {
+            const ReleasePatch& patch = patches[damaged->faulty - files.size()];
+            fault = FileFault(damaged->release->PatchPath(patch), patch.length);
+        }
+        if (fault.empty()) continue;
+        damaged->reason = std::move(fault);
+        return true;
     }
-    for (const ReleasePatch& patch : release.Patches()) {
-        fault = FileFault(release.PatchPath(patch), patch.length);
-        if (!fault.empty()) return fault;
-    }
-    return fault;
+    return false;
 }
 
 }  // namespace
@@ -74,16 +81,16 @@ void Store::Refresh() {
     const std::string folder = m_directory + "/" + kReleasesFolder;
     struct stat status = {};
     const bool found = stat(folder.c_str(), &status) == 0;
-    const auto now = std::chrono::steady_clock::now();
-    const bool again = !m_damaged.empty() && now - m_examined >= kLookAgain;
+    const bool again =
+        !m_damaged.empty() && std::chrono::steady_clock::now() - m_examined >= kLookAgain;
     const bool same = found && status.st_mtim.tv_sec == m_folderTime.tv_sec &&
                       status.st_mtim.tv_nsec == m_folderTime.tv_nsec;
     if (same && !again) return;
     // Two changes within a tick of the system's clock leave one time.
     const bool settled = found && status.st_mtim.tv_sec + 1 < time(nullptr);
     m_folderTime = settled ? status.st_mtim : timespec{};
-    if (again) m_examined = now;
     List(folder, again);
+    if (again) m_examined = std::chrono::steady_clock::now();
 }
 
 // Examines the releases that are new, and the damaged ones when it is to look at them `again`.
@@ -105,8 +112,13 @@ void Store::List(const std::string& folder, bool again) {
     std::erase_if(m_releases, gone);
     std::erase_if(m_damaged, gone);
     for (const uint32_t sequence : present) {
-        if (m_releases.contains(sequence) || (m_damaged.contains(sequence) && !again)) continue;
-        Examine(sequence);
+        if (m_releases.contains(sequence)) continue;
+        const auto damaged = m_damaged.find(sequence);
+        if (damaged == m_damaged.end()) {
+            Examine(sequence);
+        } else if (again && (!damaged->second.release || !FindFault(&damaged->second))) {
+            Examine(sequence);
+        }
     }
 }
 
@@ -114,25 +126,25 @@ void Store::List(const std::string& folder, bool again) {
 void Store::Examine(uint32_t sequence) {
     const std::string name = SequenceName(sequence);
     const std::string directory = m_directory + "/" + kReleasesFolder + "/" + name;
-    std::string fault;
-    auto release = Release::Load(directory, &fault);
-    if (release && release->Sequence() != sequence) {
-        fault = directory + ": the manifest is of release " + SequenceName(release->Sequence());
-        release.reset();
+    DamagedRelease found;
+    found.release = Release::Load(directory, &found.reason);
+    if (found.release && found.release->Sequence() != sequence) {
+        found.reason =
+            directory + ": the manifest is of release " + SequenceName(found.release->Sequence());
+        found.release.reset();
     }
-    if (release) fault = FilesFault(*release);
+    const bool good = found.release && !FindFault(&found);
     if (access(directory.c_str(), F_OK) != 0) return;  // it was removed meanwhile
     m_releases.erase(sequence);
-    if (fault.empty()) {
+    if (good) {
         if (m_damaged.erase(sequence) != 0) m_news.push_back("release " + name + " is whole again");
-        m_releases.emplace(sequence, std::move(release));
+        m_releases.emplace(sequence, std::move(found.release));
         return;
     }
-    DamagedRelease& damaged = m_damaged[sequence];
-    if (damaged.reason.empty()) {
-        m_news.push_back("release " + name + " is damaged and passed over: " + fault);
+    if (!m_damaged.contains(sequence)) {
+        m_news.push_back("release " + name + " is damaged and passed over: " + found.reason);
     }
-    damaged = {std::move(fault), std::move(release)};
+    m_damaged[sequence] = std::move(found);
 }
 
 void Store::Doubt(const Release& release) {

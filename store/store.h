@@ -35,6 +35,7 @@ std::string SequenceName(uint32_t sequence);
 struct DamagedRelease {
     std::string reason;                      // "path: what is wrong"
     std::shared_ptr<const Release> release;  // null when the manifest cannot be read
+    size_t faulty = 0;                       // the number of the first bad file, patches last
 };
 
 // The published releases, for reading. A release appears and disappears as a whole, so reading

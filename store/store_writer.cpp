@@ -68,46 +68,61 @@ bool ReadReservation(const std::string& store, Reservation* reservation, std::st
 
 std::unique_ptr<StoreWriter> StoreWriter::Open(const std::string& directory, std::string* error) {
     std::unique_ptr<StoreWriter> writer(new StoreWriter);
-    // Whoever serves the store is somebody else.
-    umask(umask(0) & ~(S_IRGRP | S_IXGRP | S_IROTH | S_IXOTH));
+    const std::string releases = directory + "/" + kReleasesFolder;
+    if (access(releases.c_str(), F_OK) != 0) {
+        *error = SystemError(releases);
+        return nullptr;
+    }
+    return writer->Lock(directory, error) ? std::move(writer) : nullptr;
+}
+
+std::unique_ptr<StoreWriter> StoreWriter::OpenOrMake(const std::string& directory,
+                                                     std::string* error) {
+    std::unique_ptr<StoreWriter> writer(new StoreWriter);
+    const bool opened = MakeFolder(directory, &writer->m_made, error) &&
+                        MakeFolder(directory + "/" + kReleasesFolder, &writer->m_made, error) &&
+                        writer->Lock(directory, error);
+    return opened ? std::move(writer) : nullptr;
+}
+
+bool StoreWriter::Lock(const std::string& directory, std::string* error) {
     const std::string lock = directory + "/" + kLockFile;
-    std::vector<std::string>* made = &writer->m_made;
-    if (!MakeFolder(directory, made, error) ||
-        !MakeFolder(directory + "/" + kReleasesFolder, made, error)) {
-        return nullptr;
-    }
-    if (!made->empty()) made->push_back(lock);
-    writer->m_lock = OpenForAppending(lock);
-    if (!writer->m_lock) {
+    if (!m_made.empty()) m_made.push_back(lock);
+    m_lock = OpenForAppending(lock);
+    if (!m_lock) {
         *error = SystemError(lock);
-        return nullptr;
+        return false;
     }
-    if (flock(fileno(writer->m_lock.get()), LOCK_EX | LOCK_NB) != 0) {
-        made->clear();
+    if (flock(fileno(m_lock.get()), LOCK_EX | LOCK_NB) != 0) {
+        m_made.clear();
         *error = errno == EWOULDBLOCK ? directory + ": somebody else is publishing to this store"
                                       : SystemError(lock);
-        return nullptr;
+        return false;
     }
 
-    if (!ReadReservation(directory, &writer->m_next, error)) return nullptr;
-    writer->m_store = Store::Open(directory, error);
-    if (!writer->m_store) return nullptr;
-    Reservation& next = writer->m_next;
-    for (const auto& release : writer->m_store->Releases()) {
-        next.sequence = std::max(next.sequence, release->Sequence() + 1);
-        next.index = std::max(next.index, static_cast<uint32_t>(release->NextIndex()));
+    if (!ReadReservation(directory, &m_next, error)) return false;
+    m_store = Store::Open(directory, error);
+    if (!m_store) return false;
+    for (const auto& release : m_store->Releases()) {
+        m_next.sequence = std::max(m_next.sequence, release->Sequence() + 1);
+        m_next.index = std::max(m_next.index, static_cast<uint32_t>(release->NextIndex()));
     }
-    for (const auto& [sequence, damaged] : writer->m_store->Damaged()) {
-        if (sequence < next.sequence) continue;
+    for (const auto& [sequence, damaged] : m_store->Damaged()) {
+        if (sequence < m_next.sequence) continue;
         if (!damaged.release) {
             *error = damaged.reason + "; without it, or the file " + kReservedFile +
                      ", nobody knows which numbers are taken: copy one of them from a backup";
-            return nullptr;
+            return false;
         }
-        next.sequence = sequence + 1;
-        next.index = std::max(next.index, static_cast<uint32_t>(damaged.release->NextIndex()));
+        m_next.sequence = sequence + 1;
+        m_next.index = std::max(m_next.index, static_cast<uint32_t>(damaged.release->NextIndex()));
     }
-    return writer;
+    return true;
+}
+
+// The service reads the store as a user of its own, so what is written must be readable by all.
+StoreWriter::StoreWriter() {
+    umask(umask(0) & ~(S_IRGRP | S_IXGRP | S_IROTH | S_IXOTH));
 }
 
 StoreWriter::~StoreWriter() {
@@ -178,6 +193,7 @@ bool StoreWriter::Remove(uint32_t sequence, std::string* error) {
         !Rename(releases + "/" + name, removed, error) || !Sync(releases, fsync, error)) {
         return false;
     }
+    m_store->Refresh();
     std::error_code fault;
     fs::remove_all(removed, fault);
     if (fault) *error = removed + ": " + fault.message();

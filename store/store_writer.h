@@ -22,9 +22,12 @@ struct Reservation {
 // can be read by all users, whatever the umask of the process was.
 class StoreWriter {
 public:
-    // Makes the store's directory when there is none, below an existing one. Null, with the reason
-    // in `error`, when somebody else publishes or what numbers are taken cannot be known.
+    // Null, with the reason in `error`, when the directory is no store, another process writes to
+    // it, or it cannot be known which numbers are taken.
     static std::unique_ptr<StoreWriter> Open(const std::string& directory, std::string* error);
+    // The same, but makes a store where there is none. The directory above must exist.
+    static std::unique_ptr<StoreWriter> OpenOrMake(const std::string& directory,
+                                                   std::string* error);
     ~StoreWriter();
     StoreWriter(const StoreWriter&) = delete;
     StoreWriter& operator=(const StoreWriter&) = delete;
@@ -48,8 +51,9 @@ public:
     [[nodiscard]] bool Remove(uint32_t sequence, std::string* error);
 
 private:
-    StoreWriter() = default;
+    StoreWriter();
 
+    bool Lock(const std::string& directory, std::string* error);
     bool Reserve(const Reservation& next, std::string* error);
 
     Stream m_lock;
