@@ -1,14 +1,15 @@
 #include "store/updater_program.h"
 
-#include <elf.h>
+#include <gelf.h>
 
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
+#include <memory>
 #include <sstream>
-#include <string_view>
 
 #include "lib/elf_file.h"
+#include "lib/stream.h"
 #include "lib/whole_file.h"
 
 namespace {
@@ -18,109 +19,74 @@ const std::set<std::string> kSystemLibraries = {
     "ld-linux-x86-64.so.2", "libc.so.6",      "libdl.so.2", "libm.so.6",
     "libpthread.so.0",      "libresolv.so.2", "librt.so.1"};
 
-// A program in memory. Reading beyond its end gives zeros.
-class Image {
-public:
-    explicit Image(std::string_view bytes) : m_bytes(bytes) {
-        const auto header = At<Elf64_Ehdr>(0);
-        for (uint64_t i = 0; i < header.e_phnum; ++i) {
-            m_segments.push_back(At<Elf64_Phdr>(header.e_phoff + i * sizeof(Elf64_Phdr)));
+using OwnedElf = std::unique_ptr<Elf, decltype(&elf_end)>;
+
+// The lines of an updater's note; none when it is another note.
+std::vector<std::string> LinesOfNote(Elf_Data* data) {
+    std::vector<std::string> lines;
+    GElf_Nhdr note;
+    size_t name, text;
+    for (size_t at = 0; (at = gelf_getnote(data, at, &note, &name, &text)) != 0;) {
+        const auto* bytes = static_cast<const char*>(data->d_buf);
+        if (note.n_type != kUpdaterNoteType || note.n_namesz != sizeof kUpdaterNoteOwner ||
+            memcmp(bytes + name, kUpdaterNoteOwner, sizeof kUpdaterNoteOwner) != 0) {
+            continue;
         }
+        std::istringstream all(std::string(bytes + text, strnlen(bytes + text, note.n_descsz)));
+        for (std::string line; std::getline(all, line);) lines.push_back(line);
     }
-
-    template <class Record>
-    Record At(uint64_t offset) const {
-        Record record{};
-        if (offset <= m_bytes.size() && sizeof record <= m_bytes.size() - offset) {
-            memcpy(&record, m_bytes.data() + offset, sizeof record);
-        }
-        return record;
-    }
-    std::string TextAt(uint64_t offset, uint64_t most = UINT64_MAX) const {
-        if (offset >= m_bytes.size()) return {};
-        const std::string_view rest = m_bytes.substr(offset, most);
-        return std::string(rest.substr(0, rest.find('\0')));
-    }
-
-    std::vector<std::string> Note() const;
-    void ReadNeeds(UpdaterProgram* program) const;
-
-private:
-    uint64_t OffsetOf(uint64_t address) const;
-    void ReadVersions(uint64_t entry, uint64_t texts, UpdaterProgram* program) const;
-
-    const std::string_view m_bytes;
-    std::vector<Elf64_Phdr> m_segments;
-};
-
-// Where in the file the bytes are that are loaded at an address.
-uint64_t Image::OffsetOf(uint64_t address) const {
-    for (const Elf64_Phdr& segment : m_segments) {
-        const uint64_t within = address - segment.p_vaddr;
-        if (segment.p_type == PT_LOAD && within < segment.p_filesz)
-            return segment.p_offset + within;
-    }
-    return m_bytes.size();
+    return lines;
 }
 
-std::vector<std::string> Image::Note() const {
-    const auto padded = [](uint64_t size) { return (size + 3) / 4 * 4; };
-    for (const Elf64_Phdr& segment : m_segments) {
-        if (segment.p_type != PT_NOTE) continue;
-        const uint64_t size = std::min<uint64_t>(segment.p_filesz, m_bytes.size());
-        for (uint64_t at = 0; at < size;) {
-            const auto note = At<Elf64_Nhdr>(segment.p_offset + at);
-            const uint64_t name = segment.p_offset + at + sizeof note;
-            const uint64_t text = name + padded(note.n_namesz);
-            at = text + padded(note.n_descsz) - segment.p_offset;
-            if (note.n_type != kUpdaterNoteType || TextAt(name, note.n_namesz) != kUpdaterNoteOwner)
-                continue;
-            std::vector<std::string> lines;
-            std::istringstream all(TextAt(text, note.n_descsz));
-            for (std::string line; std::getline(all, line);) lines.push_back(line);
-            return lines;
-        }
+std::set<std::string> NeededLibraries(Elf* elf, Elf_Data* data, size_t texts) {
+    std::set<std::string> libraries;
+    GElf_Dyn entry;
+    for (int i = 0; gelf_getdyn(data, i, &entry) != nullptr; ++i) {
+        const char* name =
+            entry.d_tag == DT_NEEDED ? elf_strptr(elf, texts, entry.d_un.d_val) : nullptr;
+        if (name != nullptr && !kSystemLibraries.contains(name)) libraries.insert(name);
     }
-    return {};
+    return libraries;
 }
 
-void Image::ReadVersions(uint64_t entry, uint64_t texts, UpdaterProgram* program) const {
-    for (;;) {
-        const auto need = At<Elf64_Verneed>(entry);
-        uint64_t place = entry + need.vn_aux;
-        for (unsigned i = 0; i < need.vn_cnt; ++i) {
-            const auto version = At<Elf64_Vernaux>(place);
+std::vector<int> NeededGlibc(Elf* elf, Elf_Data* data, size_t texts) {
+    std::vector<int> newest;
+    GElf_Verneed need;
+    GElf_Vernaux version;
+    for (int at = 0; gelf_getverneed(data, at, &need) != nullptr;
+         at += static_cast<int>(need.vn_next)) {
+        for (int place = at + static_cast<int>(need.vn_aux);
+             gelf_getvernaux(data, place, &version) != nullptr;
+             place += static_cast<int>(version.vna_next)) {
+            const char* name = elf_strptr(elf, texts, version.vna_name);
             std::vector<int> numbers(3);
-            const int found = sscanf(TextAt(texts + version.vna_name).c_str(), "GLIBC_%d.%d.%d",
-                                     &numbers[0], &numbers[1], &numbers[2]);
+            const int found = name == nullptr ? 0
+                                              : sscanf(name, "GLIBC_%d.%d.%d", &numbers[0],
+                                                       &numbers[1], &numbers[2]);
             numbers.resize(static_cast<size_t>(std::max(found, 0)));
-            program->glibc = std::max(program->glibc, numbers);
+            newest = std::max(newest, numbers);
             if (version.vna_next == 0) break;
-            place += version.vna_next;
         }
-        if (need.vn_next == 0) return;
-        entry += need.vn_next;
+        if (need.vn_next == 0) break;
     }
+    return newest;
 }
 
-void Image::ReadNeeds(UpdaterProgram* program) const {
-    std::vector<uint64_t> names;
-    uint64_t texts = 0, versions = 0;
-    for (const Elf64_Phdr& segment : m_segments) {
-        if (segment.p_type != PT_DYNAMIC) continue;
-        for (uint64_t at = segment.p_offset;; at += sizeof(Elf64_Dyn)) {
-            const auto entry = At<Elf64_Dyn>(at);
-            if (entry.d_tag == DT_NULL) break;
-            if (entry.d_tag == DT_NEEDED) names.push_back(entry.d_un.d_val);
-            if (entry.d_tag == DT_STRTAB) texts = OffsetOf(entry.d_un.d_ptr);
-            if (entry.d_tag == DT_VERNEED) versions = OffsetOf(entry.d_un.d_ptr);
-        }
+UpdaterProgram ReadSections(Elf* elf) {
+    UpdaterProgram program;
+    GElf_Shdr header;
+    for (Elf_Scn* section = nullptr; (section = elf_nextscn(elf, section)) != nullptr;) {
+        Elf_Data* data = elf_getdata(section, nullptr);
+        if (data == nullptr || gelf_getshdr(section, &header) == nullptr) continue;
+        const auto lines =
+            header.sh_type == SHT_NOTE ? LinesOfNote(data) : std::vector<std::string>();
+        if (!lines.empty()) program.note = lines;
+        if (header.sh_type == SHT_DYNAMIC)
+            program.libraries = NeededLibraries(elf, data, header.sh_link);
+        if (header.sh_type == SHT_GNU_verneed)
+            program.glibc = NeededGlibc(elf, data, header.sh_link);
     }
-    for (const uint64_t name : names) {
-        const std::string library = TextAt(texts + name);
-        if (!kSystemLibraries.contains(library)) program->libraries.insert(library);
-    }
-    if (versions != 0) ReadVersions(versions, texts, program);
+    return program;
 }
 
 std::string Joined(const std::vector<std::string>& words) {
@@ -136,23 +102,25 @@ std::vector<std::string> HostsOf(const UpdaterProgram& program) {
 }  // namespace
 
 std::optional<UpdaterProgram> ReadUpdaterProgram(const std::string& path, std::string* fault) {
-    std::string bytes;
-    if (!ReadWholeFile(path, &bytes, fault)) return {};
-    const Image image(bytes);
-    const auto header = image.At<Elf64_Ehdr>(0);
-    UpdaterProgram program;
-    if (memcmp(header.e_ident, ELFMAG, SELFMAG) != 0) {
+    const Stream file = OpenForReading(path);
+    if (!file) {
+        *fault = SystemError(path);
+        return {};
+    }
+    elf_version(EV_CURRENT);
+    const OwnedElf elf(elf_begin(fileno(file.get()), ELF_C_READ, nullptr), elf_end);
+    GElf_Ehdr header;
+    if (elf_kind(elf.get()) != ELF_K_ELF || gelf_getehdr(elf.get(), &header) == nullptr) {
         *fault = "it is not an ELF file";
-    } else if (header.e_ident[EI_CLASS] != ELFCLASS64 || header.e_machine != EM_X86_64 ||
+    } else if (gelf_getclass(elf.get()) != ELFCLASS64 || header.e_machine != EM_X86_64 ||
                (header.e_type != ET_EXEC && header.e_type != ET_DYN)) {
         *fault = "it is not a program for x86-64";
     } else if (IsTruncatedElf(path)) {
         *fault = "it is incomplete";
-    } else if (program.note = image.Note(); program.note.size() < 3) {
-        *fault = "it has no note of an updater";
-    } else {
-        image.ReadNeeds(&program);
+    } else if (UpdaterProgram program = ReadSections(elf.get()); program.note.size() >= 3) {
         return program;
+    } else {
+        *fault = "it has no note of an updater";
     }
     return {};
 }
