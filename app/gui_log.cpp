@@ -2,16 +2,11 @@
 
 #include <gtk/gtk.h>
 
-#include <cstdlib>
 #include <string>
 #include <type_traits>
-#include <utility>
 
 #include "app/mainwindow.h"
-#include "app/programs.h"
-#include "app/updater.h"
 #include "app/window_events.h"
-#include "lib/elf_file.h"
 
 namespace {
 
@@ -29,8 +24,8 @@ std::string progress_text(Count done, Count total) {
            "%]";
 }
 
-// What is left of `text` when all that can be shown has been moved to the result. A character that
-// is unfinished at the end stays, until more bytes finish it or show that it never will be.
+// Moves what can be shown from `text` to the result. An incomplete character at the end stays until
+// more bytes come.
 std::string take_valid(std::string* text) {
     std::string shown;
     const char* at = text->data();
@@ -66,17 +61,23 @@ void console_print(const char* text) {
     const int cursorAt = gtk_text_iter_get_offset(&cursor);
     const int boundAt = gtk_text_iter_get_offset(&bound);
     const bool selected = cursorAt != boundAt;
-    // Elsewhere the player's mouse has put it. Not every time: it has the whole line laid out.
+    // A click moved the cursor. Restore it only then: it costs a layout.
     if (!selected && !gtk_text_iter_is_end(&cursor)) gtk_text_buffer_place_cursor(buffer, &end);
     gtk_text_buffer_insert(buffer, &end, shown.data(), static_cast<int>(shown.size()));
     if (!selected) {
         gtk_text_view_scroll_mark_onscreen(view, cursorMark);
         return;
     }
-    // One that reaches the end has grown with the text.
+    // A selection that reaches the end has grown with the text.
     gtk_text_buffer_get_iter_at_offset(buffer, &cursor, cursorAt);
     gtk_text_buffer_get_iter_at_offset(buffer, &bound, boundAt);
     gtk_text_buffer_select_range(buffer, &cursor, &bound);
+}
+
+void console_begin_line() {
+    GtkTextIter end;
+    gtk_text_buffer_get_end_iter(gtk_text_view_get_buffer(GTK_TEXT_VIEW(console)), &end);
+    if (!gtk_text_iter_starts_line(&end)) console_print("\n");
 }
 
 void _Log::Print(const char* text) {
@@ -106,22 +107,7 @@ void _Log::Show(Count done, Count total) {
 }
 
 void _Log::Finished(int32_t result) {
-    const bool ownSession = std::exchange(self_update_pending, false);
-    if (ownSession && result == 0) {
-        start_session(0);
-        return;
-    }
-    if (ownSession) {
-        start_updater_copy(std::string("./") + kUpdaterCopyName, "-phase2");
-        if (!IsTruncatedElf(kUpdaterCopyName)) exit(0);
-        // Usually a full disk's work, which every start would meet again.
-        Printf(
-            "The new updater is incomplete and cannot be started.  Is the disk full?\n"
-            "Please make room and start this program again to update.\n"
-            "Until then the game can be played as it is installed.\n");
-    }
-    gtk_widget_set_sensitive(start_button, TRUE);
-    gtk_widget_set_sensitive(help_button, TRUE);
+    m_finished(result);
 }
 
 void _Log::SetStatus(const char* text) {

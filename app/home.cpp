@@ -8,6 +8,8 @@
 
 #include <cerrno>
 #include <cstdlib>
+#include <filesystem>
+#include <fstream>
 
 namespace {
 
@@ -15,7 +17,7 @@ constexpr mode_t kDirectoryMode = 0755;
 
 int locked_home = -1;  // the descriptor that holds the lock
 
-// An empty HOME counts as unset: the game would be installed in the root directory.
+// With an empty HOME the game would be installed in the root directory.
 std::string user_home() {
     const char* home = getenv("HOME");
     if (home != nullptr && *home != '\0') return home;
@@ -23,10 +25,47 @@ std::string user_home() {
     return account != nullptr ? account->pw_dir : "";
 }
 
+// Processes of other users may be invisible, as those that have ended are.
+bool is_process_of_this_user(int process) {
+    std::ifstream status("/proc/" + std::to_string(process) + "/status");
+    for (std::string word; status >> word;) {
+        uid_t user;
+        if (word == "Uid:") return status >> user && user == getuid();
+    }
+    return false;
+}
+
+// Whether the locks that the system lists for the working directory are all of other users. False
+// without a list or an entry there, as for a lock that another machine holds.
+bool only_strangers_lock() {
+    struct stat home;
+    if (stat(".", &home) != 0) return false;
+    bool found = false;
+    std::ifstream locks("/proc/locks");
+    for (std::string line; std::getline(locks, line);) {
+        int process;
+        unsigned long inode;
+        // Devices differ from those of stat() on some file systems. Who only waits has "->" first.
+        const char* const format = "%*d: FLOCK %*s %*s %d %*x:%*x:%lu";
+        if (sscanf(line.c_str(), format, &process, &inode) != 2 || inode != home.st_ino) continue;
+        if (is_process_of_this_user(process)) return false;
+        found = true;
+    }
+    return found;
+}
+
 }  // namespace
 
 std::string game_home() {
     return user_home() + "/.halcyrix";
+}
+
+void make_home_absolute() {
+    const std::string home = user_home();
+    if (home.empty() || home.front() == '/') return;
+    std::error_code error;
+    const std::filesystem::path absolute = std::filesystem::absolute(home, error);
+    if (!error) setenv("HOME", absolute.c_str(), 1);
 }
 
 std::string manual_address() {
@@ -38,7 +77,7 @@ EnteredHome enter_game_home() {
     EnteredHome result{access(home.c_str(), F_OK) != 0, 0};
     if (result.created && mkdir(home.c_str(), kDirectoryMode) != 0) {
         result.created = false;
-        // A link to a directory that is not there: entering it tells what is wrong.
+        // EEXIST: a dangling link. chdir() tells what is wrong.
         if (errno != EEXIST) result.error = errno;
     }
     if (result.error == 0 && chdir(home.c_str()) != 0) result.error = errno;
@@ -49,7 +88,7 @@ bool lock_game_home() {
     locked_home = open(".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (flock(locked_home, LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK) return true;
     unlock_game_home();
-    return false;
+    return only_strangers_lock();
 }
 
 void unlock_game_home() {

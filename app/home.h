@@ -4,10 +4,14 @@
 
 #include <string>
 
-// In the value of HOME; when it is unset, in the directory of the user's account entry.
+// Below HOME; when that is unset or empty, below the directory of the user's account.
 std::string game_home();
 
-// The manual, as a browser takes it.
+// Makes a relative HOME absolute, for the programs that this one becomes elsewhere. Call it before
+// the working directory changes.
+void make_home_absolute();
+
+// The address of the manual for a browser.
 std::string manual_address();
 
 struct EnteredHome {
@@ -18,9 +22,10 @@ struct EnteredHome {
 // Makes the directory if there is none, and makes it the working directory.
 EnteredHome enter_game_home();
 
-// Takes the working directory for this process alone, until unlock_game_home() or the end of the
-// process, however it ends; a program that the process becomes has to take it anew. False when
-// another process has it. Where directories cannot be locked, everybody gets it.
+// Locks the working directory until unlock_game_home() or the end of the process; a program that
+// the process becomes has to lock it anew. False when another process of this user has the lock.
+// True, without a lock, where directories cannot be locked and where another user has the lock: any
+// user who may read the directory can take it.
 bool lock_game_home();
 void unlock_game_home();
 

@@ -1,14 +1,19 @@
-// Chooses what this start of the program is for, and runs it from GTK's start to its end.
+// Chooses the mode of this start and runs it.
+#include <fcntl.h>
 #include <gtk/gtk.h>
 #include <libintl.h>
+#include <unistd.h>
 
+#include <csignal>
+#include <cstdlib>
 #include <cstring>
 
 #include "app/browser.h"
 #include "app/bug_actions.h"
 #include "app/bugwindow.h"
+#include "app/hand_off.h"
+#include "app/home.h"
 #include "app/mainwindow.h"
-#include "app/programs.h"
 #include "app/updater.h"
 #include "app/window_events.h"
 
@@ -19,9 +24,22 @@ constexpr char kDesktopName[] = "halcyrix-updater";
 
 constexpr guint32 kBrowserCheckPeriod = 200;  // milliseconds
 
+void prepare_process() {
+    // Open missing standard descriptors. The display's connection would become one of them, and
+    // warnings would be written into it.
+    int fd;
+    do {
+        fd = open("/dev/null", O_RDWR);
+    } while (fd >= 0 && fd <= STDERR_FILENO);
+    if (fd >= 0) close(fd);
+
+    signal(SIGCHLD, sighandler);
+    signal(SIGPIPE, SIG_IGN);
+    signal(SIGXFSZ, SIG_IGN);  // a limit on the size of files makes the write fail instead
+}
+
 void start_gtk(int* argc, char*** argv) {
-    // The windows get the class and the icon of the menu entry, whatever name the program was
-    // started under. GTK makes the class from it: the same with a capital letter.
+    // GTK makes the windows' class of it, with a capital letter. The menu entry names that class.
     g_set_prgname(kDesktopName);
     gtk_window_set_default_icon_name(kDesktopName);
     gtk_set_locale();
@@ -39,9 +57,13 @@ int bugreport_main(int argc, char** argv) {
 }
 
 int updater_main(int argc, char** argv, int selfUpdate) {
+    const bool isCopy = is_updater_copy_name(argv[0]);
+    // A copy that ends by itself, for want of a display, has not failed.
+    if (isCopy) atexit(forget_starts);
     start_gtk(&argc, &argv);
     GtkWidget* window = create_mainwindow();
     gtk_widget_show(window);
+    if (isCopy || !is_copy_given_up()) forget_starts();
     keep_widgets(window);
     gtk_timeout_add(kBrowserCheckPeriod, gtkidlehandler, nullptr);
     start_updater(selfUpdate);
@@ -55,6 +77,7 @@ int main(int argc, char** argv) {
     prepare_process();
     const char* mode = argc > 1 ? argv[1] : "";
     if (strcmp(mode, "-bugreport") == 0) return bugreport_main(argc, argv);
+    make_home_absolute();
     if (!is_updater_copy_name(argv[0])) hand_off();
     return updater_main(argc, argv, strcmp(mode, "-phase2") != 0);
 }

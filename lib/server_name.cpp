@@ -19,5 +19,5 @@ bool IsPathInside(const std::string& path) {
 
 bool IsSafeServerName(const std::string& name) {
     const std::string path = LocalPath(name);
-    return !path.empty() && IsPathInside(name) && IsPathInside(path);
+    return !path.empty() && path != kStartNotes && IsPathInside(name) && IsPathInside(path);
 }

@@ -47,11 +47,12 @@ std::string ComponentFault(const std::string& component) {
 
 std::string FileNameFault(const std::string& name) {
     if (HasControl(name)) return "has a control character";
-    if (!IsSafeServerName(name)) return "is refused by the updater: too long, or not a path inside";
     const std::string path = LocalPath(name);
     const std::string first = path.substr(0, path.find('/'));
-    if (first == kVersionRecordFile || first == kVersionRecordTemporary || first == kPatchFolder) {
+    if (first == kVersionRecordFile || first == kVersionRecordTemporary || first == kPatchFolder ||
+        first == kStartNotes) {
         return "is a name that the updater uses itself";
     }
+    if (!IsSafeServerName(name)) return "is refused by the updater: too long, or not a path inside";
     return {};
 }

@@ -1,5 +1,5 @@
-// The real program as a player meets it: what its starts turn into, what its windows say, and where
-// keys lead.
+// The real program as a player meets it: what a start becomes, what the windows say and what keys
+// do.
 #include <sys/stat.h>
 
 #include "net/event_loop.h"
@@ -12,9 +12,8 @@ namespace fs = std::filesystem;
 
 namespace {
 
-// A program that tells in the file "told" of its HOME how it was started: its arguments, its
-// library path, the signals that it does not find as they should be, how many sockets were left to
-// it.
+// Writes to $HOME/told how it was started: arguments, library path, blocked and ignored signals,
+// and the number of open sockets.
 constexpr char kScript[] =
     "#!/bin/sh\n"
     "{ echo \"$# $* $LD_LIBRARY_PATH\"\n"
@@ -24,9 +23,12 @@ constexpr char kScript[] =
     "readlink /proc/$$/fd/* | grep -c socket; } >$HOME/told\n"
     "exit 7\n";
 
-const std::string kUpdater = ReadFile(LOOPBACK_UPDATER);
+const std::string kUpdater = ReadFile(LOOPBACK_UPDATER), kEnd(1, '\0');
+// Answers that make a session fail.
+const std::map<std::string, std::vector<std::string>> kLies = {
+    {"MOTD", {kEnd}}, {"GETV", {"1", Encode(FileListEntry{"../x", 0, 0})}}};
 
-// The game's home is the one of the test, in a player's home beside it.
+// The player's home is beside the test's, which it links to as the game's home.
 class ProgramTest : public GameTest {
 protected:
     ProgramTest() {
@@ -37,7 +39,7 @@ protected:
     }
 
     fs::path Player() const { return Home().parent_path() / "player"; }
-    // The program under a name that hands nothing off.
+    // The program under a name that does not hand off.
     std::string Copy() const { return Player() / "update.rlb"; }
 
     std::function<void()> AsPlayer(std::function<void()> more = {}) const {
@@ -56,7 +58,7 @@ protected:
         return screen->AwaitWindow(updater.Pid(), "Halcyrix Update Utility");
     }
 
-    // Waits until the console says it. All of its text is selected then.
+    // Waits until the console says it. Leaves all of its text selected.
     void AwaitConsole(const Program& updater, const std::string& words) {
         const uint64_t end = EventLoop::Now() + 10000;
         for (std::string said; said.find(words) == std::string::npos;) {
@@ -67,7 +69,7 @@ protected:
         }
     }
 
-    // How the script says that it was started, when it found all else as it should be.
+    // The arguments and library path of the script, which must have found the rest in order.
     std::string Told() const {
         const std::string told = ReadFile(Player() / "told");
         fs::remove(Player() / "told");
@@ -82,7 +84,7 @@ protected:
         EXPECT_EQ(updater.Wait(), status);
     }
 
-    // Waits until no updater is at work in the game's home, which is when Play has come alive.
+    // Waits until no updater has locked the game's home. Play can be pressed then.
     void AwaitRest() { EXPECT_EQ(RunProgram({"flock", Home(), "true"}), 0); }
 
     static inline TestScreen* screen = nullptr;  // ends with the process
@@ -94,12 +96,21 @@ TEST_F(ProgramTest, UpdatesItselfAndTheGameAndShowsTheManualAndPlays) {
                     {"common/manual.html", "The manual."}});
     Install("", {{"linux64upd/update.rlb", kUpdater + "old"}});
     ServingProgram server(StorePath(), "127.0.0.1");
-    Program updater({UPDATER, "-phase2"},
-                    AsPlayer([] { setenv("BROWSER", "echo '%s' >$HOME/seen; exit 99", 1); }));
+    Program updater({"strace", "-Dyqqq", "-ocalls", "-etrace=execve,fsync", UPDATER, "-phase2"},
+                    AsPlayer([] {
+                        fs::current_path("..");
+                        setenv("HOME", "player", 1);
+                        setenv("BROWSER", "echo '%s' >$HOME/seen; exit 99", 1);
+                    }));
     server.AwaitWords("linux64upd");
     server.AwaitWords("linux64+common");
     AwaitRest();
     EXPECT_TRUE(ReadFile("update.rlb") == kUpdater + "newer") << "replaced while it ran";
+    EXPECT_FALSE(fs::exists("update.starts"));
+    const std::string home = Home();
+    EXPECT_THAT(ReadFile("../calls"),
+                testing::AllOf(testing::HasSubstr(home + "/update.rlb>) = 0\nfsync"),
+                               testing::HasSubstr(home + ">) = 0\nexecve(\"./update.rlb\"")));
     const Window window = AwaitMain(updater);
     screen->Press(window, "Tab Tab space");
     const Window notice = screen->AwaitWindow(updater.Pid(), "Error opening URL");
@@ -129,13 +140,9 @@ TEST_F(ProgramTest, StartsAsWhatItsNameAndArgumentsSay) {
         SCOPED_TRACE(c.name + " " + c.argument);
         Install("", {});
         if (c.copy != noCopy) WriteFile("update.rlb", c.copy);
-        // The server is gone at the version request, or lies about a name.
-        const std::string lie = FrameOf("1") + FrameOf(Encode(FileListEntry{"../x", 0, 0}));
-        Relay relay([&](const Passing& passing) -> std::optional<Instead> {
-            if (passing.payload == "MOTD") return Instead{FrameOf({'\0'})};
-            if (passing.payload != "GETV") return std::nullopt;
-            return c.told.empty() ? Instead{"", Instead::kHangUp} : Instead{lie};
-        });
+        // The server hangs up at the version request, or lies about a name.
+        Relay relay(c.told.empty() ? Answer({{"MOTD", {kEnd}}, {"GETV", {}}}, Instead::kHangUp)
+                                   : Answer(kLies));
         Program updater({c.name, c.argument}, AsPlayer());
         if (c.told.empty()) {
             AwaitConsole(updater, "Can't reach any");
@@ -186,8 +193,8 @@ TEST_F(ProgramTest, MakesItsHomeOrSaysWhyItCannot) {
 TEST_F(ProgramTest, AnswersAndEndsInALongCheckWhileOthersWait) {
     WriteFile("big", "");
     fs::resize_file("big", 4000000000);
-    const std::string listed = Encode(FileListEntry{"linux64/big", 0, 4000000000}), end(1, '\0');
-    Relay relay(Answer({{"MOTD", {end}}, {"GETV", {"1", listed, end}}}));
+    const std::string listed = Encode(FileListEntry{"linux64/big", 0, 4000000000});
+    Relay relay(Answer({{"MOTD", {kEnd}}, {"GETV", {"1", listed, kEnd}}}));
     Program first({Copy(), "-phase2"}, AsPlayer());
     AwaitConsole(first, "Latest version");
     Program second({Copy(), "-phase2"}, AsPlayer());
@@ -199,8 +206,17 @@ TEST_F(ProgramTest, AnswersAndEndsInALongCheckWhileOthersWait) {
     AwaitConsole(third, "Another updater is at work");
     screen->Press(AwaitMain(third), "Tab space");  // Help
     RunProgram({"sh", "-c", "until [ -e helped ]; do sleep 0.02; done"});
-    CancelOrPlay(third, 0);
-    // The check has not come to its end.
+    kill(third.Pid(), SIGSTOP);
+    CancelOrPlay(second, 0);
+    // A lock that outlives its process is never an updater's.
+    Program stranger({"sh", "-c", "exec 9<.; flock -n 9; echo locked; exec sleep 100"});
+    stranger.AwaitWords("locked");
+    Program fourth({Copy(), "-phase2"}, AsPlayer());
+    AwaitConsole(fourth, "Latest version");
+    screen->Close(AwaitMain(third));
+    kill(third.Pid(), SIGCONT);
+    EXPECT_EQ(third.Wait(), 0) << "begins no session in a window that is gone";
+    // No check has come to its end.
     EXPECT_THAT(relay.Requests(), testing::Each(testing::Not(testing::StartsWith("FULL"))));
 }
 
@@ -208,10 +224,55 @@ TEST_F(ProgramTest, StaysWhenTheNewCopyIsCutOffAndLetsThePlayerPlay) {
     Publish("1.0", {{"linux64upd/update.rlb", kUpdater}});
     WriteFile("halcyrix", kScript);
     ServingProgram server(StorePath(), "127.0.0.1");
-    Program updater({Copy()}, AsPlayer([] { new FileSizeLimit(100000); }));
-    AwaitConsole(updater, "Is the disk full?");
-    CancelOrPlay(updater, 7);
-    EXPECT_EQ(Told(), "0  ./drivers:.");
+    Program updater({Copy()}, AsPlayer([] {
+                        new FileSizeLimit(100000);
+                        setenv("LD_LIBRARY_PATH", "/usr/lib", 1);
+                    }));
+    AwaitConsole(updater,
+                 "harddrive)\nThe new updater is incomplete and cannot be started.  Is the ");
+    fs::rename("halcyrix", "gone");
+    screen->Press(AwaitMain(updater), "Tab space");
+    screen->Close(screen->AwaitWindow(updater.Pid(), "Fatal error"));
+    fs::rename("gone", "halcyrix");
+    screen->Press(AwaitMain(updater), "space");
+    EXPECT_EQ(updater.Wait(), 7);
+    EXPECT_EQ(Told(), "0  ./drivers:.:./drivers:.:/usr/lib");
+}
+
+TEST_F(ProgramTest, GoesOnWithoutACopyThatNeverShowsItsWindow) {
+    std::string noLibrary = kUpdater, otherMachine = kUpdater;
+    noLibrary.replace(noLibrary.find("libgtk-x11"), 6, "nogtk!");
+    otherMachine[18] = 40;
+    // With the status of each start; the last cannot be executed at all.
+    const std::pair<std::string, int> copies[] = {{ReadFile("/bin/true"), 0},
+                                                  {"#!/bin/sh\nkill -SEGV $$\n", 128 + SIGSEGV},
+                                                  {noLibrary, 127},
+                                                  {otherMachine, -1}};
+    Publish("1.0", {{"linux64upd/update.rlb", kUpdater}});
+    for (const auto& [copy, status] : copies) {
+        SCOPED_TRACE(status);
+        Install("", {{"linux64upd/update.rlb", copy}});
+        for (int starts = 0; starts < 3 && status != -1; ++starts) {
+            EXPECT_EQ(Program({LOOPBACK_UPDATER}, AsPlayer()).Wait(), status);
+        }
+        if (status == 0) {
+            Relay relay(Answer(kLies));
+            Program updater({LOOPBACK_UPDATER}, AsPlayer());
+            AwaitConsole(updater, "The downloaded updater failed to start three times");
+            AwaitRest();
+            screen->Close(AwaitMain(updater));
+            EXPECT_EQ(updater.Wait(), 0);
+            EXPECT_THAT(relay.Requests(), testing::Contains("MOTD")) << "for the game";
+        }
+        ServingProgram server(StorePath(), "127.0.0.1");
+        Program updater({LOOPBACK_UPDATER}, AsPlayer());
+        server.AwaitWords("linux64+common");
+        AwaitRest();
+        EXPECT_TRUE(ReadFile("update.rlb") == kUpdater);
+        EXPECT_FALSE(fs::exists("update.starts"));
+        screen->Close(AwaitMain(updater));
+        EXPECT_EQ(updater.Wait(), 0);
+    }
 }
 
 TEST_F(ProgramTest, SendsTheCrashReportThatWasTypedAndNoOther) {

@@ -2,6 +2,7 @@
 #include "app/browser.h"
 #include "app/bugwindow.h"
 #include "app/gui_log.h"
+#include "app/hand_off.h"
 #include "app/mainwindow.h"
 #include "app/message_box.h"
 #include "app/programs.h"
@@ -65,6 +66,7 @@ TEST_F(Windows, ConsoleTakesAnyBytesAndGrowsAtItsEndWhateverThePlayerDoesInIt) {
     gtk_text_buffer_get_selection_bounds(buffer, &start, &end);
     EXPECT_TRUE(gtk_text_iter_is_start(&start));
     EXPECT_EQ(gtk_text_iter_get_line(&end), 105);
+    g_signal_emit_by_name(console, "insert-at-cursor", "typed");
     EXPECT_TRUE(TextOf(console).ends_with("line\nafter a click\nwhile all is selected\n"));
 }
 
@@ -93,7 +95,17 @@ TEST_F(Windows, ProgressTellsKilobytesAndPercentOnceInFiftyMilliseconds) {
     EXPECT_STREQ(gtk_progress_bar_get_text(bar), "4/4k [100%]");
 }
 
-// Does what makes the window's turn in a dispatch pass that the clock has started.
+// Makes a pass last until the count is down.
+struct Busy : IO_Event {
+    explicit Busy(const int* count) : m_count(count) {
+        m_fd = open("/dev/null", O_WRONLY);
+        m_flags = IO_WRITE;
+    }
+    void OnWritable() override { m_flags = *m_count > 0 ? IO_WRITE : 0; }
+    const int* const m_count;
+};
+
+// Works in a dispatch pass that the timer has started.
 struct InPass : Poll_Event {
     explicit InPass(std::function<void()> work) : Poll_Event(&event_loop), m_work(std::move(work)) {
         Register();
@@ -108,7 +120,7 @@ TEST_F(Windows, HaveTheirTurnInAPassUnlessThereIsInputToRead) {
     static IO_Event socket;
     socket.m_fd = open("/dev/zero", O_RDONLY);
     join_main_loop(&socket);
-    for (const uint32_t flags : {IO_READ, IO_WRITE}) {
+    for (const uint32_t flags : {IO_WRITE, IO_READ}) {
         socket.m_flags = IO_READ;
         sync_input_watch();
         int unseen = 1;
@@ -128,26 +140,36 @@ TEST_F(Windows, HaveTheirTurnInAPassUnlessThereIsInputToRead) {
     EXPECT_EQ(LabelText(progress2), "") << "one message at a time";
     socket.m_flags = 0;
     sync_input_watch();
+
+    int unseen = 1;
+    g_idle_add([](gpointer count) { return --*static_cast<int*>(count); }, &unseen);
+    Busy busy(&unseen);
+    const EventLoop::IO_Entry entry = event_loop.AddIO(&busy);
+    gtktimerhandler(nullptr);
+    event_loop.RemoveIO(entry);
+    EXPECT_EQ(unseen, 0) << "the window had its turn in a long pass";
 }
 
 TEST_F(Windows, KeepTheirSizeAndShowAllTexts) {
     const std::string word(5000, 'w'), path(200, 'W');
-    for (const char* font : {"DejaVu Sans 8", "DejaVu Sans 10", "DejaVu Sans 18"}) {
+    for (const char* font :
+         {"DejaVu Sans 8", "DejaVu Sans 10", "DejaVu Sans 18", "DejaVu Sans 40"}) {
         SCOPED_TRACE(font);
         Show(font);
         const int width = Width(m_window);
+        EXPECT_LE(width, 1024);
         EXPECT_GE(width,
                   text_size(progress2, "Waiting; #100/250 in queue, approx. 02:46:40").width);
         m_log.Printf("%s\n", word.c_str());
         EXPECT_EQ(Width(m_window), width);
 
         GtkWidget* bug = create_bugwindow();
-        gtk_window_resize(GTK_WINDOW(bug), 1000, 600);
+        gtk_window_resize(GTK_WINDOW(bug), 1024, 600);
         gtk_widget_show(bug);
-        EXPECT_EQ(Width(bug), 1000);
+        EXPECT_EQ(Width(bug), 1024);
         GtkTextView* entry = GTK_TEXT_VIEW(FindInside(bug, GTK_TYPE_TEXT_VIEW));
         gtk_text_buffer_set_text(gtk_text_view_get_buffer(entry), word.data(), -1);
-        EXPECT_EQ(Width(bug), 1000);
+        EXPECT_EQ(Width(bug), 1024);
         gtk_widget_destroy(bug);
 
         message_box(("not \xFF text\n" + path).c_str(), "Message");
@@ -159,6 +181,10 @@ TEST_F(Windows, KeepTheirSizeAndShowAllTexts) {
         gtk_button_clicked(GTK_BUTTON(close));
         EXPECT_EQ(FindWindow("Message"), nullptr);
     }
+    browser_failed = 1;
+    for (int check = 0; check < 2; ++check) gtkidlehandler(nullptr);
+    gtk_widget_destroy(FindWindow("Error opening URL"));
+    EXPECT_EQ(FindWindow("Error opening URL"), nullptr) << "told once";
 }
 
 TEST(Programs, AreNamedAndCheckedBeforeTheyStart) {

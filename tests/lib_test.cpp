@@ -126,6 +126,7 @@ TEST_F(Files, HaveNamesThatStayInTheHomeAndDirectories) {
         EXPECT_EQ(IsSafeServerName(name), safe) << name;
         EXPECT_TRUE(IsPathInside(name)) << name;
     }
+    EXPECT_FALSE(IsSafeServerName("linux64/update.starts"));
     for (const std::string& name : {"/"s, ".."s, "../a"s, "x/.."s, "x/a/../b"s, longest + 'a'}) {
         EXPECT_FALSE(IsSafeServerName(name)) << name;
         EXPECT_FALSE(IsPathInside(name)) << name;
