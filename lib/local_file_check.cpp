@@ -14,13 +14,15 @@ namespace {
 // Room for eight of the largest files.
 constexpr size_t kRoom = size_t{4} << 20;
 
-int64_t Nanoseconds(const timespec& time) {
-    return static_cast<int64_t>(time.tv_sec) * 1'000'000'000 + time.tv_nsec;
-}
-
 FileStamp StampOf(const struct stat& status) {
-    return {status.st_ino, status.st_size, Nanoseconds(status.st_mtim),
-            Nanoseconds(status.st_ctim)};
+    const timespec& contents = status.st_mtim;
+    const timespec& any = status.st_ctim;
+    return {static_cast<int64_t>(status.st_ino),
+            status.st_size,
+            contents.tv_sec,
+            contents.tv_nsec,
+            any.tv_sec,
+            any.tv_nsec};
 }
 
 }  // namespace

@@ -2,6 +2,7 @@
 #ifndef HALCYRIX_LIB_LOCAL_FILE_CHECK_H
 #define HALCYRIX_LIB_LOCAL_FILE_CHECK_H
 
+#include <array>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
@@ -29,15 +30,9 @@ struct LocalFileCheck {
 LocalFileCheck CheckLocalFile(const std::string& path, uint64_t length, uint32_t checksum,
                               ProgressIndicator* progress);
 
-// Tells whether a file has changed since it was looked at.
-struct FileStamp {
-    uint64_t inode = 0;
-    int64_t size = 0;
-    int64_t modified = 0;  // nanoseconds since the epoch
-    int64_t changed = 0;   // the same, contents or status
-
-    bool operator==(const FileStamp&) const = default;
-};
+// Differs when a file has changed: its inode, its size, and the times of the last change of its
+// contents and of its status.
+using FileStamp = std::array<int64_t, 6>;
 
 // Of the file at `path`; all zero when there is none.
 FileStamp StampOf(const std::string& path);

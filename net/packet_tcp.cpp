@@ -1,9 +1,9 @@
 #include "net/packet_tcp.h"
 
+#include <sys/ioctl.h>
 #include <sys/socket.h>
 
 #include <cstring>
-#include <tuple>
 
 #include "log/gamelog.h"
 
@@ -80,16 +80,18 @@ bool RXPacketTCP::DeliverPackets() {
 }
 
 void RXPacketTCP::DropPackets() {
-    for (int reads = 0; reads < kMostReads; ++reads) {
+    int held = 0;
+    ioctl(m_fd, FIONREAD, &held);
+    while (held > 0) {
         // Peeks first, so that an invalid frame stays readable.
         const auto got =
             static_cast<int>(recv(m_fd, m_rxBuf + m_rxLen, kMaxFrame - m_rxLen, MSG_PEEK));
         if (got <= 0) return;
-        const int held = m_rxLen + got;
+        const int end = m_rxLen + got;
         int dropped = 0;
-        while (const int frame = CompleteFrame(m_rxBuf + dropped, held - dropped)) dropped += frame;
+        while (const int frame = CompleteFrame(m_rxBuf + dropped, end - dropped)) dropped += frame;
         if (dropped == 0) return;
-        std::ignore = recv(m_fd, m_rxBuf + m_rxLen, dropped - m_rxLen, 0);
+        held -= static_cast<int>(recv(m_fd, m_rxBuf + m_rxLen, dropped - m_rxLen, 0));
         m_rxLen = 0;
     }
 }

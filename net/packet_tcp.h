@@ -35,9 +35,9 @@ public:
     // for more than kMaxPayload bytes, which is logged. A short write counts as sent.
     int SendPacket(const void* data, int length);
 
-    // Reads and drops the complete frames that the socket already holds, up to a bounded amount.
-    // Leaves an incomplete or invalid frame and the end of the connection for OnReadable(). Not to
-    // be called from OnPacket().
+    // Reads and drops the complete frames that the socket holds now. Leaves an incomplete or
+    // invalid frame and the end of the connection for OnReadable(). Not to be called from
+    // OnPacket().
     void DropPackets();
 
 private:

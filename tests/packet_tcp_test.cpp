@@ -95,7 +95,7 @@ TEST_F(Packets, AreFramedUpToTheLargestPayload) {
     EXPECT_EQ(server.Hear(3), "\0\0"s) << "nothing of the others was sent";
 }
 
-TEST_F(Packets, ArePutTogetherHoweverTheyArrive) {
+TEST_F(Packets, ArePutTogetherHoweverTheyArriveAndEndWithTheirConnection) {
     std::vector<std::string> sent;
     std::string stream;
     for (const size_t size : {3, 0, 8190, 1, 8190, 8190, 700, 0}) {
@@ -109,22 +109,24 @@ TEST_F(Packets, ArePutTogetherHoweverTheyArrive) {
         }
         EXPECT_EQ(connection.packets, sent) << "in pieces of " << piece;
     }
-}
-
-TEST_F(Packets, EndAtAnInvalidLengthAndAreDeliveredAfterAClose) {
+    Peer second(kPort + 1);
     connection.onPacket = [&](const std::string& packet) {
-        if (packet == "last") connection.Close();
+        if (packet == "close") connection.Close();
+        if (packet == "move") connection.ConnectTo(&second, kPort + 1);
     };
-    for (const std::string& first : {"good"s, "last"s}) {
-        connection.packets.clear();
-        connection.ConnectTo(&server);
+    connection.packets.clear();
+    for (const std::string& first : {"good"s, "close"s, "move"s}) {
         connection.Receive(FrameOf(first) + FrameOf("more") + "\x1f\xff" + FrameOf("later"));
-        EXPECT_EQ(connection.packets.size(), first == "last" ? 2u : 3u);
-        connection.packets.resize(2);
-        EXPECT_THAT(connection.packets, ElementsAre(first, "more"));
+        if (first == "move") break;
         EXPECT_TRUE(connection.m_fd == -1 && connection.m_flags == 0);
+        connection.ConnectTo(&server);
     }
-    EXPECT_EQ(log.Text(), "Invalid packet size; disconnecting\n") << "nothing after the close";
+    connection.Receive(FrameOf("fresh"));
+    shutdown(second.accepted, SHUT_WR);
+    connection.OnReadable();
+    EXPECT_THAT(connection.packets, ElementsAre("good", "more", "(disconnected)", "close", "more",
+                                                "move", "fresh", "(disconnected)"));
+    EXPECT_EQ(log.Text(), "Invalid packet size; disconnecting\n") << "nothing after a close";
 }
 
 TEST_F(Packets, AreReadInTurnsAndDroppedUpToAnIncompleteOneAndTheEnd) {
@@ -152,18 +154,6 @@ TEST_F(Packets, AreReadInTurnsAndDroppedUpToAnIncompleteOneAndTheEnd) {
     EXPECT_EQ(connection.packets.size(), 2u);
     connection.OnReadable();
     EXPECT_EQ(connection.packets.size(), 3u) << "the end of the connection stays";
-}
-
-TEST_F(Packets, OfTheOldConnectionAreForgottenWhenOneStartsANewOne) {
-    Peer second(kPort + 1);
-    connection.onPacket = [&](auto& packet) {
-        if (packet == "move") connection.ConnectTo(&second, kPort + 1);
-    };
-    connection.Receive(FrameOf("move") + FrameOf("stale") + FrameOf(SeededBytes(8100, 3)));
-    connection.Receive(FrameOf("fresh"));
-    shutdown(second.accepted, SHUT_WR);
-    connection.OnReadable();
-    EXPECT_THAT(connection.packets, ElementsAre("move", "fresh", "(disconnected)"));
 }
 
 }  // namespace

@@ -42,18 +42,6 @@ TEST_F(Patch, DoesWhatTheDescriptionSays) {
                                      Copy(0xFFFFFFFF, 1), "L" + Number(0xFFFFFFFF)}) {
         Try(old, patch + "R");
     }
-    std::mt19937 random(1);
-    const auto number = [&random](uint32_t below) { return uint32_t(random() % below); };
-    for (unsigned seed = 0; seed < 1000 && !HasFailure(); ++seed) {
-        std::string patch;
-        for (uint32_t commands = number(12); commands > 0; --commands) {
-            const std::string next[] = {
-                SeededBytes(number(6), seed), "R", Copy(uint32_t(random()), number(9)),
-                Literal(SeededBytes(number(40), seed)), Copy(number(150), number(100))};
-            patch += next[std::min(number(9), 4u)];
-        }
-        Try(SeededBytes(number(300), seed), patch + (number(4) != 0 ? "R" : ""));
-    }
     testing::internal::GetCapturedStdout();
 }
 
@@ -111,23 +99,6 @@ TEST_F(Patch, KeepsToTheLimitsOfSizeAndMemory) {
     rusage usage;
     getrusage(RUSAGE_SELF, &usage);
     EXPECT_LT(usage.ru_maxrss, 1024 * 1024) << "KiB";
-}
-
-TEST_F(Patch, IsMadeOfSpansThatAreCutJoinedAndWrittenOrNot) {
-    WriteFile("source", "0123456789");
-    const Stream file = OpenForReading("source");
-    SpanBuffer buffer, other;
-    buffer.spans = {{0, Span{file.get(), 2, 8}}};
-    EXPECT_EQ(buffer.Append(buffer), 16u);
-    EXPECT_TRUE(buffer.SubSpan(UINT64_MAX, 2).spans.empty());
-    EXPECT_EQ(buffer.AppendTo(&other, 6, 4), 2u);
-    EXPECT_TRUE(other.WriteFile("out", nullptr));
-    EXPECT_EQ(ReadFile("out"), "8923");
-    EXPECT_FALSE(other.Write(OpenForWriting("/dev/full").get(), nullptr)) << "and says so at once";
-    for (const uint64_t length : {0, 3}) {
-        other.spans = {{0, Span{file.get(), 8, length}}};
-        EXPECT_FALSE(other.WriteFile("out", nullptr)) << "of an empty file, or ends early";
-    }
 }
 
 }  // namespace

@@ -80,11 +80,18 @@ TEST_F(Reliability, OfAPublishThatIsKilledAnywhere) {
         fs::remove_all(StorePath());
         fs::copy("../before", StorePath(), fs::copy_options::recursive);
     };
+    const auto stored = [this] {
+        return std::distance(fs::recursive_directory_iterator(StorePath()), {});
+    };
+    prepare();
+    ASSERT_EQ(RunProgram({"sh", "-c", publish}), 0);
+    const auto complete = stored();
     const auto again = [&] {
         std::string said;
         EXPECT_EQ(RunProgram({RELEASE_TOOL, "check", StorePath()}, &said), 0) << said;
         const bool published = said.starts_with("2 releases");
         EXPECT_EQ(RunProgram({"sh", "-c", publish}, &said), published ? 1 : 0) << said;
+        EXPECT_EQ(stored(), complete) << "nothing is left of the killed one";
     };
     EXPECT_GT(KillEverywhere(publish, prepare, again), 10);
 }
