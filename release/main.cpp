@@ -2,12 +2,25 @@
 #include <arpa/inet.h>
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
+#include <charconv>
+#include <climits>
+#include <cstdint>
 #include <cstdio>
+#include <functional>
+#include <memory>
+#include <numeric>
+#include <string>
+#include <utility>
+#include <vector>
 
 #include "halcyrix_config.h"
 #include "release/commands.h"
+#include "serve/addresses.h"
 
 namespace {
+
+constexpr char kVersion[] = "halcyrix-release " HALCYRIX_VERSION;
 
 // Each check returns why the text is refused, and an empty string for a good one.
 
@@ -20,12 +33,56 @@ std::string CheckAddress(const std::string& text) {
     return inet_pton(AF_INET, text.c_str(), &address) == 1 ? "" : text + " is no IPv4 address";
 }
 
-std::string CheckMetricsAddress(const std::string& text) {
-    const size_t colon = text.rfind(':');
-    const std::string port = colon == std::string::npos ? "" : text.substr(colon + 1);
-    if (!CLI::Range(1, 65535)(port).empty()) return text + " is not ADDRESS:PORT";
-    return CheckAddress(text.substr(0, colon));
+std::string CheckAddressAndPort(const std::string& text) {
+    return ParseAddress(text) ? "" : text + " is not ADDRESS:PORT";
 }
+
+// What follows the whole number that the text begins with; null for a text that does not, or with
+// one of more than 64 bits.
+const char* ReadNumber(const std::string& text, uint64_t* number) {
+    const auto read = std::from_chars(text.data(), text.data() + text.size(), *number);
+    return read.ec == std::errc() ? read.ptr : nullptr;
+}
+
+std::function<std::string(const std::string&)> NumberFrom(uint64_t least,
+                                                          uint64_t most = UINT64_MAX) {
+    return [=](const std::string& text) {
+        uint64_t number = 0;
+        const char* const rest = ReadNumber(text, &number);
+        if (rest != nullptr && *rest == '\0' && number >= least && number <= most) {
+            return std::string();
+        }
+        return text + " is no number from " + std::to_string(least) +
+               (most == UINT64_MAX ? " on" : " to " + std::to_string(most));
+    };
+}
+
+// Turns bytes with a unit, such as 20M, into a number.
+CLI::Validator ToBytes(bool k_is_1000) {
+    const auto convert = [size = CLI::AsSizeValue(k_is_1000)](std::string& text) {
+        uint64_t ignored;
+        if (ReadNumber(text, &ignored) != nullptr && size(text).empty()) return std::string();
+        return text + " is no number of bytes, such as 500k or 20M";
+    };
+    return {convert, ""};
+}
+
+// Keeps the help short.
+class HelpFormatter : public CLI::Formatter {
+public:
+    HelpFormatter() { column_width(28); }
+
+    std::string make_help(const CLI::App* app, std::string name,
+                          CLI::AppFormatMode mode) const override {
+        std::string help = CLI::Formatter::make_help(app, std::move(name), mode);
+        for (size_t at; (at = help.find("\n\n\n")) != help.npos;) help.erase(at, 1);
+        return help;
+    }
+
+    std::string make_option_opts(const CLI::Option* option) const override {
+        return option->nonpositional() ? CLI::Formatter::make_option_opts(option) : "";
+    }
+};
 
 // What the command line says, and what came of the command.
 struct CommandLine {
@@ -55,33 +112,33 @@ void AddPublish(CLI::App* app, CommandLine* line) {
         ->required();
     publish->add_option("VERSION", line->request.version, "The version, a word not used before")
         ->required();
-    publish->add_option("SOURCES", line->sources, "Each component and where its files are")
+    publish
+        ->add_option("SOURCES", line->sources,
+                     "Each component and where its files are: COMPONENT=DIR")
         ->required()
-        ->type_name("COMPONENT=DIR")
         ->check(CheckSource);
     publish
         ->add_option("--patches-from", line->request.patchesFrom,
-                     "Make patches from the last N releases of a component")
+                     "From how many releases of a component to make patches")
         ->type_name("N")
-        ->check(CLI::NonNegativeNumber)
+        ->check(NumberFrom(0))
         ->capture_default_str();
     publish->add_flag("--new-component", line->request.newComponents,
                       "Allow components that no earlier release has");
     publish->add_flag("--any-updater", line->request.anyUpdater,
                       "Publish an update.rlb that is no updater");
-    publish->add_flag("--dry-run", line->dryRun,
-                      "Say what players would get, and leave the store as it is");
+    publish->add_flag("--dry-run", line->dryRun, "Say what players would get, and publish nothing");
     publish
         ->add_option("--jobs", line->request.limits.jobs,
-                     "Make N patches at a time; as many as there are processors unless given")
+                     "Patches to make at a time; default: one a processor")
         ->type_name("N")
-        ->check(CLI::Range(1, 1024));
+        ->check(NumberFrom(1, 1024));
     publish
         ->add_option("--memory", line->request.limits.memory,
-                     "Memory for making patches (500M, 4G); half of what is free unless given")
+                     "For all patches at a time; default: half of what is free")
         ->type_name("BYTES")
-        ->transform(CLI::AsSizeValue(false))
-        ->check(CLI::PositiveNumber);
+        ->transform(ToBytes(false))
+        ->check(NumberFrom(1));
     publish->callback([=] {
         for (const std::string& source : line->sources) {
             const size_t equals = source.find('=');
@@ -109,12 +166,10 @@ void AddWithdraw(CLI::App* app, CommandLine* line) {
 
 void AddPrune(CLI::App* app, CommandLine* line) {
     CLI::App* prune = AddStoreCommand(app, "prune", "Remove old releases from a store", line);
-    prune
-        ->add_option("--keep", line->keep,
-                     "Remove a release after which came N others with all of its components")
+    prune->add_option("--keep", line->keep, "Keep N releases of each set of components")
         ->required()
         ->type_name("N")
-        ->check(CLI::Range(1, 1'000'000));
+        ->check(NumberFrom(1, 1'000'000));
     prune->callback([=] { line->status = Prune(line->store, line->keep); });
 }
 
@@ -126,44 +181,36 @@ void AddCheck(CLI::App* app, CommandLine* line) {
 
 void AddServe(CLI::App* app, CommandLine* line) {
     CLI::App* serve = AddStoreCommand(app, "serve", "Serve a store's releases to updaters", line);
-    serve->add_option("--listen", line->server.address, "Local IPv4 address to listen on")
-        ->check(CheckAddress)
-        ->capture_default_str();
-    serve->add_option("--port", line->server.port, "Port to listen on")
-        ->check(CLI::Range(1, 65535))
-        ->capture_default_str();
-    serve->add_option("--slots", line->server.slots, "How many clients download at a time")
-        ->check(CLI::Range(1, 100'000))
-        ->capture_default_str();
-    serve
-        ->add_option("--per-address", line->server.perAddress,
-                     "How many clients one address may have, 0 for any number")
-        ->check(CLI::NonNegativeNumber)
-        ->capture_default_str();
-    const auto addRate = [serve](const char* name, uint64_t* rate, const char* description) {
-        serve->add_option(name, *rate, description)
-            ->type_name("BYTES")
-            ->transform(CLI::AsSizeValue(true))
+    ServerOptions& server = line->server;
+    const auto add = [serve](const char* group, const char* name, auto* value, const char* type,
+                             const char* description) {
+        return serve->add_option(name, *value, description)
+            ->type_name(type)
+            ->group(group)
             ->capture_default_str();
     };
-    addRate("--client-rate", &line->server.clientRate,
-            "Bytes in a second for each download, as 500k or 20M; 0 for no limit");
-    addRate("--total-rate", &line->server.totalRate, "The same for all downloads together");
-    addRate("--min-rate", &line->server.minRate, "Who is slower over a minute loses the slot");
-    serve
-        ->add_option("--drain", line->server.drainSeconds,
-                     "How long downloads may go on when the server is told to stop")
-        ->type_name("SECONDS")
-        ->check(CLI::Range(0, 86'400))
-        ->capture_default_str();
-    serve->add_option("--motd", line->server.motdFile,
-                      "Text file with the message of the day, read anew for each client; at most "
-                      "64 KiB of it are shown");
-    serve
-        ->add_option("--metrics", line->server.metrics,
-                     "Where to answer HTTP requests for /metrics, in the format of Prometheus")
-        ->type_name("ADDRESS:PORT")
-        ->check(CheckMetricsAddress);
+    const auto addRate = [add](const char* name, uint64_t* rate, const char* description) {
+        add("Rates", name, rate, "BYTES", description)->transform(ToBytes(true));
+    };
+    add("Clients", "--listen", &server.address, "ADDRESS", "Local IPv4 address to listen on")
+        ->check(CheckAddress);
+    add("Clients", "--port", &server.port, "PORT", "Port to listen on")
+        ->check(NumberFrom(1, 65535));
+    add("Clients", "--slots", &server.slots, "N", "Clients that download at a time")
+        ->check(NumberFrom(1, 100'000));
+    add("Clients", "--per-address", &server.perAddress, "N",
+        "Clients that one address may have; 0: no limit")
+        ->check(NumberFrom(0, INT_MAX));
+    add("Clients", "--motd", &server.motdFile, "FILE", "Message of the day for all players");
+    addRate("--client-rate", &server.clientRate, "Limit of each download, in bytes a second");
+    addRate("--total-rate", &server.totalRate, "Limit of all downloads together; 0: none");
+    addRate("--min-rate", &server.minRate, "A slower download loses its slot in a minute");
+    add("Stopping", "--drain", &server.drainSeconds, "SECONDS",
+        "How long downloads go on after the first signal")
+        ->check(NumberFrom(0, 86'400));
+    add("Watching", "--metrics", &server.metrics, "ADDRESS:PORT",
+        "Where to answer HTTP requests for /metrics")
+        ->check(CheckAddressAndPort);
     serve->callback([=] {
         // Every download would be too slow.
         const uint64_t share = line->server.totalRate / static_cast<uint64_t>(line->server.slots);
@@ -198,29 +245,63 @@ void AddShow(CLI::App* app, CommandLine* line) {
     show->callback([=] { line->status = Show(line->patch); });
 }
 
+// The number of characters to add, remove or change to make one word of the other.
+size_t EditDistance(const std::string& one, const std::string& other) {
+    std::vector<size_t> row(other.size() + 1);
+    std::iota(row.begin(), row.end(), size_t{0});
+    for (size_t i = 1; i <= one.size(); ++i) {
+        size_t diagonal = std::exchange(row[0], i);
+        for (size_t j = 1; j <= other.size(); ++j) {
+            const size_t changed = diagonal + (one[i - 1] == other[j - 1] ? 0 : 1);
+            diagonal = std::exchange(row[j], std::min({changed, row[j] + 1, row[j - 1] + 1}));
+        }
+    }
+    return row.back();
+}
+
+ExitStatus UsageError(const CLI::App& app, std::string text) {
+    std::string help = "halcyrix-release ";
+    if (const auto used = app.get_subcommands(); !used.empty()) {
+        help += used.front()->get_name() + " ";
+    } else if (const auto words = app.remaining(); !words.empty()) {
+        const auto commands = app.get_subcommands({});
+        const auto isNearer = [&words](const CLI::App* one, const CLI::App* other) {
+            return EditDistance(words.front(), one->get_name()) <
+                   EditDistance(words.front(), other->get_name());
+        };
+        text = "there is no command \"" + words.front() + "\"; the nearest is \"" +
+               (*std::min_element(commands.begin(), commands.end(), isNearer))->get_name() + "\"";
+    } else {
+        text = "a command is required";
+    }
+    Problem(text + "\nTry \"" + help + "--help\".");
+    return EXIT_USAGE;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
     CLI::App app(
         "Publishes releases of the game to a store, serves them, and works on the store's files.",
         "halcyrix-release");
-    app.footer("Exit status: 0 done, 1 a problem in the data or the system, 2 wrong usage.");
     app.require_subcommand(1);
+    app.formatter(std::make_shared<HelpFormatter>());
     CommandLine line;
     for (const auto add : {AddPublish, AddList, AddWithdraw, AddPrune, AddCheck, AddServe, AddDiff,
                            AddApply, AddShow}) {
         add(&app, &line);
     }
     for (CLI::App* command : app.get_subcommands({})) {
-        command->set_version_flag("--version", "halcyrix-release " HALCYRIX_VERSION,
-                                  "Print the version and exit");
+        command->get_help_ptr()->group("");
+        command->set_version_flag("--version", kVersion)->group("");
     }
-    app.set_version_flag("--version", "halcyrix-release " HALCYRIX_VERSION,
-                         "Print the version and exit");
+    app.set_version_flag("--version", kVersion, "Print the version and exit");
+    app.footer("Exit status: 0 done, 1 a problem in the data or the system, 2 wrong usage.");
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
-        return app.exit(error) == 0 ? EXIT_DONE : EXIT_USAGE;
+        if (error.get_exit_code() != 0) return UsageError(app, error.what());
+        app.exit(error);
     }
     // What was printed counts as done only when it arrived.
     if (fflush(stdout) != 0) line.status = Problem("standard output cannot be written");

@@ -276,9 +276,20 @@ TEST_F(StoreTest, KeepsTheNewestReleaseOfAnyComponents) {
 
 TEST_F(StoreTest, IsWorkedOnByAToolThatTellsUsageFromProblems) {
     Sh("echo x >bad; cp game/same old; cp old made; cp old new; echo new >>new");
-    Try({"tool => 2 A subcommand is required", "tool list --version => 0 halcyrix-release ",
-         "publish 1 --memory 0 => 2 --memory", "publish 1 --patches-from -1 => 2 --patches-from",
-         "publish 1 x => 2 SOURCES: x is not COMPONENT=DIR", "tool prune game --keep 0 => 2 --keep",
+    for (const std::string wrong :
+         {"publish . 1 a=b --memory 0", "publish . 1 a=b --patches-from -1",
+          "publish . 1 a=b --jobs 1025", "prune . --keep 0", "serve . --port 0",
+          "serve . --slots 0", "serve . --port 65536", "serve . --per-address -1",
+          "serve . --min-rate -1", "serve . --total-rate 99999999999999999999",
+          "serve . --client-rate 5x", "serve . --client-rate 1k --min-rate 2k",
+          "serve . --total-rate 31999 --slots 32", "serve . --drain 86401", "serve . --listen here",
+          "serve . --metrics :80"}) {
+        Try({"tool " + wrong + " => 2 halcyrix-release: --"});
+    }
+    Try({"tool => 2 halcyrix-release: a command", "tool list --version => 0 halcyrix-release ",
+         "tool pubish => 2 halcyrix-release: there is no command \"pubish\" => \"publish\"\n",
+         "tool serve --help | awk 'NR > 30 || length > 80' | wc -l => 0 0",
+         "publish 1 x => 2 halcyrix-release: SOURCES: x is not COMPONENT=DIR",
          "tool check game => 1 ", "tool prune game --keep 1 => 1 halcyrix-release: game/releases",
          "tool list game => 1 ", "tool diff old new patch => 0 ", "tool show bad => 1 ",
          "tool diff old none other => 1 halcyrix-release: none: No such",
