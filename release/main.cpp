@@ -304,6 +304,10 @@ int main(int argc, char** argv) {
         app.exit(error);
     }
     // What was printed counts as done only when it arrived.
-    if (fflush(stdout) != 0) line.status = Problem("standard output cannot be written");
+    if (fflush(stdout) != 0) {
+        line.status =
+            Problem(line.status == EXIT_DONE ? "done, but standard output cannot be written"
+                                             : "standard output cannot be written");
+    }
     return line.status;
 }

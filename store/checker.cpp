@@ -9,6 +9,7 @@
 
 #include "lib/file_helpers.h"
 #include "lib/local_file_check.h"
+#include "store/folder.h"
 #include "store/store_writer.h"
 
 namespace fs = std::filesystem;
@@ -40,17 +41,10 @@ private:
 void Checker::CheckFolderOfReleases() {
     const std::string folder = m_store + "/" + kReleasesFolder;
     std::vector<fs::path> entries;
-    std::error_code fault;
-    for (fs::directory_iterator entry(folder, fault), end; !fault && entry != end;
-         entry.increment(fault)) {
-        entries.push_back(entry->path());
-    }
-    if (fault) Problem(folder, fault.message());
-    std::sort(entries.begin(), entries.end());
-
+    std::string error;
+    if (!ListFolder(folder, &entries, &error)) m_report->problems.push_back(error);
     for (const fs::path& entry : entries) {
         const CheckReport before = *m_report;
-        std::string error;
         const auto release = Release::Load(entry.string(), &error);
         if (release) {
             CheckRelease(entry, *release);

@@ -104,9 +104,9 @@ void Workshop::Work() {
 
 }  // namespace
 
-bool MakePatches(std::vector<PatchJob>* jobs, const PatchLimits& limits,
-                 const std::function<void(size_t number, const PatchJob& job)>& progress,
-                 std::string* error) {
+bool RunPatchJobs(std::vector<PatchJob>* jobs, const PatchLimits& limits,
+                  const std::function<void(size_t number, const PatchJob& job)>& progress,
+                  std::string* error) {
     Workshop workshop(jobs, limits.memory != 0 ? limits.memory : FreeMemory() / 2, progress);
     const size_t atOnce = limits.jobs != 0 ? limits.jobs : std::thread::hardware_concurrency();
     std::vector<std::thread> threads;

@@ -30,7 +30,7 @@ struct PatchLimits {
 // Makes the patches, and tries each as the updater would. `progress` is told of each that begins,
 // with its number; one call at a time, from any thread. False, with the reason in `error`, when
 // something could not be read or written; a patch that cannot be made is no such fault.
-[[nodiscard]] bool MakePatches(
+[[nodiscard]] bool RunPatchJobs(
     std::vector<PatchJob>* jobs, const PatchLimits& limits,
     const std::function<void(size_t number, const PatchJob& job)>& progress, std::string* error);
 

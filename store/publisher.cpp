@@ -10,8 +10,9 @@
 #include <utility>
 
 #include "lib/checksum.h"
-#include "lib/file_helpers.h"
+#include "lib/stream.h"
 #include "lib/whole_file.h"
+#include "store/folder.h"
 #include "store/names.h"
 #include "store/updater_program.h"
 
@@ -19,13 +20,30 @@ namespace fs = std::filesystem;
 
 namespace {
 
-// Whether a path leads to the directory or below it.
-bool IsBelow(const std::string& path, const std::string& directory) {
+fs::path Canonical(const std::string& path) {
     std::error_code ignored;
-    const fs::path inner = fs::weakly_canonical(fs::absolute(path, ignored), ignored);
-    const fs::path outer = fs::weakly_canonical(fs::absolute(directory, ignored), ignored);
-    return std::mismatch(outer.begin(), outer.end(), inner.begin(), inner.end()).first ==
-           outer.end();
+    return fs::weakly_canonical(fs::absolute(path, ignored), ignored);
+}
+
+// Reads a file for its length and checksum. False when any byte cannot be read.
+template <class Entry>
+bool Measure(const std::string& path, Entry* entry, std::string* error) {
+    Stream file = OpenForReading(path);
+    uint32_t checksum = kFileChecksumStart;
+    uint64_t length = 0;
+    if (file) {
+        SetBuffer(&file, size_t{1} << 17);
+        uint8_t piece[kFilePiece];
+        while (const size_t got = fread(piece, 1, sizeof piece, file.get())) {
+            checksum = Checksum(piece, static_cast<uint32_t>(got), checksum);
+            length += got;
+        }
+    }
+    const bool measured = file && !ferror(file.get());
+    if (!measured) *error = SystemError(path);
+    entry->checksum = RealChecksum(checksum);
+    entry->length = static_cast<uint32_t>(length);
+    return measured;
 }
 
 bool IsReadableByAll(const std::string& path) {
@@ -70,7 +88,7 @@ void Publisher::CheckRequest(std::vector<std::string>* problems) {
     const std::string fault = VersionFault(m_request.version);
     if (!fault.empty()) problems->push_back("version \"" + m_request.version + "\" " + fault);
     for (const ComponentSource& component : m_request.components) {
-        if (!IsBelow(m_request.store, component.directory)) continue;
+        if (!IsBelow(Canonical(m_request.store), Canonical(component.directory))) continue;
         problems->push_back(component.directory + ": holds the store itself");
     }
 }
@@ -179,23 +197,29 @@ bool Publisher::StoreFile(const ReleaseSource& source, std::string* error) {
     const Releases releases = EarlierReleases(source.name);
     const ReleaseFile* old = releases.empty() ? nullptr : releases.front()->FindFile(source.name);
     const std::string oldPath = old == nullptr ? "" : releases.front()->FilePath(*old);
-    const bool same = old != nullptr && old->length == source.status.st_size &&
-                      HaveSameContents(oldPath, source.path);
-    if (!same || !IsReadableByAll(oldPath) || link(oldPath.c_str(), target.c_str()) != 0) {
-        if (!CopyFile(source.path, target, error)) return false;
-        m_diskBytes += static_cast<uint64_t>(source.status.st_size);
+    bool linked = old != nullptr && old->length == source.status.st_size &&
+                  HaveSameContents(oldPath, source.path) && IsReadableByAll(oldPath) &&
+                  link(oldPath.c_str(), target.c_str()) == 0;
+    if (linked && !Measure(target, &file, error)) return false;
+    if (linked && !file.HasContentsOf(*old)) {
+        // The maker's file is a link to the published one, and was changed in its place.
+        m_observer->Warn("release " + releases.front()->Version() + " is damaged: " + oldPath +
+                         " has other contents than were published");
+        if (unlink(target.c_str()) != 0) {
+            *error = SystemError(target);
+            return false;
+        }
+        linked = false;
+    }
+    if (!linked) {
+        if (!CopyFile(source.path, target, error) || !Measure(target, &file, error)) return false;
+        m_diskBytes += file.length;
     }
 
     struct stat now;
     if (stat(source.path.c_str(), &now) != 0 || !IsSameFile(source.status, now) ||
-        FileSize(target) != source.status.st_size) {
+        file.length != source.status.st_size) {
         *error = source.path + ": changed while it was read";
-        return false;
-    }
-    file.length = static_cast<uint32_t>(source.status.st_size);
-    file.checksum = same ? old->checksum : FileChecksum(target, nullptr);
-    if (file.checksum == kNoChecksum) {
-        *error = SystemError(target);
         return false;
     }
     m_manifest.files.push_back(std::move(file));
@@ -230,11 +254,13 @@ void Publisher::PlanPatches(const ReleaseFile& file) {
 
 bool Publisher::MakePatches(std::string* error) {
     if (!MakeParents(m_writer->Incoming() + "/" + kPatchesFolder + "/patch", error)) return false;
-    for (const ReleaseFile& file : m_manifest.files) PlanPatches(file);
+    for (size_t i = 0; i < m_manifest.files.size(); ++i) {
+        if (m_sources.Files()[i].patchable) PlanPatches(m_manifest.files[i]);
+    }
     const auto progress = [this](size_t number, const PatchJob& job) {
         m_observer->Progress("patching", number, m_jobs.size(), job.name);
     };
-    if (!::MakePatches(&m_jobs, m_request.limits, progress, error)) return false;
+    if (!RunPatchJobs(&m_jobs, m_request.limits, progress, error)) return false;
     GroupedWarnings warnings;
     for (const PatchJob& job : m_jobs) {
         if (!job.made) warnings.Add("no patch, since " + job.reason, job.name);
@@ -256,13 +282,13 @@ bool Publisher::NamePatches(std::string* error) {
             !CopyFile(job.patchPath, path, error)) {
             return false;
         }
-        patch.length = static_cast<uint32_t>(FileSize(path));
-        patch.checksum = FileChecksum(path, nullptr);
+        if (!Measure(path, &patch, error)) return false;
         m_manifest.patches.push_back(std::move(patch));
     }
     for (const PatchJob& job : m_jobs) {
-        if (!job.made) continue;
-        m_diskBytes += static_cast<uint64_t>(FileSize(job.patchPath));
+        struct stat status;
+        if (!job.made || stat(job.patchPath.c_str(), &status) != 0) continue;
+        m_diskBytes += static_cast<uint64_t>(status.st_size);
         unlink(job.patchPath.c_str());
     }
     return true;

@@ -1,6 +1,7 @@
 #include "store/release_sources.h"
 
 #include <algorithm>
+#include <climits>
 #include <cstdint>
 #include <map>
 #include <set>
@@ -47,6 +48,7 @@ void ReleaseSources::Scan(const std::vector<ComponentSource>& components,
         problems->push_back(std::to_string(m_files.size()) + " files: more than the updater takes");
     }
     CheckLocalPaths(problems, warnings);
+    FindUnpatchable(&grouped);
     for (const std::string& warning : grouped.Lines()) warnings->push_back(warning);
 }
 
@@ -86,7 +88,7 @@ void ReleaseSources::ScanComponent(const ComponentSource& component,
 }
 
 void ReleaseSources::CheckLocalPaths(std::vector<std::string>* problems,
-                                     std::vector<std::string>* warnings) const {
+                                     std::vector<std::string>* warnings) {
     std::map<std::string, const ReleaseSource*> byPath;
     for (const ReleaseSource& file : m_files) {
         const auto [place, added] = byPath.emplace(LocalPath(file.name), &file);
@@ -107,6 +109,20 @@ void ReleaseSources::CheckLocalPaths(std::vector<std::string>* problems,
             warnings->push_back(parent->second->name + " and " + file->name +
                                 " cannot both be on a player's disk");
         }
+    }
+}
+
+void ReleaseSources::FindUnpatchable(GroupedWarnings* warnings) {
+    std::set<std::string> paths;
+    for (const ReleaseSource& file : m_files) paths.insert(LocalPath(file.name));
+    for (ReleaseSource& file : m_files) {
+        const std::string temporary = LocalPath(file.name) + ".tmp";
+        const auto below = paths.lower_bound(temporary + "/");
+        const bool isFolder = below != paths.end() && below->starts_with(temporary + "/");
+        const size_t nameSize = temporary.size() - (temporary.rfind('/') + 1);
+        file.patchable = !isFolder && nameSize <= NAME_MAX && temporary.size() < PATH_MAX;
+        if (file.patchable) continue;
+        warnings->Add("never patched, since the updater cannot make a file NAME.tmp", file.name);
     }
 }
 

@@ -17,6 +17,7 @@ struct ReleaseSource {
     std::string name;  // "component/path"
     std::string path;  // where the maker keeps it
     struct stat status;
+    bool patchable = true;  // the updater can make the temporary file that patching takes
 };
 
 // Several components, each in a directory tree of its own.
@@ -36,8 +37,8 @@ public:
 private:
     void ScanComponent(const ComponentSource& component, std::vector<std::string>* problems,
                        GroupedWarnings* warnings);
-    void CheckLocalPaths(std::vector<std::string>* problems,
-                         std::vector<std::string>* warnings) const;
+    void CheckLocalPaths(std::vector<std::string>* problems, std::vector<std::string>* warnings);
+    void FindUnpatchable(GroupedWarnings* warnings);
 
     std::vector<ComponentSource> m_components;
     std::vector<std::vector<SourceFile>> m_trees;  // of each component

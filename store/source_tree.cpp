@@ -4,6 +4,7 @@
 #include <filesystem>
 
 #include "lib/whole_file.h"
+#include "store/folder.h"
 
 namespace fs = std::filesystem;
 
@@ -20,7 +21,7 @@ public:
         : m_files(files), m_problems(problems) {}
 
     // `prefix` is the path of `folder` below the root, with a slash unless it is empty.
-    void Scan(const fs::path& folder, const std::string& prefix);
+    void Scan(const std::string& folder, const std::string& prefix);
 
 private:
     std::vector<SourceFile>* m_files;
@@ -28,33 +29,29 @@ private:
     fs::path m_root;  // without links
 };
 
-bool IsBelow(const fs::path& path, const fs::path& root) {
-    return std::mismatch(root.begin(), root.end(), path.begin(), path.end()).first == root.end();
-}
-
-void Scanner::Scan(const fs::path& folder, const std::string& prefix) {
-    std::error_code fault;
-    if (prefix.empty()) m_root = fs::canonical(folder, fault);
-    for (fs::directory_iterator entry(folder, fault), end; !fault && entry != end;
-         entry.increment(fault)) {
-        const std::string path = entry->path().string();
+void Scanner::Scan(const std::string& folder, const std::string& prefix) {
+    std::error_code ignored;
+    if (prefix.empty()) m_root = fs::canonical(folder, ignored);
+    std::vector<fs::path> entries;
+    std::string error;
+    if (!ListFolder(folder, &entries, &error)) m_problems->push_back(error);
+    for (const fs::path& entry : entries) {
+        const std::string path = entry.string();
         struct stat link;
-        SourceFile file{prefix + entry->path().filename().string(), {}, false};
+        SourceFile file{prefix + entry.filename().string(), {}, false};
         if (lstat(path.c_str(), &link) != 0 || stat(path.c_str(), &file.status) != 0) {
             m_problems->push_back(SystemError(path));
         } else if (S_ISDIR(link.st_mode)) {
-            Scan(entry->path(), file.path + "/");
+            Scan(path, file.path + "/");
         } else if (S_ISREG(file.status.st_mode)) {
-            std::error_code ignored;
             file.leadsOut =
-                S_ISLNK(link.st_mode) && !IsBelow(fs::canonical(entry->path(), ignored), m_root);
+                S_ISLNK(link.st_mode) && !IsBelow(fs::canonical(entry, ignored), m_root);
             m_files->push_back(std::move(file));
         } else {
             m_problems->push_back(
                 path + ": neither a directory, a regular file nor a link to a regular file");
         }
     }
-    if (fault) m_problems->push_back(folder.string() + ": " + fault.message());
 }
 
 }  // namespace

@@ -7,13 +7,11 @@
 #include <charconv>
 #include <cinttypes>
 #include <cstdio>
-#include <filesystem>
 #include <set>
 #include <utility>
 
 #include "lib/whole_file.h"
-
-namespace fs = std::filesystem;
+#include "store/folder.h"
 
 namespace {
 
@@ -96,17 +94,16 @@ void Store::Refresh() {
 // Examines the releases that are new, and the damaged ones when it is to look at them `again`.
 void Store::List(const std::string& folder, bool again) {
     std::set<uint32_t> present;
-    std::error_code fault;
-    for (fs::directory_iterator entry(folder, fault), end; !fault && entry != end;
-         entry.increment(fault)) {
-        const uint32_t sequence = SequenceOf(entry->path().filename().string());
-        if (sequence != 0) present.insert(sequence);
-    }
-    const std::string told = std::exchange(m_fault, fault ? folder + ": " + fault.message() : "");
-    if (fault) {
+    std::vector<std::filesystem::path> entries;
+    const std::string told = std::exchange(m_fault, {});
+    if (!ListFolder(folder, &entries, &m_fault)) {
         m_folderTime = {};
         if (m_fault != told) m_news.push_back(m_fault);
         return;
+    }
+    for (const auto& entry : entries) {
+        const uint32_t sequence = SequenceOf(entry.filename().string());
+        if (sequence != 0) present.insert(sequence);
     }
     const auto gone = [&present](const auto& entry) { return !present.contains(entry.first); };
     std::erase_if(m_releases, gone);

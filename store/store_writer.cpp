@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "lib/whole_file.h"
+#include "store/folder.h"
 
 namespace fs = std::filesystem;
 
@@ -42,6 +43,13 @@ bool Sync(const std::string& path, int (*operation)(int), std::string* error) {
     if (!synced) *error = SystemError(path);
     if (fd != -1) close(fd);
     return synced;
+}
+
+bool RemoveAll(const std::string& path, std::string* error) {
+    std::error_code fault;
+    fs::remove_all(path, fault);
+    if (fault) *error = path + ": " + fault.message();
+    return !fault;
 }
 
 bool Rename(const std::string& from, const std::string& to, std::string* error) {
@@ -135,19 +143,13 @@ StoreWriter::~StoreWriter() {
 }
 
 bool StoreWriter::RemoveLeftovers(std::string* error) {
-    std::error_code fault;
-    std::vector<fs::path> leftovers;
-    for (fs::directory_iterator entry(m_store->Directory(), fault), end; !fault && entry != end;
-         entry.increment(fault)) {
-        if (entry->path().filename().string().starts_with(kIncomingPrefix)) {
-            leftovers.push_back(entry->path());
-        }
+    std::vector<fs::path> entries;
+    if (!ListFolder(m_store->Directory(), &entries, error)) return false;
+    for (const fs::path& entry : entries) {
+        const bool leftover = entry.filename().string().starts_with(kIncomingPrefix);
+        if (leftover && !RemoveAll(entry.string(), error)) return false;
     }
-    for (const fs::path& leftover : leftovers) {
-        if (!fault) fs::remove_all(leftover, fault);
-    }
-    if (fault) *error = m_store->Directory() + ": " + fault.message();
-    return !fault;
+    return true;
 }
 
 bool StoreWriter::Begin(std::string* error) {
@@ -180,7 +182,10 @@ bool StoreWriter::Commit(const Reservation& next, std::string* error) {
     }
     m_incoming.clear();
     m_made.clear();
-    return Sync(releases, fsync, error);
+    if (Sync(releases, fsync, error)) return true;
+    *error = "release " + SequenceName(m_next.sequence) +
+             " is published, but a power cut now could take it back: " + *error;
+    return false;
 }
 
 bool StoreWriter::Remove(uint32_t sequence, std::string* error) {
@@ -194,8 +199,5 @@ bool StoreWriter::Remove(uint32_t sequence, std::string* error) {
         return false;
     }
     m_store->Refresh();
-    std::error_code fault;
-    fs::remove_all(removed, fault);
-    if (fault) *error = removed + ": " + fault.message();
-    return !fault;
+    return RemoveAll(removed, error);
 }

@@ -138,7 +138,10 @@ TEST_F(StoreTest, WarnsOfWhatWillSurprisePlayers) {
          "publish 1 linux64upd=upd => run: linux64/tool\n => a dot: linux64/.git/HEAD\n"
          " => out of game: linux64/out\n => file halcyrix, which players run, in: linux64\n"
          " => file update.rlb, which players run => linux64/same and linux64upd/same are the same"
-         " => linux64/tool and linux64upd/tool/x cannot both be"});
+         " => linux64/tool and linux64upd/tool/x cannot both be",
+         "cd game; mkdir t.tmp; touch t.tmp/x; for i in t $(printf %0252d); do seq 999 >$i; done",
+         "publish 2 => make a file NAME.tmp: linux64/0",
+         "cd game; for i in t 0*; do echo >>$i; done", "publish 3 => linux64/t\n => , 0 patches"});
 }
 
 TEST_F(StoreTest, TakesOnlyAnUpdaterForTheUpdater) {
@@ -168,7 +171,11 @@ TEST_F(StoreTest, HasPatchesFromTheLastReleasesOfTheComponent) {
          "patched 000009 => 0 123",  // what version 4 has stays
          "printf x | dd of=store/releases/000003/files/linux64/halcyrix conv=notrunc => 0 ",
          "next 6 --patches-from 5 => release is damaged: linux64/halcyrix from 2\n",
-         "patched 000010 => 0 1345", "next 7 --memory 1 => may have (--memory): linux64/halcyrix"});
+         "patched 000010 => 0 1345", "next 7 --memory 1 => may have (--memory): linux64/halcyrix",
+         // The maker changes a link to a published file in its place.
+         "rm -r game; cp -al store/releases/000011/files/linux64 game; printf y >game/same",
+         "truncate -s 5000 game/same; publish 8 => release 7 is damaged: store/releases/000011/",
+         "tool check store 2>&1 | grep -c 12/files => 0\n"});
 }
 
 TEST_F(StoreTest, IsTheSameWithAnyNumberOfJobs) {
@@ -202,10 +209,21 @@ TEST_F(StoreTest, StaysAsItIsWhenFilesChangeOrSomebodyElsePublishes) {
         Sh("rm -rf game; cp -a good game");
     }
     Try({"same store before => 0 the"});
+
+    Meddler meddler;  // The folder of releases cannot be synchronized at the end.
+    meddler.commands = "chmod 333 store/releases";
+    Publisher publisher({"store", "3", {{"linux64", "game"}}}, &meddler);
+    std::vector<std::string> problems;
+    std::string error;
+    EXPECT_TRUE(publisher.Prepare(&problems));
+    EXPECT_FALSE(publisher.Commit(&error));
+    EXPECT_THAT(error, HasSubstr("release 000002 is published, but"));
+    Try({"chmod 755 store/releases; tool list store => \n3  "});
 }
 
 TEST_F(StoreTest, PassesOverDamagedReleasesAndSaysWhatToDo) {
-    Sh("next 1; next 2; cp -a store good");
+    // A pruned release, as a check sees it that listed it before, is not missed.
+    Sh("next 1; next 2; ln -s nowhere store/releases/000008; cp -a store good");
     // What damages the second release and what the check then says; servers see the first six.
     const std::string cases[] = {
         "truncate -s 1 $file => halcyrix: has 1 bytes",
@@ -234,7 +252,11 @@ TEST_F(StoreTest, PassesOverDamagedReleasesAndSaysWhatToDo) {
     Try({"tool check store => halcyrix-release withdraw store 2\"",
          "publish 2 => published already", "tool list store => nobody: damaged",
          "tool prune store --keep 1 => 0 releases removed, 0", "next 3 => 0 ",
-         "mv moved2 store/releases/000002/files => 0 "});
+         "chmod 0 store/releases/000002/patches; mv moved2 store/releases/000002/files => 0 "});
+    const auto& reason = served->Damaged().at(2).reason;
+    while (reason.find("patches/00000005: Permission") == reason.npos)
+        served->Refresh(), usleep(10000);
+    Sh("chmod 755 store/releases/000002/patches");
     while (!served->Find("2")) served->Refresh(), usleep(10000);
     EXPECT_THAT(served->TakeNews(), testing::ElementsAre("release 000002 is whole again"));
     Try({"tool withdraw store 1 => 0 withdrew 1"});
@@ -293,7 +315,7 @@ TEST_F(StoreTest, IsWorkedOnByAToolThatTellsUsageFromProblems) {
          "tool check game => 1 ", "tool prune game --keep 1 => 1 halcyrix-release: game/releases",
          "tool list game => 1 ", "tool diff old new patch => 0 ", "tool show bad => 1 ",
          "tool diff old none other => 1 halcyrix-release: none: No such",
-         "tool show patch => 0 copy", "tool show patch >/dev/full => 1 ",
+         "tool show patch => 0 copy", "tool show patch >/dev/full => done, but",
          "tool apply made patch made => 0 ",
          "tool apply none patch old => 1 halcyrix-release: none: No",
          "tool apply old bad old => 1 ",

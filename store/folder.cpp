@@ -1,0 +1,21 @@
+#include "store/folder.h"
+
+#include <algorithm>
+
+namespace fs = std::filesystem;
+
+bool ListFolder(const std::string& folder, std::vector<fs::path>* paths, std::string* error) {
+    std::error_code fault;
+    for (fs::directory_iterator entry(folder, fault), end; !fault && entry != end;
+         entry.increment(fault)) {
+        paths->push_back(entry->path());
+    }
+    std::sort(paths->begin(), paths->end());
+    if (fault) *error = folder + ": " + fault.message();
+    return !fault;
+}
+
+bool IsBelow(const fs::path& path, const fs::path& folder) {
+    return std::mismatch(folder.begin(), folder.end(), path.begin(), path.end()).first ==
+           folder.end();
+}
