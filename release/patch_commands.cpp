@@ -1,7 +1,10 @@
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cinttypes>
 #include <cstdio>
+#include <cstdlib>
+#include <utility>
 
 #include "delta/delta.h"
 #include "lib/file_helpers.h"
@@ -45,21 +48,59 @@ bool ShowCommand(const PatchCommand& command, Totals* totals) {
     }
 }
 
-// Gives what was made its name, which that of one of the files it was made from may be.
-ExitStatus Take(const std::string& temporary, const std::string& path) {
-    if (rename(temporary.c_str(), path.c_str()) == 0) return EXIT_DONE;
-    const ExitStatus status = Problem("cannot write " + SystemError(path));
-    unlink(temporary.c_str());
-    return status;
-}
+// A file that is written under a name of its own and gets the wanted one when it is complete. That
+// may be the name of a file it is made from.
+class NewFile {
+public:
+    explicit NewFile(std::string path) : m_path(std::move(path)) {}
+    ~NewFile() {
+        if (!m_temporary.empty()) unlink(m_temporary.c_str());
+    }
+
+    // False after telling the problem, such as a device of that name.
+    bool Create() {
+        struct stat status;
+        if (lstat(m_path.c_str(), &status) == 0 && !S_ISREG(status.st_mode)) {
+            Problem(m_path + ": is there and no regular file");
+            return false;
+        }
+        std::string name = m_path + ".XXXXXX";
+        const int file = mkstemp(name.data());
+        if (file == -1) {
+            Problem("cannot write " + SystemError(m_path));
+            return false;
+        }
+        m_temporary = name;
+        const mode_t mask = umask(0);
+        umask(mask);
+        fchmod(file, 0666 & ~mask);
+        close(file);
+        return true;
+    }
+
+    const std::string& Temporary() const { return m_temporary; }
+
+    ExitStatus Finish() {
+        if (rename(m_temporary.c_str(), m_path.c_str()) != 0) {
+            return Problem("cannot write " + SystemError(m_path));
+        }
+        m_temporary.clear();
+        return EXIT_DONE;
+    }
+
+private:
+    const std::string m_path;
+    std::string m_temporary;  // empty when there is none
+};
 
 }  // namespace
 
 ExitStatus Diff(const std::string& from, const std::string& to, const std::string& patch) {
+    NewFile made(patch);
+    if (!made.Create()) return EXIT_PROBLEM;
     std::string reason;
-    const std::string temporary = patch + ".tmp";
-    const DeltaResult result = MakePatch(from, to, temporary, kNoSizeLimit, &reason);
-    return result == DeltaResult::MADE ? Take(temporary, patch) : Problem(reason);
+    const DeltaResult result = MakePatch(from, to, made.Temporary(), kNoSizeLimit, &reason);
+    return result == DeltaResult::MADE ? made.Finish() : Problem(reason);
 }
 
 ExitStatus Apply(const std::string& from, const std::string& patch, const std::string& result) {
@@ -69,11 +110,10 @@ ExitStatus Apply(const std::string& from, const std::string& patch, const std::s
     PatchBuffer patched;
     if (!patched.Load(patch, from)) return Problem(patch + ": cannot be applied to " + from);
     if (patched.Size() == 0) return Problem(patch + ": makes an empty file");
-    const std::string temporary = result + ".tmp";
-    if (patched.WriteFile(temporary, nullptr)) return Take(temporary, result);
-    const ExitStatus status = Problem("cannot write " + SystemError(temporary));
-    unlink(temporary.c_str());
-    return status;
+    NewFile made(result);
+    if (!made.Create()) return EXIT_PROBLEM;
+    if (patched.WriteFile(made.Temporary(), nullptr)) return made.Finish();
+    return Problem("cannot write " + SystemError(result));
 }
 
 ExitStatus Show(const std::string& path) {

@@ -297,7 +297,8 @@ TEST_F(StoreTest, KeepsTheNewestReleaseOfAnyComponents) {
 }
 
 TEST_F(StoreTest, IsWorkedOnByAToolThatTellsUsageFromProblems) {
-    Sh("echo x >bad; cp game/same old; cp old made; cp old new; echo new >>new");
+    Sh("echo x >bad; cp game/same old; cp old made; cp old patch.tmp; cp old made.tmp; cp old new; "
+       "echo new >>new; mkfifo pipe");
     for (const std::string wrong :
          {"publish . 1 a=b --memory 0", "publish . 1 a=b --patches-from -1",
           "publish . 1 a=b --jobs 1025", "prune . --keep 0", "serve . --port 0",
@@ -308,18 +309,28 @@ TEST_F(StoreTest, IsWorkedOnByAToolThatTellsUsageFromProblems) {
           "serve . --metrics :80"}) {
         Try({"tool " + wrong + " => 2 halcyrix-release: --"});
     }
-    Try({"tool => 2 halcyrix-release: a command", "tool list --version => 0 halcyrix-release ",
+    Try({"tool => 2 halcyrix-release: a command",
+         "tool list --version => 0 halcyrix-release ",
          "tool pubish => 2 halcyrix-release: there is no command \"pubish\" => \"publish\"\n",
          "tool serve --help | awk 'NR > 30 || length > 80' | wc -l => 0 0",
          "publish 1 x => 2 halcyrix-release: SOURCES: x is not COMPONENT=DIR",
-         "tool check game => 1 ", "tool prune game --keep 1 => 1 halcyrix-release: game/releases",
-         "tool list game => 1 ", "tool diff old new patch => 0 ", "tool show bad => 1 ",
+         "tool check game => 1 ",
+         "tool prune game --keep 1 => 1 halcyrix-release: game/releases",
+         "tool list game => 1 ",
+         "tool diff patch.tmp new patch => 0 ",
+         "umask 27; tool diff old new other && stat -c %a other; rm other => 0 640",
+         "tool diff old new pipe => 1 halcyrix-release: pipe: is there and no regular file",
+         "tool apply old patch pipe => 1 ",
+         "tool apply made.tmp patch made && cp old made => 0 ",
+         "tool show bad => 1 ",
          "tool diff old none other => 1 halcyrix-release: none: No such",
-         "tool show patch => 0 copy", "tool show patch >/dev/full => done, but",
+         "tool show patch => 0 copy",
+         "tool show patch >/dev/full => done, but",
          "tool apply made patch made => 0 ",
          "tool apply none patch old => 1 halcyrix-release: none: No",
          "tool apply old bad old => 1 ",
-         "cmp made new; cmp old game/same; ls => 0 bad\ngame\nmade\nnew\nold\npatch\n"});
+         "cmp made new; cmp old game/same; cmp old made.tmp; cmp old patch.tmp; ls => 0 "
+         "bad\ngame\nmade\nmade.tmp\nnew\nold\npatch\npatch.tmp\npipe\n"});
 }
 
 }  // namespace
