@@ -1,8 +1,7 @@
 #include "serve/addresses.h"
 
 #include <arpa/inet.h>
-
-#include <charconv>
+#include <event2/util.h>
 
 std::string AddressText(const sockaddr_in& address) {
     char text[INET_ADDRSTRLEN] = "?";
@@ -11,15 +10,14 @@ std::string AddressText(const sockaddr_in& address) {
 }
 
 std::optional<sockaddr_in> ParseAddress(const std::string& text) {
-    const size_t colon = text.find(':');
-    if (colon == std::string::npos) return std::nullopt;
-    uint16_t port = 0;
-    const char* const end = text.data() + text.size();
-    const auto [rest, fault] = std::from_chars(text.data() + colon + 1, end, port);
-    sockaddr_in address{AF_INET, htons(port), {}, {}};
-    const bool good = fault == std::errc() && rest == end && port > 0 &&
-                      inet_pton(AF_INET, text.substr(0, colon).c_str(), &address.sin_addr) == 1;
-    return good ? std::optional(address) : std::nullopt;
+    sockaddr_in address{};
+    int size = sizeof address;
+    if (evutil_parse_sockaddr_port(text.c_str(), reinterpret_cast<sockaddr*>(&address), &size) !=
+            0 ||
+        address.sin_port == 0) {
+        return std::nullopt;
+    }
+    return address;
 }
 
 bool AddressCounts::Add(const sockaddr_in& address, int most) {

@@ -35,24 +35,15 @@ bool DownloadStream::Add(const Release& release, uint32_t index) {
     if (place >= m_asked.size()) m_asked.resize(place + 1);
     if (m_asked[place]) return false;
     m_asked[place] = true;
-    if (!m_runs.empty() && m_runs.back().startOffset == 0 && Last() + 1 == index) {
-        ++m_runs.back().count;
-    } else {
-        m_runs.push_back({index, 1, 0});
-    }
+    m_last = index;
     return true;
-}
-
-void DownloadStream::ResumeLast(uint32_t offset) {
-    const uint32_t index = Last();
-    if (--m_runs.back().count == 0) m_runs.pop_back();
-    m_runs.push_back({index, 1, offset});
 }
 
 DownloadStream::Result DownloadStream::Fill(const Release& release, evbuffer* output) {
     evbuffer_expand(output, kEnough);
     while (HasRoom(output)) {
-        if (m_run == m_runs.size()) {
+        while (m_place < m_asked.size() && !m_asked[m_place]) ++m_place;
+        if (m_place == m_asked.size()) {
             AddPacket(output, Encode(DownloadHeader{kEndOfDownloads, 0, 0, 0}));
             return COMPLETE;
         }
@@ -62,14 +53,15 @@ DownloadStream::Result DownloadStream::Fill(const Release& release, evbuffer* ou
 }
 
 bool DownloadStream::Begin(const Release& release, evbuffer* output) {
-    const Download download = FindDownload(release, Current());
-    const uint32_t offset = m_runs[m_run].startOffset;
+    const uint32_t index = release.FirstIndex() + m_place;
+    const Download download = FindDownload(release, index);
+    const auto resumed = m_offsets.find(index);
+    const uint32_t offset = resumed == m_offsets.end() ? 0 : resumed->second;
     m_file = OpenForReading(download.path);
     if (!m_file || StreamSize(m_file.get()) != download.length) return false;
     m_remaining = download.length - offset;
     if (lseek(fileno(m_file.get()), offset, SEEK_SET) == -1) return false;
-    AddPacket(output,
-              Encode(DownloadHeader{Current(), download.checksum, download.length, offset}));
+    AddPacket(output, Encode(DownloadHeader{index, download.checksum, download.length, offset}));
     return true;
 }
 
@@ -99,9 +91,6 @@ bool DownloadStream::SendPieces(evbuffer* output) {
     if (!last) return true;
     m_file.reset();
     ++m_filesSent;
-    if (++m_sentOfRun == m_runs[m_run].count) {
-        m_sentOfRun = 0;
-        ++m_run;
-    }
+    ++m_place;
     return true;
 }

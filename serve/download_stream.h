@@ -3,6 +3,7 @@
 #define HALCYRIX_SERVE_DOWNLOAD_STREAM_H
 
 #include <cstdint>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -19,42 +20,34 @@ struct Download {
 // The release must have something with this index.
 Download FindDownload(const Release& release, uint32_t index);
 
-// The downloads of one release that a client has asked for, and how far they have been sent: a
-// header and data packets for each, in the order of asking, then the end. A client may ask for a
-// whole game and then wait for an hour, so little is kept of each.
+// The downloads that a client has asked for, and how far they have been sent: a header and data
+// packets for each, by index, then the end. A client may ask for a whole game and then wait for an
+// hour, so each download takes one bit here.
 class DownloadStream {
 public:
     // Adds something that the release has. False when it is in the stream already.
     [[nodiscard]] bool Add(const Release& release, uint32_t index);
 
     // The download added last; there must be one. It can be made to begin at an offset.
-    uint32_t Last() const { return m_runs.back().first + m_runs.back().count - 1; }
-    void ResumeLast(uint32_t offset);
+    uint32_t Last() const { return m_last; }
+    void ResumeLast(uint32_t offset) { m_offsets[m_last] = offset; }
 
     enum Result { MORE, COMPLETE, UNREADABLE };
 
     // Fills the empty buffer with packets, as many as are worth one write. UNREADABLE when a file
-    // of the store cannot be read or is not of its length any more; Current() then is its index.
+    // of the store cannot be read or is not of its length any more.
     Result Fill(const Release& release, evbuffer* output);
 
-    uint32_t Current() const { return m_runs[m_run].first + m_sentOfRun; }
     uint32_t FilesSent() const { return m_filesSent; }
 
 private:
-    // Downloads with indexes that count up.
-    struct Run {
-        uint32_t first;
-        uint32_t count;
-        uint32_t startOffset;  // 0 unless the run is a single download
-    };
-
     bool Begin(const Release& release, evbuffer* output);
     bool SendPieces(evbuffer* output);
 
-    std::vector<bool> m_asked;  // by index, from the release's first
-    std::vector<Run> m_runs;
-    size_t m_run = 0;  // the current one
-    uint32_t m_sentOfRun = 0;
+    std::vector<bool> m_asked;               // by index, from the release's first
+    std::map<uint32_t, uint32_t> m_offsets;  // by index, where not 0
+    uint32_t m_last = 0;
+    uint32_t m_place = 0;  // in m_asked: what is sent now or next
     uint32_t m_filesSent = 0;
     Stream m_file;             // of the current download, once its header has been sent
     uint32_t m_remaining = 0;  // of its data

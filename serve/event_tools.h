@@ -5,7 +5,6 @@
 #include <event2/buffer.h>
 #include <event2/bufferevent.h>
 #include <event2/event.h>
-#include <event2/http.h>
 #include <event2/listener.h>
 #include <netinet/in.h>
 
@@ -20,7 +19,6 @@ struct EventFree {
     void operator()(event_base* base) const { event_base_free(base); }
     void operator()(event* one) const { event_free(one); }
     void operator()(evconnlistener* listener) const { evconnlistener_free(listener); }
-    void operator()(evhttp* http) const { evhttp_free(http); }
     void operator()(ev_token_bucket_cfg* rate) const { ev_token_bucket_cfg_free(rate); }
     void operator()(bufferevent_rate_limit_group* group) const {
         bufferevent_rate_limit_group_free(group);

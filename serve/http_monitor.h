@@ -1,15 +1,16 @@
-// Answers HTTP requests for the server's metrics.
+// Answers HTTP requests for the server's metrics, and for a page that shows them.
 #ifndef HALCYRIX_SERVE_HTTP_MONITOR_H
 #define HALCYRIX_SERVE_HTTP_MONITOR_H
 
 #include <functional>
+#include <list>
 #include <memory>
 #include <string>
 
-#include "serve/addresses.h"
 #include "serve/event_tools.h"
 
-// Takes 16 connections at a time; others wait until one ends.
+// Answers one request of each connection. Keeps 16 connections; a new one replaces the oldest.
+// (libevent's own HTTP server takes any number, and so all descriptors.)
 class HttpMonitor {
 public:
     // `metrics` makes the text for /metrics. Null, with the reason in `error`, when `address`, an
@@ -18,17 +19,18 @@ public:
                                              std::function<std::string()> metrics,
                                              std::string* error);
 
-    // Goes on accepting after connections or descriptors ran out. To be called every second.
-    void Resume();
+    // Goes on accepting after descriptors ran out.
+    void Resume() { evconnlistener_enable(m_listener.get()); }
 
 private:
     HttpMonitor() = default;
-    static bufferevent* Connect(event_base* base, void* self);
+    void Accept(evutil_socket_t fd);
+    void OnReadable(bufferevent* connection);
+    void Close(bufferevent* connection);
 
     std::function<std::string()> m_metrics;
-    std::shared_ptr<int> m_connections = std::make_shared<int>(0);
-    evconnlistener* m_listener = nullptr;  // owned by m_http
-    Owned<evhttp> m_http;
+    Owned<evconnlistener> m_listener;
+    std::list<Owned<bufferevent>> m_connections;  // oldest first
 };
 
 #endif

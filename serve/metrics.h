@@ -6,6 +6,7 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <ctime>
 #include <string>
 
 #include "serve/client_state.h"
@@ -15,7 +16,8 @@ struct ServerCounts {
     void CountWait(std::chrono::duration<double> wait);
 
     // Upper ends, in seconds.
-    static constexpr std::array<int, 7> kWaitBuckets = {1, 10, 60, 300, 900, 1800, 3600};
+    static constexpr std::array<int, 12> kWaitBuckets = {1,   2,   5,   10,   30,   60,
+                                                         120, 300, 600, 1200, 1800, 3600};
 
     // Of this moment.
     std::array<uint64_t, kClientStates> sessions{};
@@ -23,6 +25,7 @@ struct ServerCounts {
     uint64_t slots = 0;
 
     // Since the server started.
+    time_t started = time(nullptr);
     std::array<uint64_t, kEndings> ended{};
     uint64_t sentBytes = 0;
     uint64_t readErrors = 0;  // of the server's own files

@@ -216,6 +216,7 @@ TEST_F(ServeTest, HasItsLimitsAndTellsThemInItsMetrics) {
         "sh", "-c", "ulimit -n 68; exec '" RELEASE_TOOL "'" + options + "'" + StorePath() + "'"};
     Program server(command);
     server.AwaitWords("serving 1 releases");
+    WriteFile(StorePath() + "/releases/000007/manifest", "\"1\n");
     const auto allow = [&server](rlim_t descriptors) {
         const rlimit limit{descriptors, 68};
         EXPECT_EQ(prlimit(server.Pid(), RLIMIT_NOFILE, &limit, nullptr), 0);
@@ -240,13 +241,31 @@ TEST_F(ServeTest, HasItsLimitsAndTellsThemInItsMetrics) {
     EXPECT_EQ(RunProgram({"sh", "-c", look + "promtool check metrics"}), 0);
     for (const char* line :
          {"halcyrix_sessions{state=\"connected\"} 1\n", "refused\"} 1\n", "over_share\"} 1\n",
-          "{state=\"negotiating\"} 2\n", "halcyrix_damaged_releases 0\n",
+          "{state=\"negotiating\"} 2\n", "halcyrix_damaged_releases 1\n",
+          "_damaged_release_info{release=\"000007\",reason=\"",
           "_release_info{component=\"common\",version=\"1.0\"} 1\n"}) {
         EXPECT_THAT(ReadFile("../page"), testing::HasSubstr(line));
     }
     Program other(command);
     EXPECT_EQ(other.Wait(), 1);
     other.AwaitWords("cannot listen on 0.0.0.0:21024: Address already in use");
+
+    Awaiting("the browser");
+    std::string shown;
+    const Words browser = {"chromium",
+                           "--headless",
+                           "--no-sandbox",
+                           "--virtual-time-budget=5000",
+                           "--dump-dom",
+                           "--user-data-dir=../browser",
+                           "http://127.0.0.1:9100/"};
+    if (RunProgram(browser, &shown) == 127) GTEST_SKIP() << "there is no chromium";
+    for (const char* part :
+         {"\"clients\">3 of 3<", "\"line\">0<",
+          ">Damaged and passed over: ", "/000007/manifest: ", "<td>negotiating</td><td>2<",
+          "<td>over share</td><td>0</td><td>1<", ">others 3<", "<td>common</td><td>1.0<"}) {
+        EXPECT_THAT(shown, testing::HasSubstr(part));
+    }
 }
 
 // And nobody takes its log.
