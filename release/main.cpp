@@ -114,7 +114,7 @@ void AddPublish(CLI::App* app, CommandLine* line) {
         ->required();
     publish
         ->add_option("SOURCES", line->sources,
-                     "Each component and where its files are: COMPONENT=DIR")
+                     "COMPONENT=DIR for each; linux64upd has update.rlb, and its libraries in lib/")
         ->required()
         ->check(CheckSource);
     publish

@@ -231,7 +231,7 @@ TEST_F(StoreTest, PassesOverDamagedReleasesAndSaysWhatToDo) {
         "chmod 0 $file => halcyrix: is missing or cannot",
         "truncate -s 50 manifest => is damaged",
         "cp -r . ../000009 => 000009: has the version of => 000009: uses file indexes of",
-        "mv $PWD ../000009 => 000009: does not bear",
+        "mv \"$PWD\" ../000009 => 000009: does not bear",
         "printf x | dd of=$file conv=notrunc => halcyrix: has other contents",
         "touch $file.orig => halcyrix.orig: is not in the manifest",
         "echo 5 >../../reserved => reserved: damaged"};
