@@ -39,14 +39,7 @@ public:
         for (const std::string& word : words) frames += FrameOf(word);
         Send(frames);
     }
-    // The payload of the next packet.
-    std::string Hear() {
-        uint8_t header[kFrameHeaderSize];
-        if (recv(m_fd, header, sizeof header, MSG_WAITALL) != sizeof header) return kHungUp;
-        std::string payload(static_cast<size_t>(FramePayloadLength(header)), '\0');
-        recv(m_fd, payload.data(), payload.size(), MSG_WAITALL);
-        return payload;
-    }
+    std::string Hear() { return ReadPacket(m_fd).value_or(kHungUp); }
     // Hears packets until this one.
     void Await(const std::string& payload) {
         std::string heard = Hear();

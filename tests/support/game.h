@@ -1,6 +1,5 @@
 // A game, published with the maker's tool and served to updaters.
-#ifndef HALCYRIX_TESTS_SUPPORT_GAME_H
-#define HALCYRIX_TESTS_SUPPORT_GAME_H
+#pragma once
 
 #include <map>
 
@@ -92,5 +91,3 @@ protected:
 private:
     ScratchDir m_scratch;
 };
-
-#endif

@@ -1,6 +1,5 @@
 // Finds windows and widgets of the test's own process.
-#ifndef HALCYRIX_TESTS_SUPPORT_GTK_WINDOWS_H
-#define HALCYRIX_TESTS_SUPPORT_GTK_WINDOWS_H
+#pragma once
 
 #include <gtk/gtk.h>
 
@@ -42,5 +41,3 @@ inline std::string TextOf(GtkWidget* textView) {
     g_object_get(gtk_text_view_get_buffer(GTK_TEXT_VIEW(textView)), "text", &text, nullptr);
     return std::unique_ptr<gchar, decltype(&g_free)>(text, g_free).get();
 }
-
-#endif

@@ -6,21 +6,16 @@
 // gtest and gmock are precompiled.
 //
 //   support/scratch_dir.h  a folder of its own; reading and writing files; a limit on their size
-//   support/program.h      a program in a process of its own, and its output
+//   support/program.h      a program in a process of its own; a time limit for every wait
 //   support/game.h         a small game, published and served by the real tool; a player's home
 //   support/session.h      a session of the updater in the test's process, with log and progress
 //   support/relay.h        a peer between updater and server that changes packets by a rule
 //   support/recorders.h    a log and a progress indicator that keep what they get
 //   support/screen.h       an X server, windows of other programs, keys (links test_screen)
 //   support/gtk_windows.h  windows of the test's own process (links test_screen)
-//   support/await.h        a time limit for every wait
 //
 // Wait for events, never for time to pass. Variations are rows of a table.
-#include <unistd.h>
-
-#include <csignal>
-
-#include "tests/support/await.h"
+#include "tests/support/program.h"
 
 namespace {
 

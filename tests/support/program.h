@@ -1,6 +1,5 @@
-// Starting programs in tests.
-#ifndef HALCYRIX_TESTS_SUPPORT_PROGRAM_H
-#define HALCYRIX_TESTS_SUPPORT_PROGRAM_H
+// Starting programs in tests, and a time limit for every wait.
+#pragma once
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -14,7 +13,10 @@
 #include <string>
 #include <vector>
 
-#include "tests/support/await.h"
+// Names what the test waits for next, and starts the time limit anew. After ten seconds the program
+// writes the test and these words to standard error and fails. The environment variable
+// TEST_SECONDS sets another limit, 0 none.
+void Awaiting(const std::string& what);
 
 // A program in a process of its own. It is killed with this object, and when the test dies.
 class Program {
@@ -95,5 +97,3 @@ inline int RunProgram(const std::vector<std::string>& command, std::string* said
     if (said != nullptr) *said += program.Said();
     return status;
 }
-
-#endif

@@ -1,6 +1,5 @@
 // A log and a progress indicator that keep everything they get.
-#ifndef HALCYRIX_TESTS_SUPPORT_RECORDERS_H
-#define HALCYRIX_TESTS_SUPPORT_RECORDERS_H
+#pragma once
 
 #include <functional>
 #include <string>
@@ -56,5 +55,3 @@ struct RecordingProgress : ProgressIndicator {
     std::function<void(const char*)> onStatus;
     std::function<void(int32_t)> onFinished;
 };
-
-#endif

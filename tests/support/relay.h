@@ -1,6 +1,5 @@
 // A peer between updater and server that changes packets by a rule.
-#ifndef HALCYRIX_TESTS_SUPPORT_RELAY_H
-#define HALCYRIX_TESTS_SUPPORT_RELAY_H
+#pragma once
 
 #include <arpa/inet.h>
 #include <netinet/tcp.h>
@@ -24,6 +23,16 @@ inline std::string FrameOf(const std::string& payload) {
     uint8_t header[kFrameHeaderSize];
     PutFrameHeader(header, static_cast<int>(payload.size()));
     return std::string(header, header + kFrameHeaderSize) + payload;
+}
+
+// The payload of the next packet of a connection; std::nullopt at its end.
+inline std::optional<std::string> ReadPacket(int fd) {
+    uint8_t header[kFrameHeaderSize];
+    if (recv(fd, header, sizeof header, MSG_WAITALL) != sizeof header) return std::nullopt;
+    std::string payload(static_cast<size_t>(FramePayloadLength(header)), '\0');
+    const auto size = static_cast<ssize_t>(payload.size());
+    if (recv(fd, payload.data(), payload.size(), MSG_WAITALL) != size) return std::nullopt;
+    return payload;
 }
 
 // A packet that the relay received.
@@ -114,27 +123,24 @@ private:
 
     // Passes on the next packet or its replacement. Returns whether the conversation goes on.
     bool Pass(int from, int to, int client, Passing* passing) {
-        std::string& packet = passing->payload;
-        uint8_t header[kFrameHeaderSize];
-        if (!IsAll(recv(from, header, sizeof header, MSG_WAITALL), sizeof header)) return false;
-        packet.resize(static_cast<size_t>(FramePayloadLength(header)));
-        if (!IsAll(recv(from, packet.data(), packet.size(), MSG_WAITALL), packet.size()))
-            return false;
+        const auto packet = ReadPacket(from);
+        if (!packet) return false;
+        passing->payload = *packet;
         if (passing->isRequest) {
             const std::lock_guard lock(m_mutex);
-            m_requests.push_back(packet);
+            m_requests.push_back(*packet);
         }
         const std::optional<Instead> instead = m_rule ? m_rule(*passing) : std::nullopt;
         ++passing->number;
-        const auto [bytes, then] = instead.value_or(Instead{FrameOf(packet)});
+        const auto [bytes, then] = instead.value_or(Instead{FrameOf(*packet)});
         const int receiver = instead ? client : to;
         if (receiver == -1) return true;
-        while (IsAll(send(receiver, bytes.data(), bytes.size(), MSG_NOSIGNAL), bytes.size())) {
+        const auto size = static_cast<ssize_t>(bytes.size());
+        while (send(receiver, bytes.data(), bytes.size(), MSG_NOSIGNAL) == size) {
             if (then != Instead::kAgainAndAgain) return then == Instead::kGoOn;
         }
         return false;
     }
-    static bool IsAll(ssize_t got, size_t size) { return got == static_cast<ssize_t>(size); }
 
     const Rule m_rule;
     const int m_patience, m_listening;
@@ -143,5 +149,3 @@ private:
     std::vector<std::string> m_requests;
     std::jthread m_thread;
 };
-
-#endif

@@ -1,6 +1,5 @@
 // A directory of its own for a test, reading and writing files, and a limit on their size.
-#ifndef HALCYRIX_TESTS_SUPPORT_SCRATCH_DIR_H
-#define HALCYRIX_TESTS_SUPPORT_SCRATCH_DIR_H
+#pragma once
 
 #include <sys/resource.h>
 
@@ -61,5 +60,3 @@ public:
 private:
     rlimit m_before;
 };
-
-#endif

@@ -1,6 +1,5 @@
 // An X server for the test, its windows, and a player's keys.
-#ifndef HALCYRIX_TESTS_SUPPORT_SCREEN_H
-#define HALCYRIX_TESTS_SUPPORT_SCREEN_H
+#pragma once
 
 #include <string>
 
@@ -24,5 +23,3 @@ public:
 private:
     Program m_server;
 };
-
-#endif

@@ -1,11 +1,10 @@
 // One start of the updater without its window, in the test's own process and working directory.
-#ifndef HALCYRIX_TESTS_SUPPORT_SESSION_H
-#define HALCYRIX_TESTS_SUPPORT_SESSION_H
+#pragma once
 
 #include <cstring>
 
 #include "net/event_loop.h"
-#include "tests/support/await.h"
+#include "tests/support/program.h"
 #include "tests/support/recorders.h"
 #include "update/update_client.h"
 
@@ -32,5 +31,3 @@ struct Session {
     RecordingProgress progress;
     UpdateClient client{&loop, &progress};
 };
-
-#endif
