@@ -28,14 +28,13 @@ inline size_t CommonLength(const uint8_t* a, const uint8_t* b, size_t done, size
     return done;
 }
 
-// Stretches of the two contents that have a window in common may match.
-constexpr size_t kWindow = 15;
-constexpr size_t kWindowStride = 4;
+// The filter and the tables tell stretches apart by hashes of so many bytes.
+constexpr size_t kWindow = 12;
 
 inline uint64_t HashOfWindow(const uint8_t* window) {
-    static_assert(kWindow == 15);
+    static_assert(kWindow == 12);
     const uint64_t mixed = Load64(window) * 0x9E3779B97F4A7C15u +
-                           std::rotl(Load64(window + 7), 29) * 0xC2B2AE3D27D4EB4Fu;
+                           std::rotl(Load64(window + 4), 29) * 0xC2B2AE3D27D4EB4Fu;
     return (mixed ^ mixed >> 32) * 0xD6E8FEB86659FD93u;
 }
 

@@ -4,6 +4,8 @@
 
 #include <algorithm>
 #include <cstring>
+#include <map>
+#include <mutex>
 #include <vector>
 
 #include "delta/delta_plan.h"
@@ -11,6 +13,7 @@
 #include "delta/long_matches.h"
 #include "delta/match_finder.h"
 #include "delta/patch_writer.h"
+#include "delta/threads.h"
 #include "lib/patch_buffer.h"
 #include "lib/patch_format.h"
 #include "lib/stream.h"
@@ -18,32 +21,85 @@
 
 namespace {
 
-bool PlanPatch(const MappedFile& from, const std::string& new_path, uint64_t size_limit,
-               PatchWriter* writer, std::string* reason) {
-    std::vector<LongMatch> matches;
-    {
-        MappedFile to;
-        if (!to.Open(new_path, reason)) return false;
-        matches = LongMatches(from, &to);
+// Threads plan stretches of this size side by side. A fixed size gives the same patch with any
+// number of threads.
+constexpr size_t kStretch = size_t{1} << 20;
+
+// Has the stretches planned and joins them in order.
+class StretchPlans {
+public:
+    StretchPlans(const DeltaSources& sources, const MappedFile& from, MappedFile* to,
+                 const PatchOptions& options, PatchWriter* writer)
+        : m_sources(sources), m_from(from), m_to(to), m_options(options), m_writer(writer) {}
+
+    // Plans until nothing is left or the patch is too large; for any number of threads.
+    void Work() {
+        std::unique_lock lock(m_mutex);
+        while (m_begun < m_to->Size() && m_writer->Size() <= m_options.sizeLimit) {
+            const size_t begin = m_begun;
+            m_begun = EndOf(begin);
+            lock.unlock();
+            PatchWriter planned;
+            PlanStretch(m_sources, begin, EndOf(begin), &planned);
+            if (m_options.observer != nullptr) m_options.observer->Done(EndOf(begin) - begin);
+            lock.lock();
+            m_planned.emplace(begin, std::move(planned));
+            while (!m_planned.empty() && m_planned.begin()->first == m_joined) JoinNext();
+        }
     }
-    MappedFile to;
-    if (!to.Open(new_path, reason)) return false;
-    std::vector<Range> ranges = GapRanges(matches, from.Data(), from.Size(), to.Data(), to.Size());
+
+private:
+    size_t EndOf(size_t begin) const { return std::min(begin + kStretch, m_to->Size()); }
+
+    // A copy goes on over the seam, in place of what was planned there.
+    void JoinNext() {
+        const size_t begin = m_joined;
+        m_joined = EndOf(begin);
+        m_writer->Append(m_planned.begin()->second, m_covered - begin);
+        m_planned.erase(m_planned.begin());
+        m_covered = std::max(m_covered, m_joined);
+        if (const auto copied = m_writer->CopyEnd()) {
+            const size_t more =
+                CommonLength(m_sources.old + *copied, m_sources.contents + m_covered, 0,
+                             std::min(m_from.Size() - *copied, m_to->Size() - m_covered));
+            if (more > 0) m_writer->Copy(*copied, static_cast<uint32_t>(more));
+            m_covered += more;
+        }
+        m_to->Release(begin, m_joined);
+    }
+
+    DeltaSources m_sources;
+    const MappedFile& m_from;
+    MappedFile* m_to;
+    const PatchOptions& m_options;
+    std::mutex m_mutex;  // of all below
+    size_t m_begun = 0;  // the stretches before it are planned or being planned
+    std::map<size_t, PatchWriter> m_planned;  // that wait for one before them, by their begin
+    size_t m_joined = 0;                      // those before it are in the writer
+    size_t m_covered = 0;                     // by the writer's commands
+    PatchWriter* m_writer;
+};
+
+bool PlanPatch(const MappedFile& from, MappedFile* to, const PatchOptions& options,
+               PatchWriter* writer, std::string* reason) {
+    std::vector<LongMatch> matches = LongMatches(from, to);
+    std::vector<Range> ranges =
+        GapRanges(matches, from.Data(), from.Size(), to->Data(), to->Size());
     if (ranges.empty()) {
         matches.clear();
         ranges.push_back({0, from.Size()});
     }
     MatchFinder finder;
-    if (!finder.Index(from.Data(), from.Size(), ranges, reason)) return false;
-    DeltaPlan plan(matches, &finder, from.Data(), to.Data(), to.Size(), writer);
-    while (plan.Step() && writer->Size() <= size_limit) to.Release(plan.Position());
+    if (!finder.Index(from.Data(), from.Size(), ranges, options.threads, reason)) return false;
+    StretchPlans plans({from.Data(), to->Data(), matches, finder}, from, to, options, writer);
+    RunInThreads(std::min(options.threads, to->Size() / kStretch + 1), [&] { plans.Work(); });
     return true;
 }
 
 }  // namespace
 
 DeltaResult MakePatch(const std::string& old_path, const std::string& new_path,
-                      const std::string& patch, uint64_t size_limit, std::string* reason) {
+                      const std::string& patch, const PatchOptions& options, std::string* reason) {
     MappedFile from;
     MappedFile to;
     if (!from.Open(old_path, reason) || !to.Open(new_path, reason)) return DeltaResult::FAILED;
@@ -56,9 +112,9 @@ DeltaResult MakePatch(const std::string& old_path, const std::string& new_path,
         return DeltaResult::NONE;
     }
     PatchWriter writer;
-    if (!PlanPatch(from, new_path, size_limit, &writer, reason)) return DeltaResult::FAILED;
+    if (!PlanPatch(from, &to, options, &writer, reason)) return DeltaResult::FAILED;
     writer.LimitCommands(kMaxCommands);
-    if (writer.Size() > size_limit) {
+    if (writer.Size() > options.sizeLimit) {
         *reason = "the patch would be too large";
         return DeltaResult::NONE;
     }
@@ -68,12 +124,15 @@ DeltaResult MakePatch(const std::string& old_path, const std::string& new_path,
 }
 
 uint64_t PatchMemory(uint64_t old_size, uint64_t new_size) {
-    // At most: the old file itself; the sorted suffixes of its first half, which take two bytes
-    // each with their keys; and those of the second half while they are sorted, of four. Then, of
-    // the new file, what is planned, a command for every nine bytes, and its pages while the patch
-    // is written.
     constexpr uint64_t kRest = 16 << 20;
-    return old_size * 17 / 4 + new_size + kRest;
+    // The old file and its suffixes while they are sorted, of four bytes each, and some keys.
+    const uint64_t sorting = old_size * 21 / 4;
+    // The old file and its index. Of the new file, what is mapped, eight bytes for a command of
+    // seven or more, and what threads need that plan a stretch each.
+    const uint64_t planning = old_size * 15 / 4 + new_size * 5 / 2;
+    // The new file, and 80 bytes for each command.
+    const uint64_t verifying = new_size + std::min<uint64_t>(new_size / 7, kMaxCommands) * 80;
+    return std::max({sorting, planning, verifying}) + kRest;
 }
 
 bool VerifyPatch(const std::string& old_path, const std::string& new_path, const std::string& patch,

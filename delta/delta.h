@@ -2,8 +2,11 @@
 #ifndef HALCYRIX_DELTA_DELTA_H
 #define HALCYRIX_DELTA_DELTA_H
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
+
+#include "lib/work_observer.h"
 
 enum class DeltaResult {
     MADE,
@@ -13,16 +16,20 @@ enum class DeltaResult {
 
 constexpr uint64_t kNoSizeLimit = UINT64_MAX;
 
-// Writes to `patch` a patch that makes the contents of `new_path` from those of `old_path`, unless
-// it would be larger than `size_limit`. Without MADE, `reason` says why, and there is no such file.
-//
-// Neither file may change meanwhile.
+struct PatchOptions {
+    uint64_t sizeLimit = kNoSizeLimit;  // a larger patch is not made
+    size_t threads = 1;                 // at the most; the patch is the same with any number
+    WorkObserver* observer = nullptr;   // is told as many bytes as the new file has; may be null
+};
+
+// Writes to `patch` a patch that makes the contents of `new_path` from those of `old_path`. Without
+// MADE, `reason` says why, and there is no such file. Neither file may change meanwhile.
 [[nodiscard]] DeltaResult MakePatch(const std::string& old_path, const std::string& new_path,
-                                    const std::string& patch, uint64_t size_limit,
+                                    const std::string& patch, const PatchOptions& options,
                                     std::string* reason);
 
-// The bytes of memory that MakePatch takes at the most for files of these sizes. Files that are
-// mostly the same take less than half of that.
+// The bytes of memory that MakePatch and VerifyPatch take at the most for files of these sizes,
+// with any number of threads. Files that are mostly the same take less than half of that.
 uint64_t PatchMemory(uint64_t old_size, uint64_t new_size);
 
 // Whether the updater's own interpreter makes the new file from the old one and the patch. When it

@@ -6,66 +6,87 @@
 
 namespace {
 
-// A match of this length is a copy whatever its neighbours are: as a literal it would cost more
-// than the copy and the literal headers that it saves.
+// A match of this length always becomes a copy: as a literal it would cost more than the copy and
+// the literal headers on both sides.
 constexpr uint32_t kSureMatch = 32;
 
-// A copy between two stretches of literal: the copy and the header of the second one.
 constexpr uint32_t kCopyCost = kPatchCopySize;
 constexpr uint32_t kLiteralCost = kPatchLiteralHeaderSize;
 
-// So many bytes after a long match every byte is searched for; a copy of a few bytes pays there
-// when it saves a whole literal. Further on only what the filter lets through is, and everywhere
-// once there are so many commands that such copies will be dropped again.
-constexpr size_t kSearchedFully = 64;
-
 // A gap is closed at this size, to bound the memory of its plan.
-constexpr size_t kMaxGap = 65536;
+constexpr size_t kMaxGap = 4096;
 
-// Matches longer than this are not put off for the sake of a longer one that begins later.
+// For a match that is longer, no later and longer one is looked for.
 constexpr uint32_t kLongEnough = 4096;
 
 constexpr uint32_t kImpossible = UINT32_MAX / 2;
 
-}  // namespace
+class Planner {
+public:
+    Planner(const DeltaSources& sources, size_t begin, size_t end, PatchWriter* writer)
+        : m_finder(sources.finder),
+          m_old(sources.old),
+          m_new(sources.contents),
+          m_end(end),
+          m_writer(writer),
+          m_indexedAll(sources.matches.empty()),
+          m_known(std::partition_point(
+              sources.matches.begin(), sources.matches.end(),
+              [begin](const LongMatch& match) { return match.End() <= begin; })),
+          m_knownEnd(sources.matches.end()),
+          m_position(begin) {}
 
-DeltaPlan::DeltaPlan(const std::vector<LongMatch>& matches, MatchFinder* finder, const uint8_t* old,
-                     const uint8_t* contents, size_t size, PatchWriter* writer)
-    : m_finder(finder),
-      m_old(old),
-      m_new(contents),
-      m_size(size),
-      m_writer(writer),
-      m_known(matches.begin()),
-      m_knownEnd(matches.end()) {}
+    void Run();
 
-// What the long matches leave of themselves from a position on, if it is in one.
-Match DeltaPlan::KnownAt(size_t position) {
+private:
+    Match KnownAt(size_t position);
+    Match Longest(size_t position) const {
+        return m_finder.Longest(m_new + position, m_end - position);
+    }
+    bool MayMatchAt(size_t position) const {
+        return m_end - position >= kWindow && m_finder.MayMatch(m_new + position);
+    }
+    bool MayHold(size_t position) const;
+    bool LookAhead(Match* match);
+    void AddToGap(Match match);
+    void ExtendBack(size_t place);
+    void CloseGap();
+
+    const MatchFinder& m_finder;
+    const uint8_t* m_old;
+    const uint8_t* m_new;
+    size_t m_end;
+    PatchWriter* m_writer;
+    bool m_indexedAll;
+    std::vector<LongMatch>::const_iterator m_known;  // the first that may be of use
+    std::vector<LongMatch>::const_iterator m_knownEnd;
+
+    size_t m_position;         // all before it are written or in the gap
+    std::vector<Match> m_gap;  // for each of its bytes, the longest known match from there on
+
+    // For each place in the gap, the least cost of what is before it.
+    std::vector<uint32_t> m_literal;   // when a literal ends there
+    std::vector<uint32_t> m_copy;      // when a copy ends there
+    std::vector<uint32_t> m_copyFrom;  // where that copy begins
+};
+
+// The rest of a known long match that holds this position.
+Match Planner::KnownAt(size_t position) {
     while (m_known != m_knownEnd && m_known->End() <= position) ++m_known;
     if (m_known == m_knownEnd || m_known->begin > position) return {};
     const size_t passed = position - m_known->begin;
     return {static_cast<uint32_t>(m_known->offset + passed),
-            static_cast<uint32_t>(m_known->length - passed)};
+            static_cast<uint32_t>(std::min(m_known->End(), m_end) - position)};
 }
 
-Match DeltaPlan::MatchAt(size_t position) {
-    if (const Match known = KnownAt(position); known.length > 0) return known;
-    const uint8_t* text = m_new + position;
-    const size_t remaining = m_size - position;
-    if (m_sinceCopy > kSearchedFully || m_writer->Commands() > kMaxCommands) {
-        if (remaining < kWindow || !m_finder->MayMatch(text)) return {};
-    }
-    return m_finder->Longest(text, remaining);
-}
-
-bool DeltaPlan::Step() {
-    while (m_position < m_size) {
-        Match match = MatchAt(m_position);
+void Planner::Run() {
+    while (m_position < m_end) {
+        Match match = KnownAt(m_position);
+        if (match.length == 0 && MayMatchAt(m_position)) match = Longest(m_position);
         if (match.length < kSureMatch) {
             AddToGap(match);
-            if (m_gap.size() < kMaxGap) continue;
-            CloseGap();
-            return true;
+            if (m_gap.size() == kMaxGap) CloseGap();
+            continue;
         }
         while (LookAhead(&match)) continue;
 
@@ -80,24 +101,31 @@ bool DeltaPlan::Step() {
         CloseGap();
         m_writer->Copy(match.offset, match.length);
         m_position += match.length;
-        m_sinceCopy = 0;
-        return true;
     }
     CloseGap();
-    return false;
+}
+
+// Whether there may be a match that holds kWindow + 1 bytes from this position on.
+bool Planner::MayHold(size_t position) const {
+    return MayMatchAt(position) || MayMatchAt(position + 1);
 }
 
 // Whether a match that begins within the next few bytes reaches so much further that `match` is
 // better left to the plan of the gap. Moves there if so.
-bool DeltaPlan::LookAhead(Match* match) {
-    if (match->length >= kLongEnough || m_writer->Commands() > kMaxCommands) return false;
-    const size_t reach = m_position + match->length;
+bool Planner::LookAhead(Match* match) {
+    const size_t reach = m_position + match->length + kSureMatch;
+    if (match->length >= kLongEnough || reach > m_end) return false;
+    // Such a match holds the bytes on both sides of the end of this one.
+    if (m_indexedAll &&
+        !(MayHold(reach - kSureMatch - kWindow / 2) && MayHold(reach - kWindow - 1))) {
+        return false;
+    }
     Match passed[kCopyCost] = {*match};
-    for (size_t ahead = 1; ahead < kCopyCost && m_position + ahead < m_size; ++ahead) {
+    for (size_t ahead = 1; ahead < kCopyCost; ++ahead) {
         const size_t position = m_position + ahead;
         Match later = KnownAt(position);
-        if (later.length == 0) later = m_finder->Longest(m_new + position, m_size - position);
-        if (position + later.length >= reach + kSureMatch) {
+        if (later.length == 0) later = Longest(position);
+        if (position + later.length >= reach) {
             for (size_t i = 0; i < ahead; ++i) AddToGap(passed[i]);
             *match = later;
             return true;
@@ -107,39 +135,50 @@ bool DeltaPlan::LookAhead(Match* match) {
     return false;
 }
 
-void DeltaPlan::AddToGap(Match match) {
+void Planner::AddToGap(Match match) {
     m_gap.push_back(match);
-    // The same match may reach further back, over bytes that the filter passed over.
-    for (size_t i = m_gap.size() - 1; i > 0 && match.length > 0 && match.offset > 0; --i) {
-        const size_t position = m_position - (m_gap.size() - i);
-        if (m_old[match.offset - 1] != m_new[position]) break;
-        --match.offset;
-        ++match.length;
-        if (match.length <= m_gap[i - 1].length) break;
-        m_gap[i - 1] = match;
-    }
     ++m_position;
-    ++m_sinceCopy;
+    ExtendBack(m_gap.size() - 1);
 }
 
-void DeltaPlan::CloseGap() {
+// The match from this place of the gap may begin before it: the filter passes over bytes, and the
+// index has every other one.
+void Planner::ExtendBack(size_t place) {
+    Match match = m_gap[place];
+    const uint8_t* text = m_new + m_position - m_gap.size();
+    for (; place > 0 && match.length > 0 && match.offset > 0; --place) {
+        if (m_old[match.offset - 1] != text[place - 1]) break;
+        --match.offset;
+        ++match.length;
+        if (match.length <= m_gap[place - 1].length) break;
+        m_gap[place - 1] = match;
+    }
+}
+
+void Planner::CloseGap() {
     const size_t size = m_gap.size();
     if (size == 0) return;
 
-    // What the first bytes of the gap cost at least, when their last command is a literal or a
-    // copy. More bytes never cost less, so the best copy up to a byte is the one that begins
-    // earliest.
-    std::vector<uint32_t> literal(size + 1);
-    std::vector<uint32_t> copy(size + 1);
-    std::vector<uint32_t> copyFrom(size + 1);
-    literal[0] = m_writer->InLiteral() ? 0 : kImpossible;
-    copy[0] = m_writer->InLiteral() ? kImpossible : 0;
+    // A copy that is too short for the filter pays when it is the whole gap.
+    for (size_t i = 0; i < 2 && size >= kLiteralCost; ++i) {
+        if (m_gap[i].length > 0) continue;
+        m_gap[i] = Longest(m_position - size + i);
+        ExtendBack(i);
+    }
+
+    // More bytes never cost less, so the best copy up to a byte is the one that begins earliest.
+    m_literal.resize(size + 1);
+    m_copy.resize(size + 1);
+    m_copyFrom.resize(size + 1);
+    m_literal[0] = m_writer->InLiteral() ? 0 : kImpossible;
+    m_copy[0] = m_writer->InLiteral() ? kImpossible : 0;
     size_t from = 0;
     for (size_t end = 1; end <= size; ++end) {
-        literal[end] = std::min(literal[end - 1], copy[end - 1] + kLiteralCost) + 1;
+        m_literal[end] = std::min(m_literal[end - 1], m_copy[end - 1] + kLiteralCost) + 1;
         while (from < end && from + m_gap[from].length < end) ++from;
-        copy[end] = from < end ? std::min(literal[from], copy[from]) + kCopyCost : kImpossible;
-        copyFrom[end] = static_cast<uint32_t>(from);
+        m_copy[end] =
+            from < end ? std::min(m_literal[from], m_copy[from]) + kCopyCost : kImpossible;
+        m_copyFrom[end] = static_cast<uint32_t>(from);
     }
 
     struct Command {
@@ -148,12 +187,12 @@ void DeltaPlan::CloseGap() {
         size_t end;
     };
     std::vector<Command> commands;  // last first
-    bool isCopy = copy[size] <= literal[size];
+    bool isCopy = m_copy[size] <= m_literal[size];
     for (size_t end = size; end > 0;) {
-        const size_t begin = isCopy ? copyFrom[end] : end - 1;
+        const size_t begin = isCopy ? m_copyFrom[end] : end - 1;
         commands.push_back({isCopy, begin, end});
-        isCopy =
-            isCopy ? copy[begin] <= literal[begin] : copy[begin] + kLiteralCost < literal[begin];
+        isCopy = isCopy ? m_copy[begin] <= m_literal[begin]
+                        : m_copy[begin] + kLiteralCost < m_literal[begin];
         end = begin;
     }
     for (auto command = commands.rbegin(); command != commands.rend(); ++command) {
@@ -165,4 +204,10 @@ void DeltaPlan::CloseGap() {
         }
     }
     m_gap.clear();
+}
+
+}  // namespace
+
+void PlanStretch(const DeltaSources& sources, size_t begin, size_t end, PatchWriter* writer) {
+    Planner(sources, begin, end, writer).Run();
 }

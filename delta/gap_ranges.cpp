@@ -21,10 +21,13 @@ constexpr size_t kLargestPart = 4;
 // everywhere.
 constexpr uint32_t kMostFound = 16;
 
+// Windows are looked for at so many bytes from one another.
+constexpr size_t kWindowStride = 4;
+
 // Before a window that was found, as a match may begin there, and from its beginning on, as much as
 // tells most matches apart.
 constexpr size_t kBefore = kWindowStride;
-constexpr size_t kAfter = 2 * kWindow;
+constexpr size_t kAfter = 30;
 
 // The windows of the gaps, and how often each was found. Few of those whose hash has the same place
 // have room.

@@ -22,6 +22,10 @@ constexpr size_t kLeastFound = 256;
 // So far behind a match a change in place is looked for before any other.
 constexpr size_t kNear = 64;
 
+// So far around the expected place a block is searched for, and so many bytes are compared in all.
+constexpr size_t kBeside = 4096;
+constexpr size_t kMostCompared = 65536;
+
 // A match is extended so far back at the most, over those that it makes unnecessary.
 constexpr size_t kFarthestBack = 65536;
 
@@ -72,7 +76,12 @@ public:
 
     std::vector<LongMatch> All() {
         const size_t most = m_size / kUncoveredPart;
-        while (Next(most)) m_to->Release(End());
+        size_t released = 0;
+        while (Next(most)) {
+            constexpr size_t kPiece = size_t{1} << 20;
+            m_to->Release(released, End() - End() % kPiece);
+            released = std::max(released, End() - End() % kPiece);
+        }
         if (m_size - m_covered > most) m_matches.clear();
         return std::move(m_matches);
     }
@@ -92,12 +101,44 @@ private:
         }
         if (from >= end) return false;
         if (!m_table) m_table.emplace(m_old, m_oldSize);
+        bool searched = false;
         for (size_t at = from; at < end; ++at) {
             if (at >= from + kNear && Try(at, at + shift, kBlock)) return true;
             const size_t found = m_table->Find(m_new + at);
-            if (found != kNowhere && Try(at, found, kLeastFound)) return true;
+            if (found == kNowhere) continue;
+            const size_t beside = searched ? kNowhere : BestBeside(at, at + shift);
+            searched = true;
+            if (Try(at, beside, kLeastFound) || Try(at, found, kLeastFound)) return true;
         }
         return false;
+    }
+
+    // Where within kBeside of the expected place the block at `begin` has the longest match. The
+    // table has only the first place of a block, which in repetitive contents is a wrong one.
+    size_t BestBeside(size_t begin, size_t expected) const {
+        const uint8_t* block = m_new + begin;
+        const uint8_t* end = m_old + std::min(expected + kBeside, m_oldSize);
+        size_t best = kNowhere;
+        size_t longest = 0;
+        size_t left = kMostCompared;
+        const uint8_t* at = m_old + std::min(expected - std::min(expected, kBeside), m_oldSize);
+        while (left > 0 && (at = Find(at, end, block)) != nullptr) {
+            const size_t limit =
+                std::min({left, m_size - begin, m_oldSize - static_cast<size_t>(at - m_old)});
+            const size_t length = CommonLength(block, at, 0, limit);
+            left -= length;
+            if (length > longest) {
+                longest = length;
+                best = static_cast<size_t>(at - m_old);
+            }
+            ++at;
+        }
+        return best;
+    }
+
+    static const uint8_t* Find(const uint8_t* begin, const uint8_t* end, const uint8_t* block) {
+        return static_cast<const uint8_t*>(
+            memmem(begin, static_cast<size_t>(end - begin), block, kBlock));
     }
 
     bool Try(size_t begin, size_t offset, size_t least) {

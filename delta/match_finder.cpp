@@ -3,9 +3,11 @@
 #include <divsufsort.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cstring>
 
 #include "delta/bytes.h"
+#include "delta/threads.h"
 
 namespace {
 
@@ -13,8 +15,8 @@ namespace {
 // itself waits for memory twice.
 constexpr size_t kKeyed = 16;  // suffixes for each key
 
-// Four windows for each word of the filter: about one in a hundred others passes it.
-constexpr size_t kOldBytesPerWord = 4 * kWindowStride;
+// The filter has a word for eight windows; about one in forty others passes it.
+constexpr size_t kOldBytesPerWord = 16;
 
 // Contents smaller than this are sorted at once.
 constexpr size_t kSmallestBlock = size_t{1} << 20;
@@ -43,10 +45,19 @@ size_t CountBelow(const std::vector<uint64_t>& numbers, uint64_t limit) {
     return begin;
 }
 
+// Calls `work` for each item, in up to so many threads.
+template <typename Item, typename Work>
+void ForEach(std::vector<Item>* items, size_t threads, const Work& work) {
+    std::atomic<size_t> next{0};
+    RunInThreads(std::min(threads, items->size()), [&] {
+        for (size_t i; (i = next++) < items->size();) work(&(*items)[i]);
+    });
+}
+
 }  // namespace
 
 bool MatchFinder::Index(const uint8_t* old, size_t size, const std::vector<Range>& ranges,
-                        std::string* error) {
+                        size_t threads, std::string* error) {
     m_old = old;
     m_size = size;
     if (ranges.size() > 1) {
@@ -75,12 +86,18 @@ bool MatchFinder::Index(const uint8_t* old, size_t size, const std::vector<Range
             m_blocks.push_back(std::move(block));
         }
     }
-    for (Block& block : m_blocks) {
-        if (!Sort(&block)) {
-            *error = "not enough memory to index " + std::to_string(size) + " bytes";
-            return false;
-        }
+    std::atomic<bool> sorted{true};
+    ForEach(&m_blocks, threads, [&](Block* block) {
+        if (!Sort(block)) sorted = false;
+    });
+    if (!sorted) {
+        *error = "not enough memory to index " + std::to_string(size) + " bytes";
+        return false;
     }
+    size_t indexed = 0;
+    for (const Block& block : m_blocks) indexed += block.size;
+    m_filter.assign(indexed / kOldBytesPerWord + 1, 0);
+    ForEach(&m_blocks, threads, [&](const Block* block) { AddToFilter(*block); });
     return true;
 }
 
@@ -166,32 +183,25 @@ void MatchFinder::Improve(Match* longest, const Block& block, size_t at, const u
 // The bits of a window are in one word, so that a look at them touches memory once.
 MatchFinder::FilterBits MatchFinder::BitsOf(const uint8_t* window) const {
     const uint64_t hash = HashOfWindow(window);
-    const uint64_t bits = uint64_t{1} << (hash & 63) | uint64_t{1} << (hash >> 6 & 63) |
-                          uint64_t{1} << (hash >> 12 & 63);
+    uint64_t bits = 0;
+    for (int shift = 0; shift < 24; shift += 6) bits |= uint64_t{1} << (hash >> shift & 63);
     return {static_cast<size_t>((hash >> 32) * m_filter.size() >> 32), bits};
 }
 
-void MatchFinder::BuildFilter() {
-    size_t size = 0;
-    for (const Block& block : m_blocks) size += block.size;
-    m_filter.assign(size / kOldBytesPerWord + 1, 0);
-    for (const Block& block : m_blocks) {
-        for (size_t i = 0; i < block.pieces.size(); ++i) {
-            const auto [at, offset] = block.pieces[i];
-            const size_t end = i + 1 < block.pieces.size() ? block.pieces[i + 1].at : block.size;
-            const uint8_t* begin = m_old + offset;
-            const size_t windows =
-                std::min(end - at, m_size - std::min(m_size, offset + kWindow - 1));
-            for (size_t j = 0; j < windows; j += kWindowStride) {
-                const auto [word, bits] = BitsOf(begin + j);
-                m_filter[word] |= bits;
-            }
+void MatchFinder::AddToFilter(const Block& block) {
+    for (size_t i = 0; i < block.pieces.size(); ++i) {
+        const auto [at, offset] = block.pieces[i];
+        const size_t end = i + 1 < block.pieces.size() ? block.pieces[i + 1].at : block.size;
+        const uint8_t* begin = m_old + offset;
+        const size_t windows = std::min(end - at, m_size - std::min(m_size, offset + kWindow - 1));
+        for (size_t j = 0; j < windows; j += 2) {
+            const auto [word, bits] = BitsOf(begin + j);
+            std::atomic_ref(m_filter[word]).fetch_or(bits, std::memory_order_relaxed);
         }
     }
 }
 
-bool MatchFinder::MayMatch(const uint8_t* text) {
-    if (m_filter.empty()) BuildFilter();
+bool MatchFinder::MayMatch(const uint8_t* text) const {
     const auto [word, bits] = BitsOf(text);
     return (m_filter[word] & bits) == bits;
 }

@@ -22,27 +22,24 @@ struct Range {
     size_t end;
 };
 
-// An index of the old contents, or of parts of them: sorted suffixes, of every other byte, which
-// take two bytes for each byte of the contents. They are sorted block by block, since sorting takes
-// twice as much. The contents are not owned and must outlive the finder.
+// An index of the old contents, or of parts of them: the sorted suffixes that begin at even
+// offsets, and a filter. Both take three bytes of memory for each byte that is indexed; building
+// them takes five. The old contents are not owned and must outlive the finder.
 class MatchFinder {
 public:
-    // Sorts the suffixes that begin in the ranges: a single one, or several, apart and in order, of
-    // no more than 2 GiB together, which begin and end at even offsets if the contents do. False
-    // when memory does not suffice. Call once on a new finder.
+    // Indexes the ranges: a single one, or several, apart and in order, of no more than 2 GiB
+    // together, with even bounds. Only the end of the contents may be odd. Sorts in up to `threads`
+    // threads. False when memory does not suffice. Call once on a new finder.
     [[nodiscard]] bool Index(const uint8_t* old, size_t size, const std::vector<Range>& ranges,
-                             std::string* error);
+                             size_t threads, std::string* error);
 
-    // The longest stretch that `text` begins with of every other one that is indexed. Any is found
-    // from its second byte at the latest. Costs the logarithm of what is indexed, and as many
-    // comparisons of the match's length at the most.
+    // The longest match of `text` that begins at an even offset of the index; a match at an odd one
+    // is found a byte later. Takes a binary search, which reads the text once at each step at most.
     Match Longest(const uint8_t* text, size_t length) const;
 
-    // Whether a stretch of what is indexed may match from `text`, of at least kWindow bytes, or
-    // from one of the kWindowStride - 1 bytes before it: false only when there is no match that
-    // holds kWindow bytes from `text` and begins kWindowStride - 1 bytes or more before it. One
-    // memory access, after a first call that costs a pass over what is indexed.
-    bool MayMatch(const uint8_t* text);
+    // False when Longest() finds less than kWindow bytes. A Bloom filter: it may be true without a
+    // match. Takes one memory access.
+    bool MayMatch(const uint8_t* text) const;
 
 private:
     struct Free {
@@ -75,13 +72,13 @@ private:
         uint64_t bits;
     };
 
-    void BuildFilter();
+    void AddToFilter(const Block& block);
     FilterBits BitsOf(const uint8_t* window) const;
 
     const uint8_t* m_old = nullptr;
     size_t m_size = 0;
     std::vector<Block> m_blocks;
-    std::vector<uint64_t> m_filter;  // has the windows at multiples of the stride
+    std::vector<uint64_t> m_filter;  // has the windows that begin at even offsets
 };
 
 #endif

@@ -1,5 +1,7 @@
 #include "delta/patch_writer.h"
 
+#include <algorithm>
+
 #include "lib/patch_format.h"
 #include "lib/stream.h"
 #include "lib/whole_file.h"
@@ -30,6 +32,24 @@ void PatchWriter::Literal(uint32_t length) {
     }
     m_commands.push_back({kLiteral, length});
     m_size += kPatchLiteralHeaderSize;
+}
+
+std::optional<uint32_t> PatchWriter::CopyEnd() const {
+    if (m_commands.empty() || InLiteral()) return {};
+    return m_commands.back().offset + m_commands.back().length;
+}
+
+void PatchWriter::Append(const PatchWriter& other, uint64_t skipped) {
+    for (const Command& command : other.m_commands) {
+        const auto cut = static_cast<uint32_t>(std::min<uint64_t>(skipped, command.length));
+        skipped -= cut;
+        if (cut == command.length) continue;
+        if (command.IsLiteral()) {
+            Literal(command.length - cut);
+        } else {
+            Copy(command.offset + cut, command.length - cut);
+        }
+    }
 }
 
 void PatchWriter::LimitCommands(size_t limit) {

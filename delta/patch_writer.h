@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <deque>
+#include <optional>
 #include <string>
 
 #include "lib/patch_format.h"
@@ -20,6 +21,10 @@ public:
     void Literal(uint32_t length);
     // Whether the last command is a literal, which another one would continue.
     bool InLiteral() const { return !m_commands.empty() && m_commands.back().IsLiteral(); }
+    // Where in the old contents the last command ends, if it is a copy.
+    std::optional<uint32_t> CopyEnd() const;
+    // Adds the commands of another writer, without those for its first `skipped` bytes.
+    void Append(const PatchWriter& other, uint64_t skipped);
 
     // The commands, and the bytes that the patch would take.
     size_t Commands() const { return m_commands.size(); }

@@ -108,10 +108,6 @@ bool MappedFile::Open(const std::string& path, std::string* error) {
     return true;
 }
 
-void MappedFile::Release(size_t end) {
-    constexpr size_t kAtOnce = size_t{1} << 20;  // a multiple of any page size
-    end -= end % kAtOnce;
-    if (end <= m_released) return;
-    madvise(const_cast<uint8_t*>(m_data) + m_released, end - m_released, MADV_DONTNEED);
-    m_released = end;
+void MappedFile::Release(size_t begin, size_t end) {
+    if (begin < end) madvise(const_cast<uint8_t*>(m_data) + begin, end - begin, MADV_DONTNEED);
 }

@@ -33,8 +33,9 @@ public:
     // Maps a regular file. Call once on a new object.
     [[nodiscard]] bool Open(const std::string& path, std::string* error);
 
-    // Releases the memory of the bytes before `end`. They can still be read.
-    void Release(size_t end);
+    // Gives back the memory of the bytes between, until they are looked at again. `begin` is a
+    // multiple of 1 MiB.
+    void Release(size_t begin, size_t end);
 
     const uint8_t* Data() const { return m_data; }  // null for an empty file
     size_t Size() const { return m_size; }
@@ -42,7 +43,6 @@ public:
 private:
     const uint8_t* m_data = nullptr;
     size_t m_size = 0;
-    size_t m_released = 0;
 };
 
 #endif

@@ -28,7 +28,8 @@ ExitStatus Prune(const std::string& store, size_t keep);
 ExitStatus Check(const std::string& store);
 ExitStatus Serve(const std::string& store, const ServerOptions& options);
 
-ExitStatus Diff(const std::string& from, const std::string& to, const std::string& patch);
+ExitStatus Diff(const std::string& from, const std::string& to, const std::string& patch,
+                size_t jobs);
 ExitStatus Apply(const std::string& from, const std::string& patch, const std::string& result);
 ExitStatus Show(const std::string& patch);
 

@@ -227,7 +227,12 @@ void AddDiff(CLI::App* app, CommandLine* line) {
     diff->add_option("OLD", line->from, "The file to start from")->required();
     diff->add_option("NEW", line->to, "The file to make")->required();
     diff->add_option("PATCH", line->patch, "Where to write the patch")->required();
-    diff->callback([=] { line->status = Diff(line->from, line->to, line->patch); });
+    diff->add_option("--jobs", line->request.limits.jobs,
+                     "Use N threads; as many as there are processors unless given")
+        ->type_name("N")
+        ->check(CLI::Range(1, 1024));
+    diff->callback(
+        [=] { line->status = Diff(line->from, line->to, line->patch, line->request.limits.jobs); });
 }
 
 void AddApply(CLI::App* app, CommandLine* line) {

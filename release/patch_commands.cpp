@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "delta/delta.h"
+#include "delta/threads.h"
 #include "lib/file_helpers.h"
 #include "lib/patch_buffer.h"
 #include "lib/patch_reader.h"
@@ -95,11 +96,13 @@ private:
 
 }  // namespace
 
-ExitStatus Diff(const std::string& from, const std::string& to, const std::string& patch) {
+ExitStatus Diff(const std::string& from, const std::string& to, const std::string& patch,
+                size_t jobs) {
     NewFile made(patch);
     if (!made.Create()) return EXIT_PROBLEM;
     std::string reason;
-    const DeltaResult result = MakePatch(from, to, made.Temporary(), kNoSizeLimit, &reason);
+    const DeltaResult result =
+        MakePatch(from, to, made.Temporary(), {.threads = ThreadsFor(jobs)}, &reason);
     return result == DeltaResult::MADE ? made.Finish() : Problem(reason);
 }
 

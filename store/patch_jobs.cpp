@@ -6,10 +6,9 @@
 #include <cstdio>
 #include <map>
 #include <mutex>
-#include <system_error>
-#include <thread>
 
 #include "delta/delta.h"
+#include "delta/threads.h"
 #include "lib/local_file_check.h"
 #include "lib/stream.h"
 
@@ -26,15 +25,16 @@ uint64_t FreeMemory() {
     return kilobytes * 1024;
 }
 
-// Does one job. False when something could not be read or written.
-bool Make(PatchJob* job, std::string* error) {
+// Does one job in up to so many threads. False when something could not be read or written.
+bool Make(PatchJob* job, size_t threads, std::string* error) {
     const auto old = CheckLocalFile(job->oldPath, job->oldLength, job->oldChecksum, nullptr);
     if (old.result != CHECK_GOOD) {
         job->reason = "the earlier release is damaged";
         return true;
     }
     const DeltaResult result =
-        MakePatch(job->oldPath, job->newPath, job->patchPath, job->newLength - 1, &job->reason);
+        MakePatch(job->oldPath, job->newPath, job->patchPath,
+                  {.sizeLimit = job->newLength - 1, .threads = threads}, &job->reason);
     if (result == DeltaResult::FAILED) *error = job->reason;
     if (result != DeltaResult::MADE) return result == DeltaResult::NONE;
     job->made = true;
@@ -45,7 +45,7 @@ bool Make(PatchJob* job, std::string* error) {
 // What the threads share.
 class Workshop {
 public:
-    Workshop(std::vector<PatchJob>* jobs, uint64_t memory,
+    Workshop(std::vector<PatchJob>* jobs, size_t threads, uint64_t memory,
              const std::function<void(size_t, const PatchJob&)>& progress);
 
     // Does jobs until none is left or one has failed; for any number of threads.
@@ -55,6 +55,8 @@ public:
 
 private:
     const std::function<void(size_t, const PatchJob&)>& m_progress;
+    size_t m_threads;
+    uint64_t m_work = 0;                           // of all jobs, measured by their memory
     std::mutex m_mutex;                            // of all below
     std::condition_variable m_changed;             // there is memory for a job, or no job is left
     std::multimap<uint64_t, PatchJob*> m_waiting;  // by the memory that they take
@@ -63,13 +65,14 @@ private:
     std::string m_error;
 };
 
-Workshop::Workshop(std::vector<PatchJob>* jobs, uint64_t memory,
+Workshop::Workshop(std::vector<PatchJob>* jobs, size_t threads, uint64_t memory,
                    const std::function<void(size_t, const PatchJob&)>& progress)
-    : m_progress(progress), m_memory(memory) {
+    : m_progress(progress), m_threads(threads), m_memory(memory) {
     for (PatchJob& job : *jobs) {
         const uint64_t needed = PatchMemory(job.oldLength, job.newLength);
         if (needed <= memory) {
             m_waiting.emplace(needed, &job);
+            m_work += needed;
         } else {
             job.reason = "it would take more memory than it may have (--memory)";
         }
@@ -94,7 +97,9 @@ void Workshop::Work() {
 
         lock.unlock();
         std::string error;
-        const bool done = Make(job, &error);
+        // A job that is most of the work gets most of the threads. Others may run beside it.
+        const size_t threads = 1 + m_threads * needed / m_work;
+        const bool done = Make(job, std::min(threads, m_threads), &error);
         lock.lock();
         m_memory += needed;
         if (!done) m_error = error;
@@ -107,18 +112,10 @@ void Workshop::Work() {
 bool RunPatchJobs(std::vector<PatchJob>* jobs, const PatchLimits& limits,
                   const std::function<void(size_t number, const PatchJob& job)>& progress,
                   std::string* error) {
-    Workshop workshop(jobs, limits.memory != 0 ? limits.memory : FreeMemory() / 2, progress);
-    const size_t atOnce = limits.jobs != 0 ? limits.jobs : std::thread::hardware_concurrency();
-    std::vector<std::thread> threads;
-    try {
-        while (threads.size() + 1 < std::min(atOnce, jobs->size())) {
-            threads.emplace_back(&Workshop::Work, &workshop);
-        }
-    } catch (const std::system_error&) {
-        // The system gives no more threads: those that there are do the work.
-    }
-    workshop.Work();
-    for (std::thread& thread : threads) thread.join();
+    const size_t threads = ThreadsFor(limits.jobs);
+    const uint64_t memory = limits.memory != 0 ? limits.memory : FreeMemory() / 2;
+    Workshop workshop(jobs, threads, memory, progress);
+    RunInThreads(std::min(threads, jobs->size()), [&] { workshop.Work(); });
     *error = workshop.Error();
     return error->empty();
 }

@@ -23,7 +23,7 @@ size_t PatchSize(const std::string& from, const std::string& to) {
         setrlimit(RLIMIT_DATA, &memory);
 #endif
         std::string why;
-        _exit(MakePatch("old", "new", "patch", kNoSizeLimit, &why) != DeltaResult::MADE ||
+        _exit(MakePatch("old", "new", "patch", {}, &why) != DeltaResult::MADE ||
               !VerifyPatch("old", "new", "patch", &why));
     }
     int status;
@@ -115,11 +115,11 @@ TEST(Delta, KnowsWhatCannotOrShouldNotBe) {
     std::string why, old = SeededBytes(70000, 7);
     const size_t size = PatchSize(old, old + "!");
     WriteFile("empty", "");
-    EXPECT_EQ(MakePatch("old", "empty", "other", kNoSizeLimit, &why), DeltaResult::NONE);
-    EXPECT_EQ(MakePatch("old", "new", "other", size - 1, &why), DeltaResult::NONE);
-    EXPECT_EQ(MakePatch("old", "missing", "other", size, &why), DeltaResult::FAILED);
+    EXPECT_EQ(MakePatch("old", "empty", "other", {}, &why), DeltaResult::NONE);
+    EXPECT_EQ(MakePatch("old", "new", "other", {size - 1}, &why), DeltaResult::NONE);
+    EXPECT_EQ(MakePatch("old", "missing", "other", {size}, &why), DeltaResult::FAILED);
     EXPECT_FALSE(std::filesystem::exists("other"));
-    EXPECT_EQ(MakePatch("old", "new", "other", size, &why), DeltaResult::MADE) << why;
+    EXPECT_EQ(MakePatch("old", "new", "other", {size}, &why), DeltaResult::MADE) << why;
 
     old[69999] ^= 1;
     WriteFile("damaged", old);
