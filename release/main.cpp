@@ -37,6 +37,10 @@ std::string CheckAddressAndPort(const std::string& text) {
     return ParseAddress(text) ? "" : text + " is not ADDRESS:PORT";
 }
 
+std::string CheckRange(const std::string& text) {
+    return ParseRange(text) ? "" : text + " is not ADDRESS or ADDRESS/BITS";
+}
+
 // What follows the whole number that the text begins with; null for a text that does not, or with
 // one of more than 64 bits.
 const char* ReadNumber(const std::string& text, uint64_t* number) {
@@ -201,6 +205,10 @@ void AddServe(CLI::App* app, CommandLine* line) {
     add("Clients", "--per-address", &server.perAddress, "N",
         "Clients that one address may have; 0: no limit")
         ->check(NumberFrom(0, INT_MAX));
+    add("Clients", "--proxy-protocol", &server.proxies, "ADDRESS[/BITS]",
+        "Balancer that names its clients; may be given again")
+        ->allow_extra_args(false)
+        ->check(CheckRange);
     add("Clients", "--motd", &server.motdFile, "FILE", "Message of the day for all players");
     addRate("--client-rate", &server.clientRate, "Limit of each download, in bytes a second");
     addRate("--total-rate", &server.totalRate, "Limit of all downloads together; 0: none");

@@ -13,6 +13,14 @@ std::string AddressText(const sockaddr_in& address);
 // Null when the text is not ADDRESS:PORT with a port from 1 to 65535.
 std::optional<sockaddr_in> ParseAddress(const std::string& text);
 
+struct AddressRange {
+    in_addr_t address, mask;
+
+    bool Holds(const sockaddr_in& peer) const { return (peer.sin_addr.s_addr & mask) == address; }
+};
+// Null when the text is not ADDRESS or ADDRESS/BITS.
+std::optional<AddressRange> ParseRange(const std::string& text);
+
 // The clients of each address.
 class AddressCounts {
 public:

@@ -10,6 +10,7 @@
 #include "lib/checksum.h"
 #include "lib/file_helpers.h"
 #include "log/gamelog.h"
+#include "serve/proxy_header.h"
 #include "store/names.h"
 
 namespace {
@@ -22,7 +23,8 @@ constexpr size_t kListPiece = 16 * 1024;
 
 }  // namespace
 
-ClientSession::ClientSession(SessionContext* context, evutil_socket_t fd, const sockaddr_in& peer)
+ClientSession::ClientSession(SessionContext* context, evutil_socket_t fd, const sockaddr_in& peer,
+                             bool proxied)
     : m_context(context),
       m_connection(bufferevent_socket_new(context->base.get(), fd, BEV_OPT_CLOSE_ON_FREE)),
       m_deadline(evtimer_new(
@@ -32,6 +34,7 @@ ClientSession::ClientSession(SessionContext* context, evutil_socket_t fd, const 
           },
           this)),
       m_peer(peer),
+      m_proxied(proxied),
       m_started(Clock::now()) {
     bufferevent* const connection = m_connection.get();
     bufferevent_setcb(
@@ -60,7 +63,25 @@ void ClientSession::Enter(ClientState state) {
     m_state = state;
 }
 
+Ending ClientSession::TakeProxyHeader() {
+    evbuffer* const input = bufferevent_get_input(m_connection.get());
+    const auto header = ParseProxyHeader(
+        {reinterpret_cast<char*>(evbuffer_pullup(input, -1)), evbuffer_get_length(input)});
+    if (!header) return NO_PROXY_HEADER;
+    if (header->length == 0) return GOES_ON;
+    evbuffer_drain(input, header->length);
+    m_peer = header->client.value_or(m_peer);
+    if (!m_context->addresses.Add(m_peer, m_context->options.perAddress)) return OVER_SHARE;
+    m_proxied = false;
+    return GOES_ON;
+}
+
 void ClientSession::OnReadable() {
+    if (m_proxied) {
+        const Ending ending = TakeProxyHeader();
+        if (ending != GOES_ON) return End(ending);
+        if (m_proxied) return;
+    }
     evbuffer* const input = bufferevent_get_input(m_connection.get());
     uint8_t header[kFrameHeaderSize];
     while (evbuffer_copyout(input, header, sizeof header) == sizeof header) {
@@ -269,7 +290,7 @@ void ClientSession::OnDeadline() {
     const auto window = std::chrono::duration<double>(options.rateWindow).count();
     if (m_state != DOWNLOADING ||
         static_cast<double>(sent) < static_cast<double>(options.minRate) * window) {
-        return End(TOO_SLOW);
+        return End(m_proxied ? NO_PROXY_HEADER : TOO_SLOW);
     }
     Arm(m_deadline.get(), options.rateWindow);
 }
@@ -299,7 +320,7 @@ void ClientSession::End(Ending ending) {
     if (m_state == CONNECTED) {
         m_context->notices.Add(AddressText(m_peer) +
                                " never greeted: " + kEndingWords[ending].text);
-        ending = NEVER_GREETED;
+        if (ending != NO_PROXY_HEADER && ending != OVER_SHARE) ending = NEVER_GREETED;
     } else {
         gamelog->Printf("%s%s%s\n", Summary().c_str(),
                         ending == COMPLETED ? "" : "; dropped: ", kEndingWords[ending].text);
@@ -307,7 +328,7 @@ void ClientSession::End(Ending ending) {
     ++m_context->counts.ended[ending];
     if (ending == UNREADABLE) m_context->ReportUnreadable(*m_release);
     m_context->queue.Leave(m_ticket);
-    m_context->addresses.Remove(m_peer);
+    if (!m_proxied) m_context->addresses.Remove(m_peer);
     m_context->destroy(this);
 }
 

@@ -22,8 +22,10 @@
 // End() destroys the session, so each handler calls it last.
 class ClientSession : public Waiter {
 public:
-    // Takes over the accepted descriptor, which is non-blocking.
-    ClientSession(SessionContext* context, evutil_socket_t fd, const sockaddr_in& peer);
+    // Takes over the accepted descriptor, which is non-blocking. The peer is the client, counted in
+    // the context, or a proxy that is going to name and count it.
+    ClientSession(SessionContext* context, evutil_socket_t fd, const sockaddr_in& peer,
+                  bool proxied);
     ~ClientSession() override;
     ClientSession(const ClientSession&) = delete;
     ClientSession& operator=(const ClientSession&) = delete;
@@ -39,6 +41,7 @@ public:
 
 private:
     void OnReadable();
+    Ending TakeProxyHeader();
     void OnDrained();
     void OnHangup(short what);
     void OnDeadline();
@@ -68,6 +71,7 @@ private:
     Owned<bufferevent> m_connection;
     Owned<event> m_deadline;
     sockaddr_in m_peer;
+    bool m_proxied;  // the PROXY header comes next
     ClientState m_state = CONNECTED;
     bool m_motdTold = false;
     bool m_mayResume = false;  // the last reply announced a download

@@ -31,6 +31,7 @@ enum Ending {
     NEVER_GREETED,
     REFUSED,
     OVER_SHARE,
+    NO_PROXY_HEADER,
     kEndings,
 };
 
@@ -51,6 +52,7 @@ inline constexpr EndingWords kEndingWords[kEndings] = {
     {"never_greeted", "never greeted"},
     {"refused", "refused"},
     {"over_share", "its address has its share"},
+    {"no_proxy_header", "no PROXY header"},
 };
 
 #endif

@@ -35,7 +35,9 @@ SessionContext::SessionContext(Store* served, const ServerOptions& given)
       base(event_base_new()),
       clientRate(WritingRate(given.clientRate)),
       totalRate(TotalRate(base.get(), given.totalRate)),
-      queue(given.slots) {}
+      queue(given.slots) {
+    for (const std::string& range : given.proxies) proxies.push_back(ParseRange(range).value());
+}
 
 void SessionContext::RefreshStore() {
     store->Refresh();

@@ -6,6 +6,7 @@
 #include <list>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "serve/addresses.h"
 #include "serve/download_queue.h"
@@ -40,6 +41,7 @@ struct SessionContext {
     Notices notices;
     DownloadQueue queue;
     AddressCounts addresses;
+    std::vector<AddressRange> proxies;
     std::function<void(ClientSession*)> destroy;  // for a session that has ended
 };
 

@@ -117,8 +117,11 @@ void UpdateServer::Accept(evutil_socket_t fd, const sockaddr_in& peer) {
     const size_t clients = m_sessions.size();
     const bool full = clients >= m_context.counts.sessionLimit;
     const int share = m_context.options.perAddress;
-    if (!full && m_context.addresses.Add(peer, share)) {
-        m_sessions.try_emplace(fd, &m_context, fd, peer);
+    const auto& proxies = m_context.proxies;
+    const bool proxied = std::any_of(proxies.begin(), proxies.end(),
+                                     [&](const AddressRange& range) { return range.Holds(peer); });
+    if (!full && (proxied || m_context.addresses.Add(peer, share))) {
+        m_sessions.try_emplace(fd, &m_context, fd, peer, proxied);
         return;
     }
     evutil_closesocket(fd);

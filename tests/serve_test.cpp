@@ -3,6 +3,7 @@
 
 #include <list>
 
+#include "serve/proxy_header.h"
 #include "serve/update_server.h"
 #include "tests/support/game.h"
 #include "tests/support/relay.h"
@@ -151,6 +152,7 @@ TEST_F(ServeTest, WaitsForNobodyWithoutAnEnd) {
     for (const bool byRate : {true, false}) {
         ServerOptions options;
         options.slots = 1;
+        options.proxies = {"127.0.0.7"};
         options.greetingLimit = options.readyLimit = Milliseconds(200);
         (byRate ? options.rateWindow : options.ackLimit) = Milliseconds(1000);
         RecordingLog log;
@@ -158,7 +160,7 @@ TEST_F(ServeTest, WaitsForNobodyWithoutAnEnd) {
         const auto store = Store::Open(StorePath(), &error);
         const auto server = UpdateServer::Open(store.get(), options, &error);
         std::thread running([&server] { server->Run(); });
-        Peer checking, silent, early, ready, unread;
+        Peer checking, silent(byRate ? "127.0.0.7" : "127.0.0.8"), early, ready, unread;
         checking.AskList();
         early.Say({"PVERA", "ARCHlinux64\0"s});
         EXPECT_EQ(ready.Queue(), kReady);
@@ -172,7 +174,8 @@ TEST_F(ServeTest, WaitsForNobodyWithoutAnEnd) {
         EXPECT_EQ(checking.Ask("RSUM"), kHungUp) << "not before";
         for (int i = 0; i < 2; ++i) kill(getpid(), SIGTERM);
         running.join();
-        EXPECT_TRUE(log.Has(" never greeted: too slow")) << log.Text();
+        const std::string cause = byRate ? "no PROXY header" : "too slow";
+        EXPECT_TRUE(log.Has(" never greeted: " + cause)) << log.Text();
         EXPECT_EQ(log.Count("dropped: too slow"), byRate ? 3 : 2) << log.Text();
         EXPECT_EQ(log.Count("acknowledges nothing any more"), byRate ? 0 : 1) << log.Text();
     }
@@ -200,6 +203,60 @@ TEST_F(ServeTest, LetsDownloadsEndWhenItStops) {
             << "12 MB, at 6 a second";
         EXPECT_EQ(server.Wait(), 0);
     }
+}
+
+TEST_F(ServeTest, BelievesTheHeadersOfItsProxiesAlone) {
+    const std::string text = "PROXY TCP4 10.1.2.3 127.0.0.1 258 21024", line = text + "\r\n";
+    const std::string binary = "\r\n\r\n\0\r\nQUIT\n"s, ends = "\xa\1\2\3\x7f\0\0\1\1\2\x52\x20"s;
+    // What is received, the header's length, -1 for none, and the client.
+    const std::tuple<std::string, int, std::string> kCases[] = {
+        {line + "\0\5PVERA"s, 41, "10.1.2.3:258"},
+        {binary + "\x21\x11\0\xc"s + ends + "\0\5"s, 28, "10.1.2.3:258"},
+        {binary + "\x21\x11\0\xf"s + ends + "\4\0\0"s, 31, "10.1.2.3:258"},
+        {binary + "\x20\x11\0\xc"s + ends, 28, ""},
+        {binary + "\x20\0\0\0"s, 16, ""},
+        {binary + "\x21\x21\0\x24"s + std::string(36, 'x'), 52, ""},
+        {"PROXY UNKNOWN\r\n", 15, ""},
+        {"PROXY UNKNOWN" + std::string(92, 'x') + "\r\n", -1, ""},
+        {"PROXY UNKNOWN " + std::string(91, 'x') + "\r\n", 107, ""},
+        {"PROXY TCP6 ::1 ::1 258 21024\r\n", 30, ""},
+        {text + " more\r\n", -1, ""},
+        {"PROXY TCP4 10.1.2.3 127.0.0.1 258\r\n", -1, ""},
+        {"PROXY TCP4 10.1.2.3 127.0.0.1 65536 21024\r\n", -1, ""},
+        {"PROXY TCP4 10.1.2.3 127.0.0.256 258 21024\r\n", -1, ""},
+        {"PROXY UNKNOWN " + std::string(93, 'x'), -1, ""},
+        {binary + "\x21\x11\0\xb"s + ends, -1, ""},
+        {binary + "\x22\x11\0\xc"s + ends, -1, ""},
+        {binary + "\x21\x11\x8\0"s + ends, -1, ""},
+        {"\0\5PVERA"s, -1, ""},
+    };
+    for (const auto& [received, length, client] : kCases) {
+        for (size_t size = 0; length > 0 && size < static_cast<size_t>(length); ++size) {
+            const auto part = ParseProxyHeader(received.substr(0, size));
+            EXPECT_TRUE(part && part->length == 0) << received << size;
+        }
+        const auto header = ParseProxyHeader(received);
+        EXPECT_EQ(header ? static_cast<int>(header->length) : -1, length) << received;
+        const auto named = header ? header->client : std::nullopt;
+        EXPECT_EQ(named ? AddressText(*named) : "", client) << received;
+    }
+
+    ServingProgram server(StorePath(), "127.0.0.1",
+                          {"--proxy-protocol", "127.0.0.8/31", "--per-address", "1"});
+    Peer first, second, check, bad, stranger("127.0.0.7");
+    first.Send(line);
+    EXPECT_EQ(first.AskList(), "1.0");
+    for (Peer* next : {&second, &stranger}) {
+        next->Send(line);
+        EXPECT_EQ(next->Hear(), kHungUp);
+        server.AwaitWords(next == &second ? "10.1.2.3:258 never greeted: its address has its share"
+                                          : " never greeted: broke the protocol");
+    }
+    check.Send("PROXY UNKNOWN\r\n");
+    EXPECT_EQ(check.AskList(), "1.0");
+    EXPECT_EQ(bad.Ask("PVERA"), kHungUp);
+    server.AwaitWords("127.0.0.9:");
+    server.AwaitWords(" never greeted: no PROXY header");
 }
 
 TEST_F(ServeTest, HasItsLimitsAndTellsThemInItsMetrics) {
