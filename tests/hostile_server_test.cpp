@@ -29,14 +29,12 @@ TEST_F(HostileServer, MaySpoilEveryReplyInEveryWay) {
         {"empty", [](auto&) { return Instead{FrameOf("")}; }},
         {"zeros", [](auto& reply) { return Instead{FrameOf(std::string(reply.size(), '\0'))}; }},
         {"oversize", [](auto&) { return Instead{"\x1f\xff" + std::string(8191, 'x')}; }},
-        {"largest", [&](auto&) { return Instead{FrameOf(bytes(kMaxPayload))}; }},
         {"random", [&](auto& reply) { return Instead{FrameOf(bytes(reply.size()))}; }},
         {"no frame", [&](auto&) { return Instead{bytes(random() % 100)}; }},
-        {"by one", [](auto& reply) { return Instead{FrameOf(reply.substr(0, reply.size() - 1))}; }},
         {"cut", [&](auto& reply) { return Instead{FrameOf(reply.substr(0, random() % 16))}; }},
-        {"cut and closed",
-         [&](auto& reply) {
-             return Instead{FrameOf(reply).substr(0, random() % 20), Instead::kHangUp};
+        {"closed",
+         [](auto& reply) {
+             return Instead{FrameOf(reply).substr(0, 9), Instead::kHangUp};
          }},
     };
     int spoilings = 0;

@@ -47,9 +47,10 @@ TEST_F(Patch, DoesWhatTheDescriptionSays) {
 
 TEST_F(Patch, TellsWhatItDoesAndWhyItFails) {
     testing::internal::CaptureStdout();
-    EXPECT_TRUE(Apply("old", Literal(std::string(5000, 'x'))));
+    EXPECT_TRUE(Apply("old", Literal(std::string(5000, 'x')) + Literal("yz")));
     EXPECT_EQ(progress.statuses.back(), "Patching file...");
-    EXPECT_EQ(progress.progress, (std::vector<std::pair<int, int>>{{4096, 5000}, {5000, 5000}}));
+    EXPECT_EQ(progress.progress,
+              (std::vector<std::pair<int, int>>{{4096, 5002}, {5000, 5002}, {5002, 5002}}));
     EXPECT_FALSE(fs::exists("file.tmp"));
     EXPECT_FALSE(Apply("old", Literal("hi") + "Rc"));
     EXPECT_EQ(testing::internal::GetCapturedStdout(),
@@ -68,11 +69,14 @@ TEST_F(Patch, TellsWhatItDoesAndWhyItFails) {
     EXPECT_FALSE(Apply("old", Literal("hello") + "R"));
     EXPECT_EQ(ReadFile("file.tmp"), "hello");
     fs::remove("file");
+    progress.onProgress = [](int, int) { fs::resize_file("file", 9); };
+    EXPECT_FALSE(Apply(SeededBytes(60000, 1), Copy(0, 60000) + "R")) << "not all could be read";
     progress.onProgress = [](int, int) { fs::remove("file.tmp"); };
     EXPECT_FALSE(Apply("old", Literal("hello") + "R"));
     EXPECT_EQ(log.Text(),
               "Failed to load file patch patch\nFailed to load file patch .\n"
               "Failed to load missing patch patch\nFailed to write patched file: file.tmp\n"
+              "Failed to write patched file: file.tmp\n"
               "Unable to move file.tmp to file?!\n");
 }
 

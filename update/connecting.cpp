@@ -65,8 +65,6 @@ int UpdateClient::ConnectNext() {
 }
 
 void UpdateClient::OnDisconnect() {
-    // The session has ended; ignore what arrived behind its last packet.
-    if (!m_connected) return;
     gamelog->Printf("Disconnected\n");
     ConnectNext();
 }
