@@ -8,14 +8,14 @@
 
 struct CheckReport {
     std::vector<std::string> problems;
-    std::vector<std::string> advice;  // what to do about each release that has some
+    std::vector<std::string> advice;  // for each release with problems
     size_t releases = 0;
     size_t files = 0;  // patches included
     uint64_t bytes = 0;
 };
 
-// Reads every byte of every release and compares it with the manifests; looks for files that no
-// manifest knows, and for numbers and versions that are used twice.
+// Compares every file of every release with its manifest, by length and checksum. Also finds files
+// that are in no manifest, and numbers and versions that are used twice.
 CheckReport CheckStore(const std::string& directory);
 
 #endif

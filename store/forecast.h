@@ -1,4 +1,4 @@
-// What players will get with a release.
+// The forecast of what players download for a release.
 #ifndef HALCYRIX_STORE_FORECAST_H
 #define HALCYRIX_STORE_FORECAST_H
 
@@ -7,15 +7,14 @@
 
 #include "store/release.h"
 
-// What an update from one version to another takes, for somebody who has all that the components
-// of both held then.
+// An update from one version to another, of the components that both have.
 struct UpdateForecast {
-    bool sharesComponents = false;  // else nobody updates so
+    bool sharesComponents = false;  // if not, no player updates from the one to the other
     size_t changed = 0;
     size_t added = 0;
-    size_t removed = 0;         // they stay on the player's disk
+    size_t removed = 0;         // these files stay on the player's disk
     uint64_t wholeBytes = 0;    // of the changed and added files
-    uint64_t patchedBytes = 0;  // the same, with patches in place of the files that have one
+    uint64_t patchedBytes = 0;  // the same, but of the patch where there is one
 };
 UpdateForecast ForecastUpdate(const Release& from, const Release& to);
 

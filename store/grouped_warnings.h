@@ -1,4 +1,4 @@
-// Warnings of which many are alike.
+// Warnings, grouped by their fault.
 #ifndef HALCYRIX_STORE_GROUPED_WARNINGS_H
 #define HALCYRIX_STORE_GROUPED_WARNINGS_H
 
@@ -7,8 +7,7 @@
 #include <string>
 #include <vector>
 
-// Collects what is wrong with what; gives a line for each of the former, with the names of some of
-// the latter.
+// Collects faults of names. Gives a line for each fault, with the first of its names.
 class GroupedWarnings {
 public:
     void Add(const std::string& fault, const std::string& name) { m_names[fault].push_back(name); }

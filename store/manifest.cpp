@@ -26,8 +26,8 @@ std::string LastLine(std::string_view before) {
     return "end " + Hex(checksum) + "\n";
 }
 
-// Takes words off the lines of a text, which must outlive it. A line is begun with its keyword and
-// ended by taking the rest of it; what is not there makes the parser fail, for good.
+// Reads a text line by line: first the keyword, then words and numbers, last the rest of the line.
+// After one failure, all further calls fail. The text must outlive it.
 class LineParser {
 public:
     explicit LineParser(std::string_view text) : m_text(text) {}
@@ -105,7 +105,7 @@ bool ParseBody(std::string_view body, Manifest* manifest) {
     return parser.Ok() && parser.AtEnd() && nextIndex == manifest->NextIndex();
 }
 
-// What is wrong with the contents of a well-formed manifest; empty when nothing is.
+// The first wrong entry of a well-formed manifest, or an empty string.
 std::string ContentFault(const Manifest& manifest) {
     if (manifest.sequence == 0) return "sequence number 0";
     if (!VersionFault(manifest.version).empty()) return "version " + manifest.version;
@@ -126,7 +126,8 @@ std::string ContentFault(const Manifest& manifest) {
             !FileNameFault(file.name).empty()) {
             return "file " + file.name;
         }
-        // The order of names is not that of components, when one begins with the other.
+        // Files are not in the order of components where one component's name begins with
+        // another's.
         if (component == manifest.components.end() || *component != ComponentOf(file.name)) {
             component = std::find(manifest.components.begin(), manifest.components.end(),
                                   ComponentOf(file.name));

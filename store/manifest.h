@@ -1,4 +1,4 @@
-// The manifest: what one release holds, as text.
+// The manifest: a text that lists the files and patches of one release.
 //
 //   halcyrix-release 1
 //   sequence 7
@@ -10,10 +10,10 @@
 //   next-index 302
 //   end 87e5865b
 //
-// The fields of a file are its index, checksum, length and name; a patch has before its name the
-// version that it starts from. Components, files and patches are sorted by name (patches of one
-// file by version), the indexes count up from the first. The last line has the checksum of all
-// bytes before it: it shows that the manifest is whole.
+// A file has index, checksum, length and name. A patch has index, checksum and length of its own,
+// then the version that it starts from, and the name of the file that it makes. Components, files
+// and patches are sorted by name, patches of one file by version. Indexes count up from the first.
+// The last line has the checksum of all bytes before it.
 #ifndef HALCYRIX_STORE_MANIFEST_H
 #define HALCYRIX_STORE_MANIFEST_H
 
@@ -21,7 +21,7 @@
 #include <string>
 #include <vector>
 
-// The first index of the first release. No index is ever 0xFFFFFFFF, which ends a download stream.
+// The first index of the first release. Index 0xFFFFFFFF is never used: it ends a download stream.
 constexpr uint32_t kFirstIndex = 1;
 constexpr uint32_t kIndexLimit = 0xFFFFFFFF;
 
@@ -39,8 +39,8 @@ struct ReleaseFile {
 struct ReleasePatch {
     std::string name;         // of the file that it makes
     std::string fromVersion;  // of the file that it is applied to
-    uint32_t checksum;        // of the patch itself
-    uint32_t length;          // the same
+    uint32_t checksum;        // of the patch itself, as the length
+    uint32_t length;
     uint32_t index;
 };
 
@@ -56,7 +56,7 @@ struct Manifest {
     uint64_t NextIndex() const { return firstIndex + uint64_t{files.size()} + patches.size(); }
 };
 
-// The length of all of the files, or patches, together.
+// The sum of the lengths of files or patches.
 template <class Entries>
 uint64_t BytesOf(const Entries& entries) {
     uint64_t bytes = 0;
@@ -66,8 +66,8 @@ uint64_t BytesOf(const Entries& entries) {
 
 std::string FormatManifest(const Manifest& manifest);
 
-// False, with the reason in `error`, unless the text is whole, the names are good, the entries are
-// sorted and the indexes are right.
+// False, with the reason in `error`, when the checksum, a line, a name, an index or the order of
+// the entries is wrong.
 [[nodiscard]] bool ParseManifest(const std::string& text, Manifest* manifest, std::string* error);
 
 #endif

@@ -1,15 +1,15 @@
-// What a release may be called and what it may hold.
+// The names that versions, components and files of a release may have.
 #ifndef HALCYRIX_STORE_NAMES_H
 #define HALCYRIX_STORE_NAMES_H
 
 #include <cstddef>
 #include <string>
 
-// A version record of the updater is read in pieces of 128 bytes; a longer version does not fit.
+// The updater reads its version records in pieces of 128 bytes. A longer version does not fit.
 constexpr size_t kMaxPublishedVersion = 117;
 
-// What players' updaters ask for: the updater itself, and the game in two components. Each program
-// is the one file of its component that players may run.
+// The components that updaters ask for: the updater itself, and the game in two components. The
+// program is the only file of its component that the updater makes executable.
 constexpr char kUpdaterComponent[] = "linux64upd";
 constexpr char kUpdaterProgram[] = "update.rlb";
 constexpr char kGameComponent[] = "linux64";
@@ -19,10 +19,10 @@ constexpr char kCommonComponent[] = "common";
 // The component of "component/path".
 std::string ComponentOf(const std::string& name);
 
-// Each returns why the text is refused, and an empty string for a good one.
+// Each returns why the text is refused, or an empty string for a good one.
 std::string VersionFault(const std::string& version);
 std::string ComponentFault(const std::string& component);
-// `name` is "component/path". Refused is also what the updater keeps for its own files.
+// `name` is "component/path". Names of the updater's own files are refused, too.
 std::string FileNameFault(const std::string& name);
 
 #endif

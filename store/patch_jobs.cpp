@@ -14,7 +14,7 @@
 
 namespace {
 
-// Bytes that programs may take before the system has to swap.
+// The bytes that programs may take before the system swaps.
 uint64_t FreeMemory() {
     const Stream info(fopen("/proc/meminfo", "re"));
     char line[256];
@@ -25,7 +25,7 @@ uint64_t FreeMemory() {
     return kilobytes * 1024;
 }
 
-// Does one job in up to so many threads. False when something could not be read or written.
+// Does one job in at most `threads` threads. False when a file cannot be read or written.
 bool Make(PatchJob* job, size_t threads, std::string* error) {
     const auto old = CheckLocalFile(job->oldPath, job->oldLength, job->oldChecksum, nullptr);
     if (old.result != CHECK_GOOD) {
@@ -38,17 +38,17 @@ bool Make(PatchJob* job, size_t threads, std::string* error) {
     if (result == DeltaResult::FAILED) *error = job->reason;
     if (result != DeltaResult::MADE) return result == DeltaResult::NONE;
     job->made = true;
-    // A wrong patch would cost the player the file: let the updater's own code have the say.
+    // A wrong patch would destroy the player's file, so the updater's own code checks it.
     return VerifyPatch(job->oldPath, job->newPath, job->patchPath, error);
 }
 
-// What the threads share.
+// The state that the threads share.
 class Workshop {
 public:
     Workshop(std::vector<PatchJob>* jobs, size_t threads, uint64_t memory,
              const std::function<void(size_t, const PatchJob&)>& progress);
 
-    // Does jobs until none is left or one has failed; for any number of threads.
+    // Does jobs until none is left or one fails. Any number of threads may call it.
     void Work();
 
     const std::string& Error() const { return m_error; }
@@ -56,12 +56,12 @@ public:
 private:
     const std::function<void(size_t, const PatchJob&)>& m_progress;
     size_t m_threads;
-    uint64_t m_work = 0;                           // of all jobs, measured by their memory
-    std::mutex m_mutex;                            // of all below
+    uint64_t m_work = 0;                           // of all jobs, in bytes of memory
+    std::mutex m_mutex;                            // guards what follows
     std::condition_variable m_changed;             // there is memory for a job, or no job is left
     std::multimap<uint64_t, PatchJob*> m_waiting;  // by the memory that they take
     size_t m_begun = 0;
-    uint64_t m_memory;  // that is left
+    uint64_t m_memory;  // not in use
     std::string m_error;
 };
 
@@ -91,7 +91,7 @@ void Workshop::Work() {
         const auto [needed, job] = *--next;
         m_waiting.erase(next);
         m_memory -= needed;
-        // Each wakes the next one, so that nobody wakes in vain when memory is short.
+        // One thread wakes the next, so that none wakes in vain when memory is short.
         if (!m_waiting.empty() && m_waiting.begin()->first <= m_memory) m_changed.notify_one();
         m_progress(++m_begun, *job);
 

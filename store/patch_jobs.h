@@ -1,4 +1,4 @@
-// The making of many patches, several at a time.
+// Makes many patches, several at a time.
 #ifndef HALCYRIX_STORE_PATCH_JOBS_H
 #define HALCYRIX_STORE_PATCH_JOBS_H
 
@@ -8,15 +8,15 @@
 #include <string>
 #include <vector>
 
-// One patch to be made, and what came of it.
+// One patch to make, and its result.
 struct PatchJob {
     std::string oldPath;
     std::string newPath;
     std::string patchPath;
-    uint32_t oldLength;    // what the old file ought to be
-    uint32_t oldChecksum;  // the same
-    uint32_t newLength;    // a patch that is no smaller is not kept
-    std::string name;      // for people
+    uint32_t oldLength;  // as published, like the checksum
+    uint32_t oldChecksum;
+    uint32_t newLength;  // the patch must be smaller
+    std::string name;    // for messages
 
     bool made = false;
     std::string reason{};  // why it was not made
@@ -27,9 +27,9 @@ struct PatchLimits {
     uint64_t memory = 0;  // bytes, for all of them together; 0 for half of what is free
 };
 
-// Makes the patches, and tries each as the updater would. `progress` is told of each that begins,
-// with its number; one call at a time, from any thread. False, with the reason in `error`, when
-// something could not be read or written; a patch that cannot be made is no such fault.
+// Makes the patches, and applies each with the updater's code to check it. `progress` is called
+// when a job begins, with its number: one call at a time, from any thread. False, with the reason
+// in `error`, when a file cannot be read or written. A job without a patch is no error.
 [[nodiscard]] bool RunPatchJobs(
     std::vector<PatchJob>* jobs, const PatchLimits& limits,
     const std::function<void(size_t number, const PatchJob& job)>& progress, std::string* error);

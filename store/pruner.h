@@ -1,4 +1,4 @@
-// The choice of releases that a store can do without.
+// Chooses the releases that pruning removes.
 #ifndef HALCYRIX_STORE_PRUNER_H
 #define HALCYRIX_STORE_PRUNER_H
 
@@ -8,9 +8,9 @@
 
 #include "store/release.h"
 
-// Of the releases, given oldest first, those after which came `keep` others with all of their
-// components. With a `keep` of at least 1, the newest release for any set of components is never
-// among them: what clients are given stays the same.
+// A release is superseded when at least `keep` later ones have all of its components. Takes the
+// releases oldest first. With a `keep` of 1 or more, the newest release with any set of components
+// is never superseded, so clients are given the same as before.
 std::vector<std::shared_ptr<const Release>> SupersededReleases(
     const std::vector<std::shared_ptr<const Release>>& releases, size_t keep);
 

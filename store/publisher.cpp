@@ -117,7 +117,7 @@ void Publisher::CheckAgainstStore(std::vector<std::string>* problems) {
     }
 }
 
-// A release whose update.rlb is no updater would lock its players out.
+// Players run whatever is published as the updater. They could not update from another program.
 void Publisher::CheckUpdater(std::vector<std::string>* problems) {
     const std::string name = std::string(kUpdaterComponent) + "/" + kUpdaterProgram;
     const ReleaseSource* source = nullptr;

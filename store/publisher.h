@@ -1,4 +1,4 @@
-// The making of a release.
+// Makes a release.
 #ifndef HALCYRIX_STORE_PUBLISHER_H
 #define HALCYRIX_STORE_PUBLISHER_H
 
@@ -38,24 +38,25 @@ class Publisher {
 public:
     Publisher(PublishRequest request, PublishObserver* observer);
 
-    // Makes the release, beside the published ones. False, with what is wrong in `problems`, when
-    // that cannot be. Unless Commit() follows, the store is in the end as it was. Call once.
+    // Makes the release, not yet visible. False, with all faults in `problems`, when it cannot be
+    // made. Unless Commit() follows, the store stays as it was. Call once.
     [[nodiscard]] bool Prepare(std::vector<std::string>* problems);
 
-    // Makes what was prepared current, in one step.
+    // Makes the prepared release visible, in one step.
     [[nodiscard]] bool Commit(std::string* error);
 
-    // What was prepared.
+    // The prepared release.
     const Release& Result() const { return *m_release; }
     // The earlier releases, oldest first.
     const Store& Published() const { return m_writer->Published(); }
-    // What the release takes beyond what it shares with earlier ones.
+    // The release without the files that it shares with earlier ones.
     uint64_t DiskBytes() const { return m_diskBytes; }
 
 private:
     using Releases = std::vector<std::shared_ptr<const Release>>;
 
-    // A patch of a file, or a second name of one that another version needs too.
+    // A patch that is to be published. Several may come of one job, when versions had the same
+    // file.
     struct PlannedPatch {
         std::string name;
         std::string fromVersion;
@@ -75,7 +76,7 @@ private:
 
     // Releases that hold the component of the file, newest first.
     Releases EarlierReleases(const std::string& name) const;
-    // The index of the entry that comes next; false when none is left.
+    // The index of the next entry. False when none is left.
     bool NextIndex(uint32_t* index, std::string* error) const;
 
     PublishRequest m_request;

@@ -30,7 +30,8 @@ bool Release::HasComponent(const std::string& component) const {
 }
 
 std::span<const ReleaseFile> Release::Files(const std::string& component) const {
-    // Names that begin alike stand together; the character after the slash would end them.
+    // The names of the component begin with "component/". The first name behind them all could be
+    // "component0", since '0' follows '/'.
     static_assert('/' + 1 == '0');
     const auto byName = [](const ReleaseFile& file, const std::string& name) {
         return file.name < name;

@@ -10,26 +10,25 @@
 
 #include "store/manifest.h"
 
-// What a release's directory holds.
+// The contents of a release's directory.
 constexpr char kManifestFile[] = "manifest";
-constexpr char kFilesFolder[] = "files";      // by name
-constexpr char kPatchesFolder[] = "patches";  // by index, eight hexadecimal digits
+constexpr char kFilesFolder[] = "files";      // files by name
+constexpr char kPatchesFolder[] = "patches";  // patches by index, in eight hexadecimal digits
 
-// Where the player's updater keeps patches, in its home directory.
+// The folder in its home directory where the updater keeps patches.
 constexpr char kPatchFolder[] = "halcyrix.patches";
 
-// Immutable, as loaded from the manifest in the release's directory. Everything that it returns by
-// pointer, reference or span lives as long as the release.
+// Immutable. Pointers, references and spans that it returns live as long as the release.
 class Release {
 public:
-    // Null, with the reason in `error`, when the directory has no good manifest. The files
-    // themselves are not looked at.
+    // Null, with the reason in `error`, when the directory has no good manifest. Does not look at
+    // the files themselves.
     static std::shared_ptr<const Release> Load(const std::string& directory, std::string* error);
 
     const std::string& Directory() const { return m_directory; }
     const std::string& Version() const { return m_manifest.version; }
     uint32_t Sequence() const { return m_manifest.sequence; }
-    // The indexes of the release: from the first to before the next.
+    // The release has the indexes from the first to before the next.
     uint32_t FirstIndex() const { return m_manifest.firstIndex; }
     uint64_t NextIndex() const { return m_manifest.NextIndex(); }
 

@@ -20,7 +20,7 @@ bool IsHidden(const std::string& path) {
     return path.starts_with('.') || path.find("/.") != std::string::npos;
 }
 
-// Whether updaters take a file list of this size. Each file may come to them as a patch, too.
+// Whether updaters refuse a file list of this size. They keep a name for each patch, too.
 bool IsTooLarge(const std::vector<ReleaseSource>& files) {
     const size_t patchName = Release::DownloadName(ReleasePatch{}).size();
     size_t bytes = 0;

@@ -15,20 +15,20 @@ struct ComponentSource {
 
 struct ReleaseSource {
     std::string name;  // "component/path"
-    std::string path;  // where the maker keeps it
+    std::string path;  // on the maker's disk
     struct stat status;
     bool patchable = true;  // the updater can make the temporary file that patching takes
 };
 
-// Several components, each in a directory tree of its own.
+// The files of all components, each of which is a directory tree.
 class ReleaseSources {
 public:
-    // Lists the files. What cannot be published is told in `problems`, and what can be but hardly
-    // should in `warnings`, a line each.
+    // Lists the files. Puts a line in `problems` for each fault that forbids to publish, and in
+    // `warnings` for what may surprise players.
     void Scan(const std::vector<ComponentSource>& components, std::vector<std::string>* problems,
               std::vector<std::string>* warnings);
 
-    // The directories that are not as Scan() found them any more, a line each.
+    // A line for each directory that has changed since Scan().
     std::vector<std::string> Changes() const;
 
     // Sorted by name.

@@ -57,8 +57,8 @@ void Scanner::Scan(const std::string& folder, const std::string& prefix) {
 }  // namespace
 
 bool IsSameFile(const struct stat& before, const struct stat& after) {
-    // A change of the number of links changes the status too, and is none of the contents: a file
-    // of the tree may be a link to a file of the store that is about to be linked once more.
+    // A new link to the file changes the time of its status but not its contents. Publishing makes
+    // one when the maker's file is itself a link to a file of the store.
     return before.st_dev == after.st_dev && before.st_ino == after.st_ino &&
            before.st_size == after.st_size && IsSameTime(before.st_mtim, after.st_mtim) &&
            (IsSameTime(before.st_ctim, after.st_ctim) || before.st_nlink != after.st_nlink);

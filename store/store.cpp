@@ -22,22 +22,22 @@ uint32_t SequenceOf(const std::string& name) {
     return SequenceName(sequence) == name ? sequence : 0;
 }
 
-// Copies may be mended while they are served, file by file.
+// How often damaged releases are looked at. Copies may be repaired while they are served.
 constexpr std::chrono::seconds kLookAgain{1};
 
-// What is wrong with a file that should have this length; empty when nothing is.
+// The fault of a file that should have this length, or an empty string.
 std::string FileFault(const std::string& path, uint32_t length) {
     struct stat status;
     if (stat(path.c_str(), &status) != 0) return SystemError(path);
-    const bool forAll = (~status.st_mode & 0444) == 0;  // as published: saves half of the calls
+    const bool forAll = (~status.st_mode & 0444) == 0;  // most are, which saves a call for each
     if (!forAll && access(path.c_str(), R_OK) != 0) return SystemError(path);
     if (S_ISREG(status.st_mode) && status.st_size == length) return {};
     return path + ": has " + std::to_string(status.st_size) + " bytes instead of " +
            std::to_string(length);
 }
 
-// Looks for a fault in the release's files from number `faulty` on, as far as one shows without
-// reading them. True when there is one, which is then kept.
+// Looks for the next bad file from number `faulty` on, without reading the contents. True, with
+// number and reason set, when there is one.
 bool FindFault(DamagedRelease* damaged) {
     const auto files = damaged->release->Files();
     const auto patches = damaged->release->Patches();
@@ -84,14 +84,14 @@ void Store::Refresh() {
     const bool same = found && status.st_mtim.tv_sec == m_folderTime.tv_sec &&
                       status.st_mtim.tv_nsec == m_folderTime.tv_nsec;
     if (same && !again) return;
-    // Two changes within a tick of the system's clock leave one time.
+    // Two changes within one tick of the system's clock have the same time.
     const bool settled = found && status.st_mtim.tv_sec + 1 < time(nullptr);
     m_folderTime = settled ? status.st_mtim : timespec{};
     List(folder, again);
     if (again) m_examined = std::chrono::steady_clock::now();
 }
 
-// Examines the releases that are new, and the damaged ones when it is to look at them `again`.
+// Examines the new releases, and with `again` the damaged ones.
 void Store::List(const std::string& folder, bool again) {
     std::set<uint32_t> present;
     std::vector<std::filesystem::path> entries;
@@ -119,7 +119,7 @@ void Store::List(const std::string& folder, bool again) {
     }
 }
 
-// Puts a release among the good ones or the damaged ones.
+// Looks at all files of a release, and keeps it among the good or the damaged ones.
 void Store::Examine(uint32_t sequence) {
     const std::string name = SequenceName(sequence);
     const std::string directory = m_directory + "/" + kReleasesFolder + "/" + name;

@@ -1,13 +1,13 @@
 // A store: the directory that releases are published into and served from.
 //
-//   STORE/releases/000007/           one release, by sequence number
-//                        manifest    what it holds (store/manifest.h)
+//   STORE/releases/000007/           a release, named by its sequence number
+//                        manifest    the list of its contents (store/manifest.h)
 //                        files/      the files by name
 //                        patches/    the patches by index
 //   STORE/incoming.000008/           a release under construction
 //   STORE/incoming.removed.000001/   a release that is being deleted
-//   STORE/reserved                   the sequence number and index to go on from
-//   STORE/lock                       held by whoever publishes
+//   STORE/reserved                   the next sequence number and index
+//   STORE/lock                       locked by the process that writes
 #ifndef HALCYRIX_STORE_STORE_H
 #define HALCYRIX_STORE_STORE_H
 
@@ -31,32 +31,31 @@ constexpr char kLockFile[] = "lock";
 constexpr uint32_t kMaxSequence = 999999;
 std::string SequenceName(uint32_t sequence);
 
-// A release that is passed over.
+// A release that is not served, since a file of it is bad.
 struct DamagedRelease {
     std::string reason;                      // "path: what is wrong"
     std::shared_ptr<const Release> release;  // null when the manifest cannot be read
     size_t faulty = 0;                       // the number of the first bad file, patches last
 };
 
-// The published releases, for reading. A release appears and disappears as a whole, so reading
-// needs no lock. Releases that were handed out outlive the store; their files last until somebody
-// removes them.
+// The published releases, for reading. A release appears and disappears in one step, so reading
+// needs no lock. Releases that were handed out outlive the store, but not always their files.
 //
-// A release whose manifest is bad, or of whose files one is missing or of another length, counts as
-// damaged and is passed over: Releases(), Latest() and Find() know the others only.
+// A release is damaged when its manifest is bad, or when a file is missing or has another length.
+// Releases(), Latest() and Find() know only the others.
 class Store {
 public:
     // Null, with the reason in `error`, when the directory is no store.
     static std::unique_ptr<Store> Open(const std::string& directory, std::string* error);
 
-    // Takes up releases that were published since and forgets removed ones. Looks at damaged ones
-    // again every second. Costs one system call when there is nothing to do.
+    // Adds new releases and forgets removed ones. Looks at the bad file of each damaged one again
+    // every second. Makes one system call when nothing has changed.
     void Refresh();
 
-    // A file of the release could not be read as it was published: looks at its files again.
+    // Looks at the files of a release again, after one of them could not be read.
     void Doubt(const Release& release);
 
-    // What the calls above have found amiss or mended, a line each; everything is told once.
+    // Returns a line for each release that was found damaged or whole again since the last call.
     std::vector<std::string> TakeNews();
 
     const std::string& Directory() const { return m_directory; }
@@ -82,9 +81,9 @@ private:
     std::map<uint32_t, DamagedRelease> m_damaged;
     std::vector<std::string> m_news;
 
-    std::string m_fault;      // why the releases cannot be listed; empty when they can
-    timespec m_folderTime{};  // of the releases folder as it was listed; zero when in doubt
-    std::chrono::steady_clock::time_point m_examined;  // the damaged ones, the last time
+    std::string m_fault;      // why the releases cannot be listed, or empty
+    timespec m_folderTime{};  // of the releases folder when it was listed; zero to list it again
+    std::chrono::steady_clock::time_point m_examined;  // when the damaged ones were, the last time
 };
 
 #endif

@@ -24,7 +24,7 @@ std::string FormatReservation(const Reservation& reservation) {
            std::to_string(reservation.index) + "\n";
 }
 
-// `made`, which may be null, gets the path when there was no such folder.
+// Makes a folder unless there is one. Adds the path of a new one to `made`, which may be null.
 bool MakeFolder(const std::string& path, std::vector<std::string>* made, std::string* error) {
     struct stat status;
     if (mkdir(path.c_str(), 0777) == 0) {
@@ -36,7 +36,7 @@ bool MakeFolder(const std::string& path, std::vector<std::string>* made, std::st
     return false;
 }
 
-// Puts what was written on the disk: all of the path's file system, or the directory alone.
+// `operation` is fsync() for the folder alone, or syncfs() for its whole file system.
 bool Sync(const std::string& path, int (*operation)(int), std::string* error) {
     const int fd = open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     const bool synced = fd != -1 && operation(fd) == 0;
@@ -74,63 +74,58 @@ bool ReadReservation(const std::string& store, Reservation* reservation, std::st
     return false;
 }
 
+StoreWriter::StoreWriter() {
+    umask(umask(0) & ~(S_IRGRP | S_IXGRP | S_IROTH | S_IXOTH));
+}
+
 std::unique_ptr<StoreWriter> StoreWriter::Open(const std::string& directory, std::string* error) {
-    std::unique_ptr<StoreWriter> writer(new StoreWriter);
     const std::string releases = directory + "/" + kReleasesFolder;
-    if (access(releases.c_str(), F_OK) != 0) {
-        *error = SystemError(releases);
-        return nullptr;
-    }
-    return writer->Lock(directory, error) ? std::move(writer) : nullptr;
+    if (access(releases.c_str(), F_OK) == 0) return OpenOrMake(directory, error);
+    *error = SystemError(releases);
+    return nullptr;
 }
 
 std::unique_ptr<StoreWriter> StoreWriter::OpenOrMake(const std::string& directory,
                                                      std::string* error) {
     std::unique_ptr<StoreWriter> writer(new StoreWriter);
-    const bool opened = MakeFolder(directory, &writer->m_made, error) &&
-                        MakeFolder(directory + "/" + kReleasesFolder, &writer->m_made, error) &&
-                        writer->Lock(directory, error);
-    return opened ? std::move(writer) : nullptr;
-}
-
-bool StoreWriter::Lock(const std::string& directory, std::string* error) {
     const std::string lock = directory + "/" + kLockFile;
-    if (!m_made.empty()) m_made.push_back(lock);
-    m_lock = OpenForAppending(lock);
-    if (!m_lock) {
-        *error = SystemError(lock);
-        return false;
+    std::vector<std::string>* made = &writer->m_made;
+    if (!MakeFolder(directory, made, error) ||
+        !MakeFolder(directory + "/" + kReleasesFolder, made, error)) {
+        return nullptr;
     }
-    if (flock(fileno(m_lock.get()), LOCK_EX | LOCK_NB) != 0) {
-        m_made.clear();
+    if (!made->empty()) made->push_back(lock);
+    writer->m_lock = OpenForAppending(lock);
+    if (!writer->m_lock) {
+        *error = SystemError(lock);
+        return nullptr;
+    }
+    if (flock(fileno(writer->m_lock.get()), LOCK_EX | LOCK_NB) != 0) {
+        made->clear();
         *error = errno == EWOULDBLOCK ? directory + ": somebody else is publishing to this store"
                                       : SystemError(lock);
-        return false;
+        return nullptr;
     }
 
-    if (!ReadReservation(directory, &m_next, error)) return false;
-    m_store = Store::Open(directory, error);
-    if (!m_store) return false;
-    for (const auto& release : m_store->Releases()) {
-        m_next.sequence = std::max(m_next.sequence, release->Sequence() + 1);
-        m_next.index = std::max(m_next.index, static_cast<uint32_t>(release->NextIndex()));
+    if (!ReadReservation(directory, &writer->m_next, error)) return nullptr;
+    writer->m_store = Store::Open(directory, error);
+    if (!writer->m_store) return nullptr;
+    Reservation& next = writer->m_next;
+    for (const auto& release : writer->m_store->Releases()) {
+        next.sequence = std::max(next.sequence, release->Sequence() + 1);
+        next.index = std::max(next.index, static_cast<uint32_t>(release->NextIndex()));
     }
-    for (const auto& [sequence, damaged] : m_store->Damaged()) {
-        if (sequence < m_next.sequence) continue;
+    for (const auto& [sequence, damaged] : writer->m_store->Damaged()) {
+        if (sequence < next.sequence) continue;
         if (!damaged.release) {
             *error = damaged.reason + "; without it, or the file " + kReservedFile +
-                     ", nobody knows which numbers are taken: copy one of them from a backup";
-            return false;
+                     ", the used numbers are unknown: copy one of the two from a backup";
+            return nullptr;
         }
-        m_next.sequence = sequence + 1;
-        m_next.index = std::max(m_next.index, static_cast<uint32_t>(damaged.release->NextIndex()));
+        next.sequence = sequence + 1;
+        next.index = std::max(next.index, static_cast<uint32_t>(damaged.release->NextIndex()));
     }
-    return true;
-}
-
-// The service reads the store as a user of its own, so what is written must be readable by all.
-StoreWriter::StoreWriter() {
-    umask(umask(0) & ~(S_IRGRP | S_IXGRP | S_IROTH | S_IXOTH));
+    return writer;
 }
 
 StoreWriter::~StoreWriter() {
@@ -162,7 +157,7 @@ bool StoreWriter::Begin(std::string* error) {
     return MakeFolder(m_incoming, nullptr, error);
 }
 
-// Puts all of the file system on the disk, and the numbers to go on from.
+// Writes the reservation. Before it counts, all that was written is on the disk.
 bool StoreWriter::Reserve(const Reservation& next, std::string* error) {
     const std::string& store = m_store->Directory();
     const std::string temporary = store + "/" + kIncomingPrefix + kReservedFile;
@@ -175,7 +170,7 @@ bool StoreWriter::Reserve(const Reservation& next, std::string* error) {
 
 bool StoreWriter::Commit(const Reservation& next, std::string* error) {
     const std::string releases = m_store->Directory() + "/" + kReleasesFolder;
-    // The numbers are taken before they are seen: an interruption in between wastes some.
+    // The numbers are reserved first. An interruption in between wastes some, but repeats none.
     if (!Reserve(next, error) ||
         !Rename(m_incoming, releases + "/" + SequenceName(m_next.sequence), error)) {
         return false;
@@ -192,7 +187,8 @@ bool StoreWriter::Remove(uint32_t sequence, std::string* error) {
     const std::string name = SequenceName(sequence);
     const std::string removed = m_store->Directory() + "/" + kIncomingPrefix + "removed." + name;
     const std::string releases = m_store->Directory() + "/" + kReleasesFolder;
-    // What is half deleted keeps the name from being used; what is newest knows the numbers.
+    // A half-deleted folder would be in the way of the rename. Only the newest release and the
+    // reservation know the last numbers.
     const bool newest = sequence + 1 == m_next.sequence;
     if (!RemoveLeftovers(error) || (newest && !Reserve(m_next, error)) ||
         !Rename(releases + "/" + name, removed, error) || !Sync(releases, fsync, error)) {

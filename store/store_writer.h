@@ -1,4 +1,4 @@
-// What a store needs for writing: that one publishes at a time, and that no number is used twice.
+// Writes to a store: one process at a time, and without using a number twice.
 #ifndef HALCYRIX_STORE_STORE_WRITER_H
 #define HALCYRIX_STORE_STORE_WRITER_H
 
@@ -10,16 +10,16 @@
 #include "lib/stream.h"
 #include "store/store.h"
 
-// The numbers that the next release begins with. They are kept beside the releases too, since a
-// release that was withdrawn, the newest one, must not free its numbers.
+// The numbers of the next release. STORE/reserved keeps them: when the newest release is withdrawn,
+// its numbers must not be used again.
 struct Reservation {
     uint32_t sequence = 1;
     uint32_t index = kFirstIndex;
 };
 
-// A store that is locked against other writers until the object goes. A release under construction
-// that was not committed goes with it, and so does a store that was made for it. What is written
-// can be read by all users, whatever the umask of the process was.
+// Locks the store against other writers as long as it lives. Its end removes a release that was not
+// committed, and a store that was made for it. Sets the umask of the process so that all users can
+// read what is written: the service that reads the store runs as another user.
 class StoreWriter {
 public:
     // Null, with the reason in `error`, when the directory is no store, another process writes to
@@ -35,35 +35,34 @@ public:
     const Store& Published() const { return *m_store; }
     Reservation Next() const { return m_next; }
 
-    // Removes what interrupted writers left.
+    // Removes the incomplete folders of interrupted writers.
     [[nodiscard]] bool RemoveLeftovers(std::string* error);
 
-    // The same, and makes the directory for a release with the next sequence number. Call once.
+    // The same, and makes the folder for the next release. Call once.
     [[nodiscard]] bool Begin(std::string* error);
     const std::string& Incoming() const { return m_incoming; }
 
-    // Puts all that was written on the disk and makes the release current, whose manifest is
-    // written by now. It either happens or not, whenever the machine stops.
+    // Makes the release visible, whose manifest must be written. It is then whole on the disk or
+    // not there at all, whenever the machine stops.
     [[nodiscard]] bool Commit(const Reservation& next, std::string* error);
 
-    // Takes a published release away, which either happens or not, and then deletes its files. Its
-    // numbers stay taken. A server that is sending its files can no longer.
+    // Hides a published release in one step, then deletes its files, which servers may be sending.
+    // Its numbers are not used again.
     [[nodiscard]] bool Remove(uint32_t sequence, std::string* error);
 
 private:
     StoreWriter();
 
-    bool Lock(const std::string& directory, std::string* error);
     bool Reserve(const Reservation& next, std::string* error);
 
     Stream m_lock;
     std::unique_ptr<Store> m_store;
     Reservation m_next;
     std::string m_incoming;           // empty unless there is one
-    std::vector<std::string> m_made;  // of the store itself, until something was committed
+    std::vector<std::string> m_made;  // the parts of a new store, until the first commit
 };
 
-// Reads STORE/reserved, which may be missing. False when it is damaged.
+// Reads STORE/reserved. False when it is damaged; it may be missing.
 [[nodiscard]] bool ReadReservation(const std::string& store, Reservation* reservation,
                                    std::string* error);
 

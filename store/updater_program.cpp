@@ -49,25 +49,16 @@ std::set<std::string> NeededLibraries(Elf* elf, Elf_Data* data, size_t texts) {
     return libraries;
 }
 
-std::vector<int> NeededGlibc(Elf* elf, Elf_Data* data, size_t texts) {
+// The versions of glibc are among the texts that the dynamic linker uses.
+std::vector<int> NeededGlibc(const Elf_Data* texts) {
     std::vector<int> newest;
-    GElf_Verneed need;
-    GElf_Vernaux version;
-    for (int at = 0; gelf_getverneed(data, at, &need) != nullptr;
-         at += static_cast<int>(need.vn_next)) {
-        for (int place = at + static_cast<int>(need.vn_aux);
-             gelf_getvernaux(data, place, &version) != nullptr;
-             place += static_cast<int>(version.vna_next)) {
-            const char* name = elf_strptr(elf, texts, version.vna_name);
-            std::vector<int> numbers(3);
-            const int found = name == nullptr ? 0
-                                              : sscanf(name, "GLIBC_%d.%d.%d", &numbers[0],
-                                                       &numbers[1], &numbers[2]);
-            numbers.resize(static_cast<size_t>(std::max(found, 0)));
-            newest = std::max(newest, numbers);
-            if (version.vna_next == 0) break;
-        }
-        if (need.vn_next == 0) break;
+    if (texts == nullptr || texts->d_buf == nullptr) return newest;
+    const std::string all(static_cast<const char*>(texts->d_buf), texts->d_size);
+    for (size_t at = all.find("GLIBC_"); at != all.npos; at = all.find("GLIBC_", at + 1)) {
+        std::vector<int> numbers(3);
+        const int found = sscanf(&all[at], "GLIBC_%d.%d.%d", &numbers[0], &numbers[1], &numbers[2]);
+        numbers.resize(static_cast<size_t>(std::max(found, 0)));
+        newest = std::max(newest, numbers);
     }
     return newest;
 }
@@ -78,13 +69,10 @@ UpdaterProgram ReadSections(Elf* elf) {
     for (Elf_Scn* section = nullptr; (section = elf_nextscn(elf, section)) != nullptr;) {
         Elf_Data* data = elf_getdata(section, nullptr);
         if (data == nullptr || gelf_getshdr(section, &header) == nullptr) continue;
-        const auto lines =
-            header.sh_type == SHT_NOTE ? LinesOfNote(data) : std::vector<std::string>();
-        if (!lines.empty()) program.note = lines;
-        if (header.sh_type == SHT_DYNAMIC)
-            program.libraries = NeededLibraries(elf, data, header.sh_link);
-        if (header.sh_type == SHT_GNU_verneed)
-            program.glibc = NeededGlibc(elf, data, header.sh_link);
+        if (header.sh_type == SHT_NOTE && program.note.empty()) program.note = LinesOfNote(data);
+        if (header.sh_type != SHT_DYNAMIC) continue;
+        program.libraries = NeededLibraries(elf, data, header.sh_link);
+        program.glibc = NeededGlibc(elf_getdata(elf_getscn(elf, header.sh_link), nullptr));
     }
     return program;
 }

@@ -1,4 +1,4 @@
-// The updater's program, as publishing examines it.
+// Examines the program that is published as the updater.
 #ifndef HALCYRIX_STORE_UPDATER_PROGRAM_H
 #define HALCYRIX_STORE_UPDATER_PROGRAM_H
 
@@ -8,20 +8,17 @@
 #include <vector>
 
 struct UpdaterProgram {
-    // Of its note (lib/elf_file.h): name, version, update hosts.
-    std::vector<std::string> note;
-    // The libraries that it loads, without those of glibc.
-    std::set<std::string> libraries;
-    // The newest version of glibc that it needs, such as {2, 28}.
-    std::vector<int> glibc;
+    std::vector<std::string> note;    // name, version and update hosts (lib/elf_file.h)
+    std::set<std::string> libraries;  // that it needs, without those of glibc
+    std::vector<int> glibc;           // the version that it needs, such as {2, 28}
 };
 
 // Reads a program. Nothing, with the reason in `fault`, unless it is a complete ELF program for
 // this machine with an updater's note.
 std::optional<UpdaterProgram> ReadUpdaterProgram(const std::string& path, std::string* fault);
 
-// What players with the earlier updater should be warned about, a line each. `beside` has the names
-// of the files that are published beside the new program.
+// A line for each difference that may keep players from running or using the new updater. `beside`
+// has the names of the files that are published with it.
 std::vector<std::string> CompareUpdaters(const UpdaterProgram& before, const UpdaterProgram& now,
                                          const std::set<std::string>& beside);
 

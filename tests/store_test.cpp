@@ -10,6 +10,8 @@ using testing::HasSubstr;
 
 namespace {
 
+// The shell functions of the rows: the tool, the versions that have a patch in a release, whether
+// two folders are the same, the tool's publish, and the same after a change.
 constexpr char kShell[] = R"(tool() { ")" RELEASE_TOOL R"(" "$@"; }
 patched() { awk '/^patch/ { printf $5 }' "store/releases/$1/manifest"; }
 same() { diff -r "$1" "$2" && echo the same; }
@@ -24,7 +26,8 @@ std::string Sh(const std::string& commands) {
     return std::to_string(status) + " " + said;
 }
 
-// Each row has commands and, after arrows, what must be among what they say.
+// Each row is shell commands, then after each arrow a text that their output must have. The output
+// begins with the exit status.
 void Try(const std::vector<std::string>& rows) {
     for (const std::string& row : rows) {
         size_t arrow = row.find(" => "), next;
@@ -275,7 +278,7 @@ TEST_F(StoreTest, GivesNoNumberTwice) {
     Try({"rm store/reserved store/releases/000003/files/linux64/same => 0 ",
          "publish 4; ls store/releases => 000003\n000004\n",
          "rm store/reserved; truncate -s 9 store/releases/000004/manifest => 0 ",
-         "publish 5 => nobody knows which numbers are taken",
+         "publish 5 => used numbers are unknown",
          "printf 'halcyrix-reserved 1\nsequence 5\nindex 4294967292\n' >store/reserved => 0 ",
          "tool withdraw store 000004 => 0 ", "publish 5 => 0 ",
          "publish 6 => no file index is left"});
