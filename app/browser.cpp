@@ -57,8 +57,8 @@ void sighandler(int signo) {
     if (signo != SIGCHLD) return;
     const int before = errno;
     int status = 0;
-    // Signals that come together count as one, and one may tell of a child that was only stopped:
-    // so every child that has ended, and no waiting.
+    // Several signals may arrive as one, and a child that stops sends one, too: reap all that have
+    // ended, without waiting.
     while (waitpid(-1, &status, WNOHANG) > 0) {
         if (WIFEXITED(status) && WEXITSTATUS(status) == kNoBrowser) browser_failed = 1;
     }

@@ -2,8 +2,11 @@
 
 #include <algorithm>
 
-#include "app/bug_actions.h"
 #include "app/widgets.h"
+#include "bugreport/submit.h"
+
+const char* gEIPaddress = "none";
+GtkWidget* bugwindow = nullptr;
 
 namespace {
 
@@ -23,6 +26,36 @@ constexpr char kRequestText[] =
     "Please provide any additional information you can, such as the \n"
     "events leading up to the crash, or anything else that you believe\n"
     "might have contributed.";
+
+// Sends the report, which blocks, and ends the program whatever came of it.
+void on_bug_submit_clicked(GtkButton*, gpointer) {
+    GtkWidget* entry = lookup_widget(bugwindow, "username_entry");
+    GtkWidget* view = lookup_widget(bugwindow, "bug_entry");
+    const char* userName = gtk_entry_get_text(GTK_ENTRY(entry));
+
+    GtkTextBuffer* buffer = gtk_text_view_get_buffer(GTK_TEXT_VIEW(view));
+    GtkTextIter start, end;
+    gtk_text_buffer_get_bounds(buffer, &start, &end);
+    gchar* description = gtk_text_buffer_get_text(buffer, &start, &end, FALSE);
+    SubmitBugReport(userName, description, gEIPaddress);
+    g_free(description);
+    gtk_main_quit();
+}
+
+void on_bug_help_clicked(GtkButton*, gpointer) {}
+
+void on_bug_cancel_clicked(GtkButton*, gpointer) {
+    gtk_main_quit();
+}
+
+gboolean on_bugwindow_delete_event(GtkWidget*, GdkEvent*, gpointer) {
+    gtk_main_quit();
+    return FALSE;
+}
+
+gboolean on_bughelp_delete_event(GtkWidget*, GdkEvent*, gpointer) {
+    return FALSE;
+}
 
 GtkWidget* new_label(GtkWidget* window, const char* name, GtkWidget* box, const char* text) {
     GtkWidget* label = named(window, name, gtk_label_new(text));

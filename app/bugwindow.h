@@ -1,14 +1,17 @@
-// The bug report window.
+// The crash reporter's window and what its buttons do.
 #ifndef HALCYRIX_APP_BUGWINDOW_H
 #define HALCYRIX_APP_BUGWINDOW_H
 
 #include <gtk/gtk.h>
 
-// Builds the window and all that is in it; only the window itself and its Help button are not
-// shown.
+// The crash address from the command line, "none" without one. Not parsed, never freed.
+extern const char* gEIPaddress;
+extern GtkWidget* bugwindow;
+
+// Builds the window with all its widgets. The window itself and its Help button are not shown.
 GtkWidget* create_bugwindow();
 
-// Builds the window that is to explain the report. It has no text yet, and nothing opens it.
+// Builds the window for an explanation of the report. It has no text, and nothing opens it.
 GtkWidget* create_bughelp();
 
 #endif

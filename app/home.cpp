@@ -25,18 +25,17 @@ std::string user_home() {
     return account != nullptr ? account->pw_dir : "";
 }
 
-// Processes of other users may be invisible, as those that have ended are.
+// False for a process that has ended, or that the system hides from this user.
 bool is_process_of_this_user(int process) {
     std::ifstream status("/proc/" + std::to_string(process) + "/status");
-    for (std::string word; status >> word;) {
-        uid_t user;
-        if (word == "Uid:") return status >> user && user == getuid();
-    }
-    return false;
+    std::string word;
+    while (status >> word && word != "Uid:") continue;
+    uid_t user;
+    return status >> user && user == getuid();
 }
 
-// Whether the locks that the system lists for the working directory are all of other users. False
-// without a list or an entry there, as for a lock that another machine holds.
+// Whether every lock on the working directory that the system lists belongs to another user. False
+// when it lists none, as for a lock of another machine.
 bool only_strangers_lock() {
     struct stat home;
     if (stat(".", &home) != 0) return false;
@@ -45,7 +44,7 @@ bool only_strangers_lock() {
     for (std::string line; std::getline(locks, line);) {
         int process;
         unsigned long inode;
-        // Devices differ from those of stat() on some file systems. Who only waits has "->" first.
+        // Waiting processes have "->" first. Device numbers may differ from those of stat().
         const char* const format = "%*d: FLOCK %*s %*s %d %*x:%*x:%lu";
         if (sscanf(line.c_str(), format, &process, &inode) != 2 || inode != home.st_ino) continue;
         if (is_process_of_this_user(process)) return false;

@@ -9,7 +9,6 @@
 #include <cstring>
 
 #include "app/browser.h"
-#include "app/bug_actions.h"
 #include "app/bugwindow.h"
 #include "app/hand_off.h"
 #include "app/home.h"

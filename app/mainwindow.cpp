@@ -1,9 +1,16 @@
 #include "app/mainwindow.h"
 
-#include <algorithm>
+#include <sys/stat.h>
 
-#include "app/actions.h"
+#include <algorithm>
+#include <cstdlib>
+#include <string>
+
+#include "app/browser.h"
+#include "app/message_box.h"
+#include "app/programs.h"
 #include "app/widgets.h"
+#include "app/window_events.h"
 
 namespace {
 
@@ -11,8 +18,33 @@ constexpr int kConsoleHeight = 300;
 constexpr int kButtonBoxPadding = 3;
 constexpr int kResizeGrip = 18;  // the status bar asks for it only once it has a size
 
-// The longest status that a session is sure to show; names of files may be longer.
+// The longest status without a file name.
 constexpr char kLongestStatus[] = "Waiting; #1000/1000 in queue, approx. 00:00:00 remaining";
+
+// Replaces the updater by the game. The game's own libraries go before the system's.
+void on_start_clicked(GtkButton*, gpointer) {
+    constexpr char kLibraryPath[] = "LD_LIBRARY_PATH";
+    chmod("halcyrix", kProgramMode);
+    const char* before = getenv(kLibraryPath);
+    std::string path = "./drivers:.";
+    if (before != nullptr) path += std::string(":") + before;
+    setenv(kLibraryPath, path.c_str(), 1);
+    become("./halcyrix", {"halcyrix"});
+    message_box("Failed to start halcyrix!\n\nPlease check ~/.halcyrix/halcyrix", "Fatal error");
+}
+
+void on_help_clicked(GtkButton*, gpointer) {
+    open_manual();
+}
+
+void on_cancel_clicked(GtkButton*, gpointer) {
+    request_quit();
+}
+
+gboolean on_cancel_event(GtkWidget*, GdkEvent*, gpointer) {
+    request_quit();
+    return FALSE;
+}
 
 // The status may need more room than everything else, and the status bar asks for none.
 void fit_status(GtkWidget* window, GtkWidget* status) {

@@ -8,14 +8,14 @@ namespace {
 
 constexpr int kPadding = 20;
 
-// Lines that are too long for the screen, as those of a path can be, are wrapped: within words,
-// and without the hyphens that would look like a part of the path.
+// Wraps lines that are too long for the screen, also within words. Hyphens would look like a part
+// of a path.
 void fit_to_screen(GtkWidget* dialog, GtkWidget* label) {
     const int widest = gdk_screen_width() * 3 / 4 - 2 * kPadding;
     if (text_size(label, gtk_label_get_text(GTK_LABEL(label))).width <= widest) return;
     gtk_label_set_line_wrap(GTK_LABEL(label), TRUE);
     gtk_label_set_line_wrap_mode(GTK_LABEL(label), PANGO_WRAP_WORD_CHAR);
-    // The label's request is the width of its lines, without the padding.
+    // A label's request excludes its padding.
     gtk_widget_set_size_request(label, widest, -1);
     gtk_misc_set_alignment(GTK_MISC(label), 0, 0.5);
     gtk_widget_set_size_request(dialog, widest + 2 * kPadding, -1);
@@ -41,7 +41,7 @@ void message_box(const char* text, const char* title) {
     gtk_container_add(GTK_CONTAINER(GTK_DIALOG(dialog)->vbox), label);
     gtk_label_set_selectable(GTK_LABEL(label), TRUE);
     fit_to_screen(dialog, label);
-    gtk_widget_grab_focus(button);  // else the label has it, with all its text selected
+    gtk_widget_grab_focus(button);  // else the label gets it and selects its text
     g_signal_connect_swapped(button, "clicked", G_CALLBACK(gtk_widget_destroy), dialog);
     gtk_widget_show_all(dialog);
 }

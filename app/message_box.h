@@ -1,10 +1,9 @@
-// Messages in windows of their own.
+// Messages to the player in dialogs.
 #ifndef HALCYRIX_APP_MESSAGE_BOX_H
 #define HALCYRIX_APP_MESSAGE_BOX_H
 
-// Shows a text, which can be selected, with a Close button in a dialog and returns at once. The
-// dialog is not modal, goes when the player closes it, and fits on the screen. Any bytes may be in
-// the text.
+// Shows a text in a dialog with a Close button and returns at once. The dialog is not modal and
+// fits on the screen; its text can be selected. Invalid bytes show as U+FFFD.
 void message_box(const char* text, const char* title);
 
 #endif

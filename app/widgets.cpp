@@ -5,7 +5,11 @@ namespace {
 constexpr int kButtonSpacing = 30;
 constexpr int kTextMargin = 3;
 constexpr int kWindowFrame = 40;  // title bar and borders, in pixels
-constexpr int kSmallestFont = 8 * PANGO_SCALE;
+
+// In dots per inch, of which a point is the 72nd part.
+constexpr double kDefaultResolution = 96;
+constexpr double kLeastResolution = 36;
+constexpr double kResolutionStep = 4;
 
 GtkWidget* parent_of(GtkWidget* widget) {
     GtkWidget* parent = GTK_IS_MENU(widget) ? gtk_menu_get_attach_widget(GTK_MENU(widget))
@@ -58,22 +62,14 @@ GtkRequisition largest_window() {
 
 void fit_font(GtkWidget* window) {
     const GtkRequisition most = largest_window();
-    GtkSettings* settings = gtk_settings_get_default();
-    for (;;) {
+    double resolution = gdk_screen_get_resolution(gdk_screen_get_default());
+    if (resolution < 0) resolution = kDefaultResolution;
+    for (; resolution >= kLeastResolution; resolution -= kResolutionStep) {
         GtkRequisition asked;
         gtk_widget_size_request(window, &asked);
         if (asked.width <= most.width && asked.height <= most.height) return;
-        gchar* name;
-        g_object_get(settings, "gtk-font-name", &name, nullptr);
-        PangoFontDescription* font = pango_font_description_from_string(name);
-        g_free(name);
-        const int size = pango_font_description_get_size(font) - PANGO_SCALE;
-        pango_font_description_set_size(font, size);
-        name = pango_font_description_to_string(font);
-        if (size >= kSmallestFont) g_object_set(settings, "gtk-font-name", name, nullptr);
-        g_free(name);
-        pango_font_description_free(font);
-        if (size < kSmallestFont) return;
+        const int scaled = static_cast<int>((resolution - kResolutionStep) * PANGO_SCALE);
+        g_object_set(gtk_settings_get_default(), "gtk-xft-dpi", scaled, nullptr);
     }
 }
 

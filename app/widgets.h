@@ -21,7 +21,7 @@ GtkRequisition text_size(GtkWidget* widget, const char* text);
 // The largest size of a window on this screen, without its frame.
 GtkRequisition largest_window();
 
-// Makes the program's font smaller, down to the smallest legible one, until the window fits on the
+// Makes the program's fonts smaller, by the screen's resolution, until the window fits on the
 // screen.
 void fit_font(GtkWidget* window);
 

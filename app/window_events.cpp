@@ -23,7 +23,7 @@ bool wants_input() {
     return client_socket != nullptr && (client_socket->m_flags & IO_READ) != 0;
 }
 
-// Readiness that nobody will read must not keep the window from its turn, either.
+// Also forgets its input, which nobody will read: the window's events would wait for it.
 void drop_stale_watch() {
     if (input_tag == -1 || (wants_input() && client_socket->m_fd == input_fd)) return;
     gtk_input_remove(static_cast<guint>(input_tag));
@@ -55,7 +55,7 @@ void dispatch_pass() {
     event_loop.Dispatch(0);
     window_timer.Cancel();
     sync_input_watch();
-    // Also after the last host has failed, which ends a session without a word to the indicator.
+    // When no host is left, the indicator is not told of the session's end.
     if (client_socket != nullptr && client_socket->m_flags == 0) unlock_game_home();
 }
 

@@ -1,5 +1,5 @@
-// One thread for the window and the network: the dispatcher inside the GTK main loop, and the
-// window's turn inside long work.
+// The window and the network in one thread: the dispatcher runs inside the GTK main loop, and long
+// work lets GTK process its events.
 #ifndef HALCYRIX_APP_WINDOW_EVENTS_H
 #define HALCYRIX_APP_WINDOW_EVENTS_H
 
@@ -8,28 +8,28 @@
 #include "net/event_loop.h"
 
 extern EventLoop event_loop;
-// Network input came while a dispatch pass was running: another one has to follow.
+// Set when network input arrives during a dispatch pass: another pass must follow.
 extern bool input_pending;
 
-// From now on the GTK main loop serves the dispatcher, in which `socket` is registered while a
-// session runs; both last as long as the program. When no session is left, the game's home
-// directory is given back.
+// Makes the GTK main loop serve the dispatcher from now on. `socket` is registered there while a
+// session runs, and must last as long as the program. At the end of the last session the game's
+// home directory is unlocked.
 void join_main_loop(const IO_Event* socket);
 
-// Input on the socket, and the clock for all the rest. Each runs a dispatch pass, unless one is
-// running further down the stack.
+// GTK's callbacks for input on the socket and for the timer, which serves the rest. Each runs a
+// dispatch pass, unless one is running already.
 void gtkinputhandler(gpointer data, gint source, GdkInputCondition condition);
 gboolean gtktimerhandler(gpointer data);
 
-// Makes GTK watch the socket exactly while there is a wish to read from it.
+// Makes GTK watch the socket for input exactly while the socket's flags ask for reading.
 void sync_input_watch();
 
-// Lets GTK process its events, from inside of long work: until none is left or network input waits.
-// Does not return when the player has ended the program meanwhile.
+// Lets GTK process its events during long work, until none is left or network input arrives. Ends
+// the program if the player has requested that meanwhile.
 void process_window_events();
 
-// Cancel, and closing the window: the program ends with status 0. In the main loop that happens
-// when this has returned, within long work at its next turn for the window.
+// For Cancel and closing the window: ends the program with status 0, at once in the main loop, in
+// long work when it next lets GTK process events.
 void request_quit();
 
 // Ends the program if that has been requested.

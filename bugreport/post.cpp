@@ -30,9 +30,9 @@ public:
         return m_fd != -1 &&
                connect(m_fd, reinterpret_cast<const sockaddr*>(&peer), sizeof peer) == 0;
     }
-    // A failure shows in the reply, which will not come.
+    // After a failure no reply comes.
     void Send(std::string_view text) { send(m_fd, text.data(), text.size(), MSG_NOSIGNAL); }
-    // Whatever comes first; empty on failure.
+    // The first bytes that arrive; empty on failure.
     std::string Receive() {
         char reply[kMaxReply];
         const ssize_t got = recv(m_fd, reply, sizeof reply, 0);

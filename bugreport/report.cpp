@@ -33,14 +33,14 @@ std::string EncodeName(const char* name) {
     return encoded;
 }
 
-// Reads on from where the stream stands; less than `length` bytes only at the file's end.
+// Returns fewer than `length` bytes only at the end of the file.
 std::string ReadUpTo(FILE* file, size_t length) {
     std::string data(length, '\0');
     data.resize(fread(data.data(), 1, length, file));
     return data;
 }
 
-// The file may change while it is read: whatever it does, no more than kMostTaken bytes come.
+// Returns at most kMostTaken bytes, even if the file grows meanwhile.
 std::string ReadForReport(FILE* file) {
     const int64_t size = StreamSize(file);
     const bool large = size < 0 || size > static_cast<int64_t>(kMostTaken);

@@ -1,4 +1,4 @@
-// The crash report, from the player's words to the receiver's answer.
+// Collects and posts a crash report.
 #ifndef HALCYRIX_BUGREPORT_SUBMIT_H
 #define HALCYRIX_BUGREPORT_SUBMIT_H
 

@@ -20,17 +20,16 @@ std::string WithoutControls(const std::string& text) {
     std::string shown;
     mbstate_t state{};
     for (size_t at = 0, length; at < text.size(); at += length) {
-        wchar_t character = L'\0';
+        wchar_t character;
         length = mbrtowc(&character, &text[at], text.size() - at, &state);
-        const bool valid = length > 0 && length <= text.size();
-        if (!valid) {
-            state = {};
+        if (length == 0 || length > text.size()) {  // a NUL, or no character
+            character = L'\0';
             length = 1;
+            state = {};
         }
-        const bool kept = character == L'\n' || character == L'\t';
-        shown += valid && (kept || iswcntrl(static_cast<wint_t>(character)) == 0)
-                     ? text.substr(at, length)
-                     : "?";
+        const bool kept = character == L'\n' || character == L'\t' ||
+                          iswcntrl(static_cast<wint_t>(character)) == 0;
+        shown += kept ? text.substr(at, length) : "?";
     }
     return shown;
 }
