@@ -15,7 +15,7 @@
 
 namespace {
 
-// A client names one or two components; this many stand for nothing but mischief.
+// Updaters name one or two components; who names more means harm.
 constexpr size_t kMaxComponents = 16;
 constexpr size_t kMaxComponentLength = 255;  // as long as a directory's name can be
 
@@ -176,14 +176,12 @@ void ClientSession::FillFileList(evbuffer* output) {
     }
 }
 
-// The file of the session's list with this name.
+// The file with this name in the list that the session was sent.
 const ReleaseFile* ClientSession::FindListed(const std::string& name) const {
     const ReleaseFile* file = m_release->FindFile(name);
-    return file != nullptr && HoldsComponent(ComponentOf(name)) ? file : nullptr;
-}
-
-bool ClientSession::HoldsComponent(const std::string& component) const {
-    return std::find(m_components.begin(), m_components.end(), component) != m_components.end();
+    const auto end = m_components.end();
+    const bool listed = std::find(m_components.begin(), end, ComponentOf(name)) != end;
+    return listed ? file : nullptr;
 }
 
 Ending ClientSession::AnswerFileRequest(const Request& request) {

@@ -55,7 +55,6 @@ private:
     Ending FillOutput();
     void FillFileList(evbuffer* output);
 
-    bool HoldsComponent(const std::string& component) const;
     const ReleaseFile* FindListed(const std::string& name) const;
     Ending AddDownload(uint32_t index);
 
