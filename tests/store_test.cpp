@@ -11,12 +11,14 @@ using testing::HasSubstr;
 namespace {
 
 // The shell functions of the rows: the tool, the versions that have a patch in a release, whether
-// two folders are the same, the tool's publish, and the same after a change.
+// two folders are the same, the tool's publish, the same after a change, and what a full disk
+// allows.
 constexpr char kShell[] = R"(tool() { ")" RELEASE_TOOL R"(" "$@"; }
 patched() { awk '/^patch/ { printf $5 }' "store/releases/$1/manifest"; }
 same() { diff -r "$1" "$2" && echo the same; }
 publish() { version=$1; shift; tool publish store "$version" linux64=game "$@"; }
 next() { printf %s $1 >>game/halcyrix; publish "$@"; }
+full() { trap '' XFSZ; ulimit -f $1; shift; "$@"; }
 )";
 
 // What a shell says, after its exit status.
@@ -132,14 +134,20 @@ TEST_F(StoreTest, TellsAllThatIsWrongAndChangesNothing) {
          "publish '' => 1 ", "publish 1 => published already",
          "publish $(printf %0118d 0) => longer than",
          "tool publish store 2 linux64=game/same => 1 ", "tool publish store 2 linux64=. => itself",
+         "full 0 publish 2 => 1 => manifest: File too large",
+         "full 0 tool withdraw store 1 => 1 => reserved: File too large",
+         "echo >>game/halcyrix; full 8 publish 2 => halcyrix: File too large",
          "same store before => 0 the",
-         "publish $(printf %0117d 0) common=game --new-component => 0 "});
+         "mkdir store/incoming.1; publish $(printf %0117d 0) common=game --new-component; ls store"
+         " => 0 => patches\nlock\n"});
 }
 
 TEST_F(StoreTest, WarnsOfWhatWillSurprisePlayers) {
-    Try({"mkdir -p game/.git upd/tool; touch game/.git/HEAD outside upd/same upd/tool/x",
+    Try(
+        {"mkdir -p game/.git upd/tool; for i in 1 2 3 4 5; do touch game/.git/$i outside upd/same "
+         "upd/tool/x; done",
          "cd game; mv halcyrix tool; ln -s ../outside out; ln -s same in",
-         "publish 1 linux64upd=upd => run: linux64/tool\n => a dot: linux64/.git/HEAD\n"
+         "publish 1 linux64upd=upd => run: linux64/tool\n => .git/2, linux64/.git/3 and 2 more\n"
          " => out of game: linux64/out\n => file halcyrix, which players run, in: linux64\n"
          " => file update.rlb, which players run => linux64/same and linux64upd/same are the same"
          " => linux64/tool and linux64upd/tool/x cannot both be",
@@ -259,7 +267,7 @@ TEST_F(StoreTest, PassesOverDamagedReleasesAndSaysWhatToDo) {
     Sh("chmod 755 store/releases/000002/patches");
     while (!served->Find("2")) served->Refresh(), usleep(10000);
     EXPECT_THAT(served->TakeNews(), testing::ElementsAre("release 000002 is whole again"));
-    Try({"tool withdraw store 1 => 0 withdrew 1"});
+    Try({"tool withdraw store 1 => 0 withdrew 1 =>   -\n3  "});
     EXPECT_EQ(served->Latest({"linux64"})->Version(), "3");
 }
 
