@@ -19,7 +19,6 @@ namespace {
 class NoObserver : public PublishObserver {
 public:
     void Warn(const std::string&) override {}
-    void Progress(const char*, size_t, size_t, const std::string&) override {}
 };
 
 // A store of two releases with a patch between them, and its server.

@@ -60,7 +60,8 @@ bool HaveSameContents(const std::string& one, const std::string& other) {
     }
 }
 
-bool CopyFile(const std::string& from, const std::string& to, std::string* error) {
+bool CopyFile(const std::string& from, const std::string& to, WorkObserver* observer,
+              std::string* error) {
     const Stream source = OpenForReading(from);
     if (!source) {
         *error = SystemError(from);
@@ -71,11 +72,15 @@ bool CopyFile(const std::string& from, const std::string& to, std::string* error
         *error = SystemError(to);
         return false;
     }
-    if (ioctl(fileno(target.get()), FICLONE, fileno(source.get())) == 0) return true;
+    if (ioctl(fileno(target.get()), FICLONE, fileno(source.get())) == 0) {
+        observer->Done(static_cast<uint64_t>(StreamSize(source.get())));
+        return true;
+    }
 
     std::vector<char> piece(kPiece);
     while (const size_t got = fread(piece.data(), 1, kPiece, source.get())) {
         if (fwrite(piece.data(), 1, got, target.get()) != got) break;
+        observer->Done(got);
     }
     if (ferror(source.get())) {
         *error = SystemError(from);

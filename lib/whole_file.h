@@ -6,6 +6,8 @@
 #include <cstdint>
 #include <string>
 
+#include "lib/work_observer.h"
+
 // "path: what went wrong", from errno.
 std::string SystemError(const std::string& path);
 
@@ -19,7 +21,8 @@ std::string SystemError(const std::string& path);
 bool HaveSameContents(const std::string& one, const std::string& other);
 
 // Copies `from` to `to`, which must not exist. Shares the blocks where the file system can.
-[[nodiscard]] bool CopyFile(const std::string& from, const std::string& to, std::string* error);
+[[nodiscard]] bool CopyFile(const std::string& from, const std::string& to, WorkObserver* observer,
+                            std::string* error);
 
 // A read-only mapping of a file. The file must not shrink meanwhile: reading a missing byte ends
 // the program.

@@ -1,4 +1,4 @@
-// Long work on files reports to this.
+// Long work on files reports to this. Calls come from any thread.
 #ifndef HALCYRIX_LIB_WORK_OBSERVER_H
 #define HALCYRIX_LIB_WORK_OBSERVER_H
 
@@ -11,11 +11,11 @@ public:
 
     // A step of the work begins, such as "checking". It ends the step before it. All files of the
     // step together have `bytes` bytes.
-    virtual void Begin(const char* step, uint64_t bytes) = 0;
+    virtual void Begin(const char* /*step*/, uint64_t /*bytes*/) {}
     // The step turns to this file.
-    virtual void File(const std::string& name) = 0;
-    // This many more bytes of the step are done. May be called from any thread at any time.
-    virtual void Done(uint64_t bytes) = 0;
+    virtual void File(const std::string& /*name*/) {}
+    // This many more bytes of the step are done. Must be cheap.
+    virtual void Done(uint64_t /*bytes*/) {}
 };
 
 #endif

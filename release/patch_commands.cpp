@@ -1,6 +1,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cinttypes>
 #include <cstdio>
 #include <cstdlib>
@@ -14,6 +15,8 @@
 #include "lib/stream.h"
 #include "lib/whole_file.h"
 #include "release/commands.h"
+#include "release/progress_line.h"
+#include "store/file_progress.h"
 #include "store/updater_program.h"
 
 namespace {
@@ -101,8 +104,12 @@ ExitStatus Diff(const std::string& from, const std::string& to, const std::strin
     NewFile made(patch);
     if (!made.Create()) return EXIT_PROBLEM;
     std::string reason;
-    const DeltaResult result =
-        MakePatch(from, to, made.Temporary(), {.threads = ThreadsFor(jobs)}, &reason);
+    ProgressLine progress;
+    progress.Begin("comparing", static_cast<uint64_t>(std::max<int64_t>(FileSize(to), 0)));
+    progress.File(to);
+    const PatchOptions options{.threads = ThreadsFor(jobs), .observer = &progress};
+    const DeltaResult result = MakePatch(from, to, made.Temporary(), options, &reason);
+    progress.End();
     return result == DeltaResult::MADE ? made.Finish() : Problem(reason);
 }
 
@@ -115,8 +122,12 @@ ExitStatus Apply(const std::string& from, const std::string& patch, const std::s
     if (patched.Size() == 0) return Problem(patch + ": makes an empty file");
     NewFile made(result);
     if (!made.Create()) return EXIT_PROBLEM;
-    if (patched.WriteFile(made.Temporary(), nullptr)) return made.Finish();
-    return Problem("cannot write " + SystemError(result));
+    ProgressLine progress;
+    progress.Begin("writing", static_cast<uint64_t>(patched.Size()));
+    FileProgress file(&progress, result, static_cast<uint64_t>(patched.Size()));
+    const bool written = patched.WriteFile(made.Temporary(), &file);
+    progress.End();
+    return written ? made.Finish() : Problem("cannot write " + SystemError(result));
 }
 
 ExitStatus Show(const std::string& path) {

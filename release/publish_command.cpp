@@ -1,44 +1,12 @@
-#include <unistd.h>
-
 #include <algorithm>
-#include <chrono>
 #include <cinttypes>
 #include <cstdio>
 
 #include "release/commands.h"
+#include "release/progress_line.h"
 #include "store/forecast.h"
 
 namespace {
-
-// Shows the progress in one line of a terminal that is written over, and nothing elsewhere.
-class ProgressLine : public PublishObserver {
-public:
-    void Warn(const std::string& text) override {
-        Clear();
-        fprintf(stderr, "halcyrix-release: warning: %s\n", text.c_str());
-    }
-
-    void Progress(const char* work, size_t number, size_t count, const std::string& name) override {
-        const auto now = std::chrono::steady_clock::now();
-        if (!m_isTerminal || (number < count && now - m_shown < std::chrono::milliseconds(100))) {
-            return;
-        }
-        m_shown = now;
-        Clear();
-        fprintf(stderr, "%s %zu of %zu: %.50s", work, number, count, name.c_str());
-        m_dirty = true;
-    }
-
-    void Clear() {
-        if (m_dirty) fputs("\r\033[K", stderr);
-        m_dirty = false;
-    }
-
-private:
-    const bool m_isTerminal = isatty(STDERR_FILENO) != 0;
-    bool m_dirty = false;
-    std::chrono::steady_clock::time_point m_shown;
-};
 
 // "1,234,567"
 std::string Grouped(uint64_t number) {
@@ -84,7 +52,7 @@ ExitStatus Publish(const PublishRequest& request, bool dry_run) {
     Publisher publisher(request, &progress);
     std::vector<std::string> problems;
     const bool prepared = publisher.Prepare(&problems);
-    progress.Clear();
+    progress.End();
     for (const std::string& problem : problems) Problem(problem);
     if (!prepared) return EXIT_PROBLEM;
     PrintForecast(publisher);

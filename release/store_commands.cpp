@@ -8,6 +8,7 @@
 #include <set>
 
 #include "release/commands.h"
+#include "release/progress_line.h"
 #include "store/checker.h"
 #include "store/names.h"
 #include "store/pruner.h"
@@ -103,7 +104,9 @@ ExitStatus Withdraw(const std::string& directory, const std::string& version) {
 }
 
 ExitStatus Check(const std::string& store) {
-    const CheckReport report = CheckStore(store);
+    ProgressLine progress;
+    const CheckReport report = CheckStore(store, &progress);
+    progress.End();
     for (const std::string& problem : report.problems) Problem(problem);
     for (const std::string& advice : report.advice) Problem(advice);
     printf("%zu releases, %zu files of %" PRIu64 " bytes, %zu problems\n", report.releases,
@@ -122,10 +125,23 @@ ExitStatus Prune(const std::string& store, size_t keep) {
 
     const auto releases = writer->Published().Releases();
     const auto superseded = SupersededReleases(releases, keep);
+    const auto takes = [](const auto& release) {
+        return BytesOf(release->Files()) + BytesOf(release->Patches());
+    };
+    uint64_t bytes = 0;
+    for (const auto& release : superseded) bytes += takes(release);
+    ProgressLine progress;
+    progress.Begin("removing", bytes);
     for (const auto& release : superseded) {
-        if (!writer->Remove(release->Sequence(), &error)) return Problem(error);
-        printf("removed %s\n", release->Version().c_str());
+        progress.File(release->Version());
+        if (!writer->Remove(release->Sequence(), &error)) {
+            progress.End();
+            return Problem(error);
+        }
+        progress.Print(stdout, "removed " + release->Version());
+        progress.Done(takes(release));
     }
+    progress.End();
     printf("%zu releases removed, %zu kept\n", superseded.size(),
            releases.size() - superseded.size());
     return EXIT_DONE;

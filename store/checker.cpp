@@ -9,6 +9,7 @@
 
 #include "lib/file_helpers.h"
 #include "lib/local_file_check.h"
+#include "store/file_progress.h"
 #include "store/folder.h"
 #include "store/store_writer.h"
 
@@ -18,7 +19,8 @@ namespace {
 
 class Checker {
 public:
-    Checker(const std::string& store, CheckReport* report) : m_store(store), m_report(report) {}
+    Checker(const std::string& store, WorkObserver* observer, CheckReport* report)
+        : m_store(store), m_observer(observer), m_report(report) {}
 
     void CheckFolderOfReleases();
 
@@ -32,6 +34,7 @@ private:
     void CheckNoOthers(const std::string& folder);
 
     const std::string& m_store;
+    WorkObserver* m_observer;
     CheckReport* m_report;
     uint64_t m_nextIndex = 0;
     std::set<std::string> m_known;                   // paths of the release at hand
@@ -43,13 +46,25 @@ void Checker::CheckFolderOfReleases() {
     std::vector<fs::path> entries;
     std::string error;
     if (!ListFolder(folder, &entries, &error)) m_report->problems.push_back(error);
+    std::vector<std::shared_ptr<const Release>> releases;
+    std::vector<std::string> errors(entries.size());
+    uint64_t bytes = 0;
     for (const fs::path& entry : entries) {
+        releases.push_back(Release::Load(entry.string(), &errors[releases.size()]));
+        if (const auto& release = releases.back()) {
+            bytes += BytesOf(release->Files()) + BytesOf(release->Patches());
+        }
+    }
+    m_observer->Begin("checking", bytes);
+
+    for (size_t i = 0; i < entries.size(); ++i) {
+        const fs::path& entry = entries[i];
+        const auto& release = releases[i];
         const CheckReport before = *m_report;
-        const auto release = Release::Load(entry.string(), &error);
         if (release) {
             CheckRelease(entry, *release);
         } else {
-            m_report->problems.push_back(error);
+            m_report->problems.push_back(errors[i]);
         }
         if (m_report->problems.size() == before.problems.size()) continue;
         if (access(entry.c_str(), F_OK) != 0) {  // it was removed meanwhile
@@ -89,7 +104,8 @@ void Checker::CheckFile(const std::string& path, uint32_t length, uint32_t check
     m_known.insert(path);
     ++m_report->files;
     m_report->bytes += length;
-    const LocalFileCheck found = CheckLocalFile(path, length, checksum, nullptr);
+    FileProgress progress(m_observer, path, length);
+    const LocalFileCheck found = CheckLocalFile(path, length, checksum, &progress);
     if (!found.opened) {
         Problem(path, "is missing or cannot be read");
     } else if (found.result == CHECK_DIFFERS) {
@@ -114,9 +130,9 @@ void Checker::CheckNoOthers(const std::string& folder) {
 
 }  // namespace
 
-CheckReport CheckStore(const std::string& directory) {
+CheckReport CheckStore(const std::string& directory, WorkObserver* observer) {
     CheckReport report;
-    Checker(directory, &report).CheckFolderOfReleases();
+    Checker(directory, observer, &report).CheckFolderOfReleases();
     Reservation reservation;
     std::string error;
     if (!ReadReservation(directory, &reservation, &error)) report.problems.push_back(error);

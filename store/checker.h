@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "lib/work_observer.h"
+
 struct CheckReport {
     std::vector<std::string> problems;
     std::vector<std::string> advice;  // for each release with problems
@@ -16,6 +18,6 @@ struct CheckReport {
 
 // Compares every file of every release with its manifest, by length and checksum. Also finds files
 // that are in no manifest, and numbers and versions that are used twice.
-CheckReport CheckStore(const std::string& directory);
+CheckReport CheckStore(const std::string& directory, WorkObserver* observer);
 
 #endif

@@ -26,15 +26,15 @@ uint64_t FreeMemory() {
 }
 
 // Does one job in at most `threads` threads. False when a file cannot be read or written.
-bool Make(PatchJob* job, size_t threads, std::string* error) {
+bool Make(PatchJob* job, size_t threads, WorkObserver* observer, std::string* error) {
     const auto old = CheckLocalFile(job->oldPath, job->oldLength, job->oldChecksum, nullptr);
     if (old.result != CHECK_GOOD) {
         job->reason = "the earlier release is damaged";
         return true;
     }
+    const PatchOptions options{job->newLength - 1, threads, observer};
     const DeltaResult result =
-        MakePatch(job->oldPath, job->newPath, job->patchPath,
-                  {.sizeLimit = job->newLength - 1, .threads = threads}, &job->reason);
+        MakePatch(job->oldPath, job->newPath, job->patchPath, options, &job->reason);
     if (result == DeltaResult::FAILED) *error = job->reason;
     if (result != DeltaResult::MADE) return result == DeltaResult::NONE;
     job->made = true;
@@ -45,8 +45,7 @@ bool Make(PatchJob* job, size_t threads, std::string* error) {
 // The state that the threads share.
 class Workshop {
 public:
-    Workshop(std::vector<PatchJob>* jobs, size_t threads, uint64_t memory,
-             const std::function<void(size_t, const PatchJob&)>& progress);
+    Workshop(std::vector<PatchJob>* jobs, size_t threads, uint64_t memory, WorkObserver* observer);
 
     // Does jobs until none is left or one fails. Any number of threads may call it.
     void Work();
@@ -54,29 +53,31 @@ public:
     const std::string& Error() const { return m_error; }
 
 private:
-    const std::function<void(size_t, const PatchJob&)>& m_progress;
+    WorkObserver* const m_observer;
     size_t m_threads;
     uint64_t m_work = 0;                           // of all jobs, in bytes of memory
     std::mutex m_mutex;                            // guards what follows
     std::condition_variable m_changed;             // there is memory for a job, or no job is left
     std::multimap<uint64_t, PatchJob*> m_waiting;  // by the memory that they take
-    size_t m_begun = 0;
-    uint64_t m_memory;  // not in use
+    uint64_t m_memory;                             // not in use
     std::string m_error;
 };
 
 Workshop::Workshop(std::vector<PatchJob>* jobs, size_t threads, uint64_t memory,
-                   const std::function<void(size_t, const PatchJob&)>& progress)
-    : m_progress(progress), m_threads(threads), m_memory(memory) {
+                   WorkObserver* observer)
+    : m_observer(observer), m_threads(threads), m_memory(memory) {
+    uint64_t bytes = 0;
     for (PatchJob& job : *jobs) {
         const uint64_t needed = PatchMemory(job.oldLength, job.newLength);
         if (needed <= memory) {
             m_waiting.emplace(needed, &job);
             m_work += needed;
+            bytes += job.newLength;
         } else {
             job.reason = "it would take more memory than it may have (--memory)";
         }
     }
+    m_observer->Begin("patching", bytes);
 }
 
 void Workshop::Work() {
@@ -93,13 +94,13 @@ void Workshop::Work() {
         m_memory -= needed;
         // One thread wakes the next, so that none wakes in vain when memory is short.
         if (!m_waiting.empty() && m_waiting.begin()->first <= m_memory) m_changed.notify_one();
-        m_progress(++m_begun, *job);
+        m_observer->File(job->name);
 
         lock.unlock();
         std::string error;
         // A job that is most of the work gets most of the threads. Others may run beside it.
         const size_t threads = 1 + m_threads * needed / m_work;
-        const bool done = Make(job, std::min(threads, m_threads), &error);
+        const bool done = Make(job, std::min(threads, m_threads), m_observer, &error);
         lock.lock();
         m_memory += needed;
         if (!done) m_error = error;
@@ -109,12 +110,11 @@ void Workshop::Work() {
 
 }  // namespace
 
-bool RunPatchJobs(std::vector<PatchJob>* jobs, const PatchLimits& limits,
-                  const std::function<void(size_t number, const PatchJob& job)>& progress,
+bool RunPatchJobs(std::vector<PatchJob>* jobs, const PatchLimits& limits, WorkObserver* observer,
                   std::string* error) {
     const size_t threads = ThreadsFor(limits.jobs);
     const uint64_t memory = limits.memory != 0 ? limits.memory : FreeMemory() / 2;
-    Workshop workshop(jobs, threads, memory, progress);
+    Workshop workshop(jobs, threads, memory, observer);
     RunInThreads(std::min(threads, jobs->size()), [&] { workshop.Work(); });
     *error = workshop.Error();
     return error->empty();

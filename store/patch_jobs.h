@@ -4,9 +4,10 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <functional>
 #include <string>
 #include <vector>
+
+#include "lib/work_observer.h"
 
 // One patch to make, and its result.
 struct PatchJob {
@@ -27,11 +28,9 @@ struct PatchLimits {
     uint64_t memory = 0;  // bytes, for all of them together; 0 for half of what is free
 };
 
-// Makes the patches, and applies each with the updater's code to check it. `progress` is called
-// when a job begins, with its number: one call at a time, from any thread. False, with the reason
+// Makes the patches, and applies each with the updater's code to check it. False, with the reason
 // in `error`, when a file cannot be read or written. A job without a patch is no error.
-[[nodiscard]] bool RunPatchJobs(
-    std::vector<PatchJob>* jobs, const PatchLimits& limits,
-    const std::function<void(size_t number, const PatchJob& job)>& progress, std::string* error);
+[[nodiscard]] bool RunPatchJobs(std::vector<PatchJob>* jobs, const PatchLimits& limits,
+                                WorkObserver* observer, std::string* error);
 
 #endif

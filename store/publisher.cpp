@@ -27,7 +27,7 @@ fs::path Canonical(const std::string& path) {
 
 // Reads a file for its length and checksum. False when any byte cannot be read.
 template <class Entry>
-bool Measure(const std::string& path, Entry* entry, std::string* error) {
+bool Measure(const std::string& path, Entry* entry, WorkObserver* observer, std::string* error) {
     Stream file = OpenForReading(path);
     uint32_t checksum = kFileChecksumStart;
     uint64_t length = 0;
@@ -37,6 +37,7 @@ bool Measure(const std::string& path, Entry* entry, std::string* error) {
         while (const size_t got = fread(piece, 1, sizeof piece, file.get())) {
             checksum = Checksum(piece, static_cast<uint32_t>(got), checksum);
             length += got;
+            observer->Done(got);
         }
     }
     const bool measured = file && !ferror(file.get());
@@ -180,9 +181,13 @@ bool Publisher::NextIndex(uint32_t* index, std::string* error) const {
 }
 
 bool Publisher::StoreFiles(std::string* error) {
+    uint64_t bytes = 0;
     for (const ReleaseSource& source : m_sources.Files()) {
-        m_observer->Progress("storing", m_manifest.files.size() + 1, m_sources.Files().size(),
-                             source.name);
+        bytes += static_cast<uint64_t>(source.status.st_size);
+    }
+    m_observer->Begin("storing", bytes);
+    for (const ReleaseSource& source : m_sources.Files()) {
+        m_observer->File(source.name);
         if (!StoreFile(source, error)) return false;
     }
     return true;
@@ -200,7 +205,7 @@ bool Publisher::StoreFile(const ReleaseSource& source, std::string* error) {
     bool linked = old != nullptr && old->length == source.status.st_size &&
                   HaveSameContents(oldPath, source.path) && IsReadableByAll(oldPath) &&
                   link(oldPath.c_str(), target.c_str()) == 0;
-    if (linked && !Measure(target, &file, error)) return false;
+    if (linked && !Measure(target, &file, m_observer, error)) return false;
     if (linked && !file.HasContentsOf(*old)) {
         // The maker's file is a link to the published one, and was changed in its place.
         m_observer->Warn("release " + releases.front()->Version() + " is damaged: " + oldPath +
@@ -212,7 +217,11 @@ bool Publisher::StoreFile(const ReleaseSource& source, std::string* error) {
         linked = false;
     }
     if (!linked) {
-        if (!CopyFile(source.path, target, error) || !Measure(target, &file, error)) return false;
+        WorkObserver silent;  // copying has told of these bytes
+        if (!CopyFile(source.path, target, m_observer, error) ||
+            !Measure(target, &file, &silent, error)) {
+            return false;
+        }
         m_diskBytes += file.length;
     }
 
@@ -257,10 +266,7 @@ bool Publisher::MakePatches(std::string* error) {
     for (size_t i = 0; i < m_manifest.files.size(); ++i) {
         if (m_sources.Files()[i].patchable) PlanPatches(m_manifest.files[i]);
     }
-    const auto progress = [this](size_t number, const PatchJob& job) {
-        m_observer->Progress("patching", number, m_jobs.size(), job.name);
-    };
-    if (!RunPatchJobs(&m_jobs, m_request.limits, progress, error)) return false;
+    if (!RunPatchJobs(&m_jobs, m_request.limits, m_observer, error)) return false;
     GroupedWarnings warnings;
     for (const PatchJob& job : m_jobs) {
         if (!job.made) warnings.Add("no patch, since " + job.reason, job.name);
@@ -279,10 +285,10 @@ bool Publisher::NamePatches(std::string* error) {
         if (!NextIndex(&patch.index, error)) return false;
         const std::string path = folder + PatchFileName(patch.index);
         if (link(job.patchPath.c_str(), path.c_str()) != 0 &&
-            !CopyFile(job.patchPath, path, error)) {
+            !CopyFile(job.patchPath, path, m_observer, error)) {
             return false;
         }
-        if (!Measure(path, &patch, error)) return false;
+        if (!Measure(path, &patch, m_observer, error)) return false;
         m_manifest.patches.push_back(std::move(patch));
     }
     for (const PatchJob& job : m_jobs) {

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "lib/work_observer.h"
 #include "store/grouped_warnings.h"
 #include "store/manifest.h"
 #include "store/patch_jobs.h"
@@ -23,14 +24,10 @@ struct PublishRequest {
     PatchLimits limits{};
 };
 
-// Told while a release is made, one call at a time, from any thread.
-class PublishObserver {
+// Told while a release is made, from any thread.
+class PublishObserver : public WorkObserver {
 public:
-    virtual ~PublishObserver() = default;
     virtual void Warn(const std::string& text) = 0;
-    // Work on file `number` of `count` begins.
-    virtual void Progress(const char* work, size_t number, size_t count,
-                          const std::string& name) = 0;
 };
 
 // Publishes one release, in two steps. The observer is not owned and must outlive it.

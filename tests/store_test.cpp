@@ -201,7 +201,7 @@ struct Meddler : PublishObserver {
         prepared = publisher.Prepare(&problems);
     }
     void Warn(const std::string&) override {}
-    void Progress(const char*, size_t, size_t, const std::string& name) override {
+    void File(const std::string& name) override {
         if (name == "linux64/same") said = Sh(commands);
     }
     std::string commands, said;
@@ -306,7 +306,7 @@ TEST_F(StoreTest, KeepsTheNewestReleaseOfAnyComponents) {
 
 TEST_F(StoreTest, IsWorkedOnByAToolThatTellsUsageFromProblems) {
     Sh("echo x >bad; cp game/same old; cp old made; cp old patch.tmp; cp old made.tmp; cp old new; "
-       "echo new >>new; mkfifo pipe");
+       "echo new >>new; mkfifo pipe; mkdir b; echo >b/f");
     for (const std::string wrong :
          {"publish . 1 a=b --memory 0", "publish . 1 a=b --patches-from -1",
           "publish . 1 a=b --jobs 1025", "prune . --keep 0", "serve . --port 0",
@@ -320,6 +320,12 @@ TEST_F(StoreTest, IsWorkedOnByAToolThatTellsUsageFromProblems) {
     Try({"tool => 2 halcyrix-release: a command",
          "tool list --version => 0 halcyrix-release ",
          "tool pubish => 2 halcyrix-release: there is no command \"pubish\" => \"publish\"\n",
+         "tool publish big 1 a=b >/dev/null; truncate -s 400M big/releases/*/files/a/f; sed -i "
+         "'/^file/s/ 1 a/ 419430400 a/' big/releases/*/manifest; script -qec 'stty cols "
+         "60; " RELEASE_TOOL " check big' /dev/null </dev/null | tr '\\r' '\\n' | grep -E "
+         "'^checking  0%.{49}.\\[K|^checking  [1-9][0-9]?%.*\\[K|has other|advice' | uniq "
+         "-w 10 => checking  0%  0 B of 419.4 MB  b => checking  => has other",
+         "tool check big 2>&1 >/dev/null | grep -c checking => 0",
          "tool serve --help | awk 'NR > 30 || length > 80' | wc -l => 0 0",
          "publish 1 x => 2 halcyrix-release: SOURCES: x is not COMPONENT=DIR",
          "tool check game => 1 ",
@@ -337,7 +343,8 @@ TEST_F(StoreTest, IsWorkedOnByAToolThatTellsUsageFromProblems) {
          "tool apply made patch made => 0 ",
          "tool apply none patch old => 1 halcyrix-release: none: No",
          "tool apply old bad old => 1 ",
-         "cmp made new; cmp old game/same; cmp old made.tmp; cmp old patch.tmp; ls => 0 "
+         "cmp made new; cmp old game/same; cmp old made.tmp; cmp old patch.tmp; "
+         "rm -r b big; ls => 0 "
          "bad\ngame\nmade\nmade.tmp\nnew\nold\npatch\npatch.tmp\npipe\n"});
 }
 

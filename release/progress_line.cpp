@@ -1,0 +1,127 @@
+#include "release/progress_line.h"
+
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <algorithm>
+
+namespace {
+
+constexpr std::chrono::milliseconds kInterval{250};
+
+// "12.3 MB"
+std::string Amount(double bytes) {
+    size_t unit = 0;
+    for (; bytes >= 1000 && unit < 4; ++unit) bytes /= 1000;
+    constexpr const char* kUnits[] = {"B", "kB", "MB", "GB", "TB"};
+    char text[32];
+    snprintf(text, sizeof text, "%.*f %s", unit == 0 ? 0 : 1, bytes, kUnits[unit]);
+    return text;
+}
+
+// "1:02:03"
+std::string Duration(uint64_t seconds) {
+    char text[48];
+    const unsigned hours = static_cast<unsigned>(seconds / 3600);
+    const unsigned minutes = static_cast<unsigned>(seconds / 60 % 60);
+    const unsigned rest = static_cast<unsigned>(seconds % 60);
+    if (hours > 0) {
+        snprintf(text, sizeof text, "%u:%02u:%02u", hours, minutes, rest);
+    } else {
+        snprintf(text, sizeof text, "%u:%02u", minutes, rest);
+    }
+    return text;
+}
+
+// The beginning of a text that takes at most as many columns, without control characters. Counts a
+// column for each character of UTF-8.
+std::string Fitting(const std::string& text, size_t columns) {
+    std::string fitting;
+    for (const char c : text) {
+        const bool begins = (c & 0xC0) != 0x80;
+        if (begins && columns-- == 0) break;
+        fitting += static_cast<unsigned char>(c) < 0x20 || c == 0x7F ? '?' : c;
+    }
+    return fitting;
+}
+
+size_t TerminalColumns() {
+    winsize size{};
+    ioctl(STDERR_FILENO, TIOCGWINSZ, &size);
+    return size.ws_col > 0 ? size.ws_col : 80;
+}
+
+}  // namespace
+
+ProgressLine::ProgressLine() {
+    if (isatty(STDERR_FILENO) != 0) m_thread = std::thread(&ProgressLine::Redraw, this);
+}
+
+void ProgressLine::Begin(const char* step, uint64_t bytes) {
+    const std::lock_guard lock(m_mutex);
+    m_step = step;
+    m_file.clear();
+    m_bytes = bytes;
+    m_done = 0;
+    m_begun = Clock::now();
+    Draw();
+}
+
+void ProgressLine::File(const std::string& name) {
+    const std::lock_guard lock(m_mutex);
+    m_file = name;
+}
+
+void ProgressLine::Warn(const std::string& text) {
+    Print(stderr, "halcyrix-release: warning: " + text);
+}
+
+void ProgressLine::Print(FILE* stream, const std::string& line) {
+    const std::lock_guard lock(m_mutex);
+    Erase();
+    fprintf(stream, "%s\n", line.c_str());
+    if (m_thread.joinable()) fflush(stream);
+}
+
+void ProgressLine::End() {
+    if (!m_thread.joinable()) return;
+    {
+        const std::lock_guard lock(m_mutex);
+        m_ended = true;
+    }
+    m_endTold.notify_all();
+    m_thread.join();
+    Erase();
+}
+
+void ProgressLine::Redraw() {
+    std::unique_lock lock(m_mutex);
+    while (!m_endTold.wait_for(lock, kInterval, [this] { return m_ended; })) {
+        if (!m_step.empty()) Draw();
+    }
+}
+
+void ProgressLine::Draw() {
+    if (!m_thread.joinable()) return;
+    std::string text = m_step;
+    const auto done = static_cast<double>(std::min<uint64_t>(m_done, m_bytes));
+    if (m_bytes > 0) {
+        const auto bytes = static_cast<double>(m_bytes);
+        const double seconds = std::chrono::duration<double>(Clock::now() - m_begun).count();
+        text += "  " + std::to_string(static_cast<int>(done / bytes * 100)) + "%  " + Amount(done) +
+                " of " + Amount(bytes);
+        if (done > 0 && seconds >= 1) {
+            const double left = (bytes - done) * seconds / done;
+            text += "  " + Amount(done / seconds) + "/s  " + Duration(static_cast<uint64_t>(left)) +
+                    " left";
+        }
+    }
+    if (!m_file.empty()) text += "  " + m_file;
+    fprintf(stderr, "\r%s\033[K", Fitting(text, TerminalColumns() - 1).c_str());
+    m_drawn = true;
+}
+
+void ProgressLine::Erase() {
+    if (m_drawn) fputs("\r\033[K", stderr);
+    m_drawn = false;
+}
