@@ -17,8 +17,8 @@ std::string LocalPath(const std::string& name);
 // Whether a path is relative, no longer than kMaxNameLength and without a ".." component.
 bool IsPathInside(const std::string& path);
 
-// Whether a server's name and its local path are both inside and not empty, and the local path is not
-// kStartNotes.
+// Whether a server's name and its local path are both inside and not empty, and the local path is
+// not kStartNotes.
 bool IsSafeServerName(const std::string& name);
 
 #endif

@@ -255,7 +255,7 @@ Ending ClientSession::FillOutput() {
     if (m_state == DOWNLOADING) result = m_downloads.Fill(*m_release, Output());
     m_bytesMade += evbuffer_get_length(Output());
     m_streamMade = result == DownloadStream::COMPLETE;
-    return result == DownloadStream::UNREADABLE ? UNREADABLE : GOES_ON;
+    return result == DownloadStream::READ_FAILED ? UNREADABLE : GOES_ON;
 }
 
 void ClientSession::OnDrained() {

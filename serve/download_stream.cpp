@@ -47,7 +47,7 @@ DownloadStream::Result DownloadStream::Fill(const Release& release, evbuffer* ou
             AddPacket(output, Encode(DownloadHeader{kEndOfDownloads, 0, 0, 0}));
             return COMPLETE;
         }
-        if (!(m_file ? SendPieces(output) : Begin(release, output))) return UNREADABLE;
+        if (!(m_file ? SendPieces(output) : Begin(release, output))) return READ_FAILED;
     }
     return MORE;
 }

@@ -32,9 +32,9 @@ public:
     uint32_t Last() const { return m_last; }
     void ResumeLast(uint32_t offset) { m_offsets[m_last] = offset; }
 
-    enum Result { MORE, COMPLETE, UNREADABLE };
+    enum Result { MORE, COMPLETE, READ_FAILED };
 
-    // Fills the empty buffer with packets, as many as are worth one write. UNREADABLE when a file
+    // Fills the empty buffer with packets, as many as are worth one write. READ_FAILED when a file
     // of the store cannot be read or is not of its length any more.
     Result Fill(const Release& release, evbuffer* output);
 

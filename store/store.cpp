@@ -111,9 +111,8 @@ void Store::List(const std::string& folder, bool again) {
     for (const uint32_t sequence : present) {
         if (m_releases.contains(sequence)) continue;
         const auto damaged = m_damaged.find(sequence);
-        if (damaged == m_damaged.end()) {
-            Examine(sequence);
-        } else if (again && (!damaged->second.release || !FindFault(&damaged->second))) {
+        if (damaged == m_damaged.end() ||
+            (again && (!damaged->second.release || !FindFault(&damaged->second)))) {
             Examine(sequence);
         }
     }
