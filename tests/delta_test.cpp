@@ -65,11 +65,10 @@ TEST(Delta, MakesAPatchOfTheExpectedSizeForEveryChange) {
     const std::tuple<const char*, std::string, std::string, size_t> cases[] = {
         {"nothing", noise, noise, 10},
         {"from an empty file", "", noise, noise.size() + 6},
-        // The filter looks at windows of 15 bytes at every fourth place.
-        {"a short stretch amid new data", noise, other + noise.substr(5001, 18) + other,
+        {"a short stretch over both halves of the index", large, other + part(599993, 20) + other,
          2 * (5 + other.size()) + 9 + 1},
         {"a gap that a copy covers for less", noise,
-         noise.substr(0, 500) + noise.substr(9000, 8) + noise.substr(700), 9 + 9 + 9 + 1},
+         noise.substr(0, 500) + noise.substr(9001, 8) + noise.substr(700), 9 + 9 + 9 + 1},
         {"a copy that only seems to pay", noise + "ABCDEFGH" + other.substr(0, 12),
          other.substr(0, 12) + noise.substr(100), 5 + 12 + 9 + 1},
         {"a copy that is best begun late", noise + "12345" + noise.substr(5000, 40),
@@ -89,8 +88,8 @@ TEST(Delta, MakesAPatchOfTheExpectedSizeForEveryChange) {
         {"records in another order", sorted, records, 1000 * 9 + 1},
         {"twenty bytes taken from repeated ones", repeated,
          repeated.substr(0, 500000) + repeated.substr(500020), 9 + 9 + 1},
-        {"a few bytes of a match after a seam", noise,
-         part(0, 1048476) + noise.substr(5000, 110) + "?", 5 + 1048476 + 9 + 5 + 1 + 1},
+        {"a copy over a seam, into another one", noise + noise.substr(5104, 6) + some,
+         part(0, 1048476) + noise.substr(5000, 110) + some, 5 + 1048476 + 9 + 9 + 1},
         {"as many commands as bytes allow", noise, spans, 170000 * 15},
     };
     for (const auto& [change, from, to, largest] : cases) {
@@ -129,6 +128,7 @@ TEST(Delta, KnowsWhatCannotOrShouldNotBe) {
     std::string why, old = SeededBytes(70000, 7);
     const size_t size = PatchSize(old, old + "!");
     WriteFile("empty", "");
+    WriteFile("longer", old + "!?");
     WriteFile("huge", "");
     std::filesystem::resize_file("huge", uint64_t{1} << 32);
     for (const auto& [from, to] : {std::pair{"huge", "new"}, {"old", "huge"}}) {
@@ -138,12 +138,17 @@ TEST(Delta, KnowsWhatCannotOrShouldNotBe) {
     EXPECT_EQ(MakePatch("old", "empty", "other", {}, &why), DeltaResult::NONE);
     EXPECT_EQ(MakePatch("old", "new", "other", {size - 1}, &why), DeltaResult::NONE);
     EXPECT_EQ(MakePatch("old", "missing", "other", {size}, &why), DeltaResult::FAILED);
+    {
+        const FileSizeLimit limit(9);
+        EXPECT_EQ(MakePatch("old", "new", "other", {}, &why), DeltaResult::FAILED);
+    }
     EXPECT_FALSE(std::filesystem::exists("other"));
     EXPECT_EQ(MakePatch("old", "new", "other", {size}, &why), DeltaResult::MADE) << why;
 
     old[69999] ^= 1;
     WriteFile("damaged", old);
-    for (const auto& [from, to] : {std::pair{"damaged", "new"}, {"old", "old"}, {"empty", "new"}}) {
+    for (const auto& [from, to] :
+         {std::pair{"damaged", "new"}, {"old", "longer"}, {"empty", "new"}}) {
         EXPECT_FALSE(VerifyPatch(from, to, "patch", &why)) << from;
     }
 }
