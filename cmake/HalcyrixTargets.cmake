@@ -1,4 +1,4 @@
-# What every target of the project shares: warnings and the configured texts.
+# Options of all targets: warnings and the configured texts.
 
 list(TRANSFORM HALCYRIX_UPDATE_HOSTS REPLACE "(.+)" "\"\\1\"" OUTPUT_VARIABLE quoted_hosts)
 list(JOIN quoted_hosts ", " HALCYRIX_UPDATE_HOST_LITERALS)
