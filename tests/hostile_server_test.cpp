@@ -34,7 +34,8 @@ TEST_F(HostileServer, MaySpoilEveryReplyInEveryWay) {
         {"cut", [&](auto& reply) { return Instead{FrameOf(reply.substr(0, random() % 16))}; }},
         {"closed",
          [](auto& reply) {
-             return Instead{FrameOf(reply).substr(0, 9), Instead::kHangUp};
+             const std::string part = FrameOf(reply).substr(0, 9);
+             return Instead{part, Instead::kHangUp};
          }},
     };
     int spoilings = 0;
