@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdio>
+#include <nlohmann/json_fwd.hpp>
 #include <string>
 
 #include "serve/update_server.h"
@@ -21,11 +22,14 @@ inline ExitStatus Problem(const std::string& text) {
     return EXIT_PROBLEM;
 }
 
-ExitStatus Publish(const PublishRequest& request, bool dry_run);
-ExitStatus List(const std::string& store);
+// With --json some commands also describe what they found; `json` is null without it.
+using Json = nlohmann::ordered_json;
+
+ExitStatus Publish(const PublishRequest& request, bool dry_run, Json* json);
+ExitStatus List(const std::string& store, Json* json);
 ExitStatus Withdraw(const std::string& store, const std::string& version);
 ExitStatus Prune(const std::string& store, size_t keep);
-ExitStatus Check(const std::string& store);
+ExitStatus Check(const std::string& store, Json* json);
 ExitStatus Serve(const std::string& store, const ServerOptions& options);
 
 ExitStatus Diff(const std::string& from, const std::string& to, const std::string& patch,

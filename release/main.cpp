@@ -1,5 +1,6 @@
 // halcyrix-release: the maker's tool.
 #include <arpa/inet.h>
+#include <unistd.h>
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
@@ -9,6 +10,7 @@
 #include <cstdio>
 #include <functional>
 #include <memory>
+#include <nlohmann/json.hpp>
 #include <numeric>
 #include <string>
 #include <utility>
@@ -93,6 +95,7 @@ struct CommandLine {
     PublishRequest request;
     std::vector<std::string> sources;
     bool dryRun = false;
+    bool json = false;
     std::string store, version;
     size_t keep = 0;
     ServerOptions server;
@@ -106,6 +109,20 @@ CLI::App* AddStoreCommand(CLI::App* app, const char* name, const char* descripti
     CLI::App* command = app->add_subcommand(name, description);
     command->add_option("STORE", line->store, "The store")->required();
     return command;
+}
+
+// Runs a command. With --json its texts go to standard error and one object to standard output.
+ExitStatus RunWithJson(bool wanted, const std::function<ExitStatus(Json*)>& run) {
+    if (!wanted) return run(nullptr);
+    FILE* const output = fdopen(dup(STDOUT_FILENO), "w");
+    if (output == nullptr || dup2(STDERR_FILENO, STDOUT_FILENO) == -1) {
+        return Problem("standard output cannot be written");
+    }
+    Json json = Json::object();
+    const ExitStatus status = run(&json);
+    fprintf(output, "%s\n",
+            json.dump(2, ' ', false, nlohmann::json::error_handler_t::replace).c_str());
+    return fclose(output) == 0 ? status : Problem("standard output cannot be written");
 }
 
 // Each of these functions adds a command, whose callback runs it.
@@ -131,6 +148,7 @@ void AddPublish(CLI::App* app, CommandLine* line) {
                       "Allow components that no earlier release has");
     publish->add_flag("--any-updater", line->request.anyUpdater,
                       "Publish an update.rlb that is no updater");
+    publish->add_flag("--json", line->json, "Write one JSON object");
     publish->add_flag("--dry-run", line->dryRun, "Say what players would get, and publish nothing");
     publish
         ->add_option("--jobs", line->request.limits.jobs,
@@ -149,14 +167,19 @@ void AddPublish(CLI::App* app, CommandLine* line) {
             line->request.components.push_back(
                 {source.substr(0, equals), source.substr(equals + 1)});
         }
-        line->status = Publish(line->request, line->dryRun);
+        line->status = RunWithJson(
+            line->json, [line](Json* json) { return Publish(line->request, line->dryRun, json); });
     });
 }
 
 void AddList(CLI::App* app, CommandLine* line) {
     CLI::App* list =
         AddStoreCommand(app, "list", "List a store's releases and who gets them", line);
-    list->callback([=] { line->status = List(line->store); });
+    list->add_flag("--json", line->json, "Write one JSON object");
+    list->callback([=] {
+        line->status =
+            RunWithJson(line->json, [line](Json* json) { return List(line->store, json); });
+    });
 }
 
 void AddWithdraw(CLI::App* app, CommandLine* line) {
@@ -180,7 +203,11 @@ void AddPrune(CLI::App* app, CommandLine* line) {
 void AddCheck(CLI::App* app, CommandLine* line) {
     CLI::App* check =
         AddStoreCommand(app, "check", "Compare a store's files with its manifests", line);
-    check->callback([=] { line->status = Check(line->store); });
+    check->add_flag("--json", line->json, "Write one JSON object");
+    check->callback([=] {
+        line->status =
+            RunWithJson(line->json, [line](Json* json) { return Check(line->store, json); });
+    });
 }
 
 void AddServe(CLI::App* app, CommandLine* line) {

@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <cinttypes>
 #include <cstdio>
+#include <nlohmann/json.hpp>
 
 #include "release/commands.h"
 #include "release/progress_line.h"
@@ -47,14 +48,23 @@ void PrintForecast(const Publisher& publisher) {
 
 }  // namespace
 
-ExitStatus Publish(const PublishRequest& request, bool dry_run) {
+ExitStatus Publish(const PublishRequest& request, bool dry_run, Json* json) {
     ProgressLine progress;
     Publisher publisher(request, &progress);
     std::vector<std::string> problems;
     const bool prepared = publisher.Prepare(&problems);
     progress.End();
     for (const std::string& problem : problems) Problem(problem);
+    if (json != nullptr) *json = {{"published", false}, {"problems", problems}};
     if (!prepared) return EXIT_PROBLEM;
+    const Release& release = publisher.Result();
+    if (json != nullptr) {
+        (*json)["version"] = release.Version();
+        (*json)["files"] = release.Files().size();
+        (*json)["bytes"] = BytesOf(release.Files());
+        (*json)["patches"] = release.Patches().size();
+        (*json)["disk_bytes"] = publisher.DiskBytes();
+    }
     PrintForecast(publisher);
     if (dry_run) {
         printf("not published: this was a dry run\n");
@@ -62,7 +72,7 @@ ExitStatus Publish(const PublishRequest& request, bool dry_run) {
     }
     std::string error;
     if (!publisher.Commit(&error)) return Problem(error);
-    const Release& release = publisher.Result();
+    if (json != nullptr) (*json)["published"] = true;
     printf("published %s: %zu files of %" PRIu64 " bytes, %zu patches\n", release.Version().c_str(),
            release.Files().size(), BytesOf(release.Files()), release.Patches().size());
     return EXIT_DONE;

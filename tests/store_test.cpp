@@ -326,6 +326,10 @@ TEST_F(StoreTest, IsWorkedOnByAToolThatTellsUsageFromProblems) {
          "'^storing  (0%|[1-9]).*of 2|a/f|\\[Kfirst' | sort -u => "
          "0 [Kfirst\na/f\nstoring  0%  0 B of 2\nstoring  ",
          "tool publish big 1 a=b --dry-run 2>&1 | grep -c storing => 1 0",
+         "(tool publish j 1 a=game --json; tool list j --json; tool check j --json) 2>/dev/null | "
+         "python3 -c 'import json, sys; print(json.loads(\"[\" + "
+         "sys.stdin.read().replace(\"}\\n{\", \"},{\") + \"]\")[1][\"damaged\"])'; rm -r j "
+         "=> 0 []",
          "tool serve --help | awk 'NR > 30 || length > 80' | wc -l => 0 0",
          "publish 1 x => 2 halcyrix-release: SOURCES: x is not COMPONENT=DIR",
          "tool check game => 1 ",
