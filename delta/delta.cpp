@@ -125,8 +125,8 @@ DeltaResult MakePatch(const std::string& old_path, const std::string& new_path,
 
 uint64_t PatchMemory(uint64_t old_size, uint64_t new_size) {
     constexpr uint64_t kRest = 16 << 20;
-    // The old file and its suffixes while they are sorted, of four bytes each, and some keys.
-    const uint64_t sorting = old_size * 21 / 4;
+    // The old file, its filter, and its suffixes while they are sorted, of four bytes each.
+    const uint64_t sorting = old_size * 23 / 4;
     // The old file and its index. Of the new file, what is mapped, eight bytes for a command of
     // seven or more, and what threads need that plan a stretch each.
     const uint64_t planning = old_size * 15 / 4 + new_size * 5 / 2;

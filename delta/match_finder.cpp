@@ -45,15 +45,6 @@ size_t CountBelow(const std::vector<uint64_t>& numbers, uint64_t limit) {
     return begin;
 }
 
-// Calls `work` for each item, in up to so many threads.
-template <typename Item, typename Work>
-void ForEach(std::vector<Item>* items, size_t threads, const Work& work) {
-    std::atomic<size_t> next{0};
-    RunInThreads(std::min(threads, items->size()), [&] {
-        for (size_t i; (i = next++) < items->size();) work(&(*items)[i]);
-    });
-}
-
 }  // namespace
 
 bool MatchFinder::Index(const uint8_t* old, size_t size, const std::vector<Range>& ranges,
@@ -86,19 +77,19 @@ bool MatchFinder::Index(const uint8_t* old, size_t size, const std::vector<Range
             m_blocks.push_back(std::move(block));
         }
     }
-    std::atomic<bool> sorted{true};
-    ForEach(&m_blocks, threads, [&](Block* block) {
-        if (!Sort(block)) sorted = false;
-    });
-    if (!sorted) {
-        *error = "not enough memory to index " + std::to_string(size) + " bytes";
-        return false;
-    }
     size_t indexed = 0;
     for (const Block& block : m_blocks) indexed += block.size;
     m_filter.assign(indexed / kOldBytesPerWord + 1, 0);
-    ForEach(&m_blocks, threads, [&](const Block* block) { AddToFilter(*block); });
-    return true;
+    std::atomic<size_t> next{0};
+    std::atomic<bool> sorted{true};
+    RunInThreads(std::min(threads, m_blocks.size()), [&] {
+        for (size_t i; (i = next++) < m_blocks.size();) {
+            if (!Sort(&m_blocks[i])) sorted = false;
+            AddToFilter(m_blocks[i]);
+        }
+    });
+    if (!sorted) *error = "not enough memory to index " + std::to_string(size) + " bytes";
+    return sorted;
 }
 
 bool MatchFinder::Sort(Block* block) {
