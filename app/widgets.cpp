@@ -64,11 +64,12 @@ void fit_font(GtkWidget* window) {
     const GtkRequisition most = largest_window();
     double resolution = gdk_screen_get_resolution(gdk_screen_get_default());
     if (resolution < 0) resolution = kDefaultResolution;
-    for (; resolution >= kLeastResolution; resolution -= kResolutionStep) {
+    while (resolution >= kLeastResolution) {
         GtkRequisition asked;
         gtk_widget_size_request(window, &asked);
         if (asked.width <= most.width && asked.height <= most.height) return;
-        const int scaled = static_cast<int>((resolution - kResolutionStep) * PANGO_SCALE);
+        resolution -= kResolutionStep;
+        const int scaled = static_cast<int>(resolution * PANGO_SCALE);
         g_object_set(gtk_settings_get_default(), "gtk-xft-dpi", scaled, nullptr);
     }
 }

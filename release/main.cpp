@@ -146,6 +146,8 @@ void AddPublish(CLI::App* app, CommandLine* line) {
         ->capture_default_str();
     publish->add_flag("--new-component", line->request.newComponents,
                       "Allow components that no earlier release has");
+    publish->add_flag("--allow-empty", line->request.allowEmpty,
+                      "Publish files that have not changed");
     publish->add_flag("--any-updater", line->request.anyUpdater,
                       "Publish an update.rlb that is no updater");
     publish->add_flag("--json", line->json, "Write one JSON object");

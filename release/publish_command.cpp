@@ -25,13 +25,21 @@ std::string TimeOf(size_t questions, double round_trip) {
     return text;
 }
 
-void PrintForecast(const Publisher& publisher) {
+void PrintForecast(const Publisher& publisher, Json* json) {
     const Release& release = publisher.Result();
     auto earlier = publisher.Published().Releases();
     std::reverse(earlier.begin(), earlier.end());
     for (const auto& from : earlier) {
         const UpdateForecast update = ForecastUpdate(*from, release);
         if (!update.sharesComponents) continue;
+        if (json != nullptr) {
+            (*json)["updates"].push_back({{"from", from->Version()},
+                                          {"changed", update.changed},
+                                          {"added", update.added},
+                                          {"removed", update.removed},
+                                          {"whole_bytes", update.wholeBytes},
+                                          {"patched_bytes", update.patchedBytes}});
+        }
         printf("from %s: %s files changed, %s added, %s removed; %s bytes whole, %s with patches\n",
                from->Version().c_str(), Grouped(update.changed).c_str(),
                Grouped(update.added).c_str(), Grouped(update.removed).c_str(),
@@ -64,8 +72,9 @@ ExitStatus Publish(const PublishRequest& request, bool dry_run, Json* json) {
         (*json)["bytes"] = BytesOf(release.Files());
         (*json)["patches"] = release.Patches().size();
         (*json)["disk_bytes"] = publisher.DiskBytes();
+        (*json)["updates"] = Json::array();
     }
-    PrintForecast(publisher);
+    PrintForecast(publisher, json);
     if (dry_run) {
         printf("not published: this was a dry run\n");
         return EXIT_DONE;

@@ -75,6 +75,7 @@ ExitStatus List(const Store& store, Json* json) {
         if (json != nullptr) {
             (*json)["releases"].push_back({{"version", release->Version()},
                                            {"sequence", release->Sequence()},
+                                           {"published", Date(*release)},
                                            {"components", release->Components()},
                                            {"files", release->Files().size()},
                                            {"bytes", BytesOf(release->Files())},

@@ -42,10 +42,9 @@ private:
 };
 
 void Checker::CheckFolderOfReleases() {
-    const std::string folder = m_store + "/" + kReleasesFolder;
     std::vector<fs::path> entries;
     std::string error;
-    if (!ListFolder(folder, &entries, &error)) m_report->problems.push_back(error);
+    if (!ListReleases(m_store, &entries, &error)) m_report->problems.push_back(error);
     std::vector<std::shared_ptr<const Release>> releases;
     std::vector<std::string> errors(entries.size());
     uint64_t bytes = 0;

@@ -77,7 +77,13 @@ bool Publisher::Prepare(std::vector<std::string>* problems) {
     CheckUpdater(problems);
     if (!problems->empty()) return false;
 
-    if (Begin(&error) && StoreFiles(&error) && MakePatches(&error)) {
+    bool stored = Begin(&error) && StoreFiles(&error);
+    if (const auto same = stored ? SameRelease() : nullptr; same && !m_request.allowEmpty) {
+        error = m_request.store + ": nothing has changed since version " + same->Version() +
+                "; --allow-empty publishes it all the same";
+        stored = false;
+    }
+    if (stored && MakePatches(&error)) {
         *problems = m_sources.Changes();
         if (problems->empty() && Finish(&error)) return true;
     }
@@ -148,6 +154,21 @@ void Publisher::CheckUpdater(std::vector<std::string>* problems) {
     for (const std::string& warning : CompareUpdaters(*before, *now, beside)) {
         m_observer->Warn(warning);
     }
+}
+
+std::shared_ptr<const Release> Publisher::SameRelease() const {
+    const auto& components = m_manifest.components;
+    auto latest = Published().Latest({components.begin(), components.end()});
+    if (!latest) return nullptr;
+    size_t files = 0;
+    for (const std::string& component : components) files += latest->Files(component).size();
+    const auto isOld = [&latest](const ReleaseFile& file) {
+        const ReleaseFile* old = latest->FindFile(file.name);
+        return old != nullptr && file.HasContentsOf(*old);
+    };
+    const bool same = files == m_manifest.files.size() &&
+                      std::all_of(m_manifest.files.begin(), m_manifest.files.end(), isOld);
+    return same ? latest : nullptr;
 }
 
 bool Publisher::Begin(std::string* error) {

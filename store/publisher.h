@@ -21,6 +21,7 @@ struct PublishRequest {
     size_t patchesFrom = 3;      // releases of a file's component that patches are made from
     bool newComponents = false;  // allow components that no earlier release has
     bool anyUpdater = false;     // allow an update.rlb that is no updater
+    bool allowEmpty = false;     // allow a release without a change
     PatchLimits limits{};
 };
 
@@ -63,6 +64,8 @@ private:
     void CheckRequest(std::vector<std::string>* problems);
     void CheckAgainstStore(std::vector<std::string>* problems);
     void CheckUpdater(std::vector<std::string>* problems);
+    // The latest release when it has the same files; else null.
+    std::shared_ptr<const Release> SameRelease() const;
     bool Begin(std::string* error);
     bool StoreFiles(std::string* error);
     bool StoreFile(const ReleaseSource& source, std::string* error);

@@ -65,6 +65,15 @@ std::string SequenceName(uint32_t sequence) {
     return name;
 }
 
+bool ListReleases(const std::string& store, std::vector<std::filesystem::path>* entries,
+                  std::string* error) {
+    const std::string folder = store + "/" + kReleasesFolder;
+    if (access(folder.c_str(), F_OK) == 0) return ListFolder(folder, entries, error);
+    *error = store + " is no store; \"halcyrix-release publish\" makes one (" +
+             SystemError(folder) + ")";
+    return false;
+}
+
 Store::Store(std::string directory) : m_directory(std::move(directory)) {}
 
 std::unique_ptr<Store> Store::Open(const std::string& directory, std::string* error) {
@@ -87,16 +96,16 @@ void Store::Refresh() {
     // Two changes within one tick of the system's clock have the same time.
     const bool settled = found && status.st_mtim.tv_sec + 1 < time(nullptr);
     m_folderTime = settled ? status.st_mtim : timespec{};
-    List(folder, again);
+    List(again);
     if (again) m_examined = std::chrono::steady_clock::now();
 }
 
 // Examines the new releases, and with `again` the damaged ones.
-void Store::List(const std::string& folder, bool again) {
+void Store::List(bool again) {
     std::set<uint32_t> present;
     std::vector<std::filesystem::path> entries;
     const std::string told = std::exchange(m_fault, {});
-    if (!ListFolder(folder, &entries, &m_fault)) {
+    if (!ListReleases(m_directory, &entries, &m_fault)) {
         m_folderTime = {};
         if (m_fault != told) m_news.push_back(m_fault);
         return;

@@ -14,6 +14,7 @@
 #include <chrono>
 #include <cstdint>
 #include <ctime>
+#include <filesystem>
 #include <list>
 #include <map>
 #include <memory>
@@ -30,6 +31,11 @@ constexpr char kLockFile[] = "lock";
 // The name of a release's directory below the releases folder, of six digits.
 constexpr uint32_t kMaxSequence = 999999;
 std::string SequenceName(uint32_t sequence);
+
+// Lists the folder of a store's releases, sorted. False, with the reason in `error`, when it cannot
+// be read, as in a directory that is no store.
+[[nodiscard]] bool ListReleases(const std::string& store,
+                                std::vector<std::filesystem::path>* entries, std::string* error);
 
 // A release that is not served, since a file of it is bad.
 struct DamagedRelease {
@@ -73,7 +79,7 @@ public:
 private:
     explicit Store(std::string directory);
 
-    void List(const std::string& folder, bool again);
+    void List(bool again);
     void Examine(uint32_t sequence);
 
     std::string m_directory;

@@ -79,10 +79,8 @@ StoreWriter::StoreWriter() {
 }
 
 std::unique_ptr<StoreWriter> StoreWriter::Open(const std::string& directory, std::string* error) {
-    const std::string releases = directory + "/" + kReleasesFolder;
-    if (access(releases.c_str(), F_OK) == 0) return OpenOrMake(directory, error);
-    *error = SystemError(releases);
-    return nullptr;
+    std::vector<fs::path> entries;
+    return ListReleases(directory, &entries, error) ? OpenOrMake(directory, error) : nullptr;
 }
 
 std::unique_ptr<StoreWriter> StoreWriter::OpenOrMake(const std::string& directory,

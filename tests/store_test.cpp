@@ -16,7 +16,7 @@ namespace {
 constexpr char kShell[] = R"(tool() { ")" RELEASE_TOOL R"(" "$@"; }
 patched() { awk '/^patch/ { printf $5 }' "store/releases/$1/manifest"; }
 same() { diff -r "$1" "$2" && echo the same; }
-publish() { version=$1; shift; tool publish store "$version" linux64=game "$@"; }
+publish() { version=$1; shift; tool publish store "$version" --allow-empty linux64=game "$@"; }
 next() { printf %s $1 >>game/halcyrix; publish "$@"; }
 full() { trap '' XFSZ; ulimit -f $1; shift; "$@"; }
 )";
@@ -177,7 +177,9 @@ TEST_F(StoreTest, TakesOnlyAnUpdaterForTheUpdater) {
 }
 
 TEST_F(StoreTest, HasPatchesFromTheLastReleasesOfTheComponent) {
-    Try({"for i in 1 2 3 4; do next $i; tool publish store u$i common=game --new-component; done",
+    Try(
+        {"for i in 1 2 3 4; do next $i; tool publish store u$i common=game --new-component "
+         "--allow-empty; done",
          "publish 5 --patches-from 4 | grep -c ^from => 0 4", "patched 000007 => 0 123",
          "patched 000009 => 0 123",  // what version 4 has stays
          "printf x | dd of=store/releases/000003/files/linux64/halcyrix conv=notrunc => 0 ",
@@ -207,7 +209,9 @@ struct Meddler : PublishObserver {
     }
     std::string commands, said;
     std::vector<std::string> problems{};
-    Publisher publisher{{"store", "3", {{"linux64", "game"}}}, this};
+    Publisher publisher{
+        {.store = "store", .version = "3", .components = {{"linux64", "game"}}, .allowEmpty = true},
+        this};
     bool prepared;
 };
 
@@ -298,6 +302,7 @@ TEST_F(StoreTest, KeepsTheNewestReleaseOfAnyComponents) {
         const size_t arrow = row.find(" =>");
         Try({"rm -rf store; set " + row.substr(0, arrow) +
              "; keep=$1; shift; for all; do version=v$version; tool publish store $version "
+             "--allow-empty "
              "--new-component $(echo $all | sed 's/./ &=game/g'); done; cd store; "
              "mkdir incoming.removed.000001; tool prune . --keep $keep; "
              "echo $(ls) $(ls releases | sed s/^0*//) => lock releases reserved" +
@@ -333,7 +338,9 @@ TEST_F(StoreTest, IsWorkedOnByAToolThatTellsUsageFromProblems) {
          "tool serve --help | awk 'NR > 30 || length > 80' | wc -l => 0 0",
          "publish 1 x => 2 halcyrix-release: SOURCES: x is not COMPONENT=DIR",
          "tool check game => 1 ",
-         "tool prune game --keep 1 => 1 halcyrix-release: game/releases",
+         "tool prune game --keep 1 => 1 halcyrix-release: game is no store; \"halcyrix-release "
+         "publish\"",
+         "tool publish j 2 a=game => nothing has changed since version 1; --allow-empty",
          "tool list game => 1 ",
          "tool diff patch.tmp new patch => 0 ",
          "umask 27; tool diff old new other && stat -c %a other; rm other => 0 640",
