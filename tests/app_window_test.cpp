@@ -8,7 +8,6 @@
 #include "app/programs.h"
 #include "app/widgets.h"
 #include "app/window_events.h"
-#include "lib/elf_file.h"
 #include "tests/support/gtk_windows.h"
 #include "tests/support/scratch_dir.h"
 #include "tests/support/screen.h"
@@ -186,16 +185,6 @@ TEST(Programs, AreNamedAndCheckedBeforeTheyStart) {
     EXPECT_EQ(expand_browser_command(most + "%s%s", "A"), most + "A");
     EXPECT_TRUE(is_updater_copy_name("/a/myupdate.rlb"));
     EXPECT_FALSE(is_updater_copy_name(nullptr) || is_updater_copy_name("update.rlb/x"));
-    const ScratchDir dir;
-    const std::string program = ReadFile(UPDATER);
-    const std::pair<std::string, bool> copies[] = {
-        {std::string(program).replace(0x28, 8, 8, '\x7F'), false},  // has no sections
-        {std::string(program).replace(0x20, 8, 8, '\xFF'), true},   // has no segments
-        {"", true}};
-    for (const auto& [contents, truncated] : copies) {
-        WriteFile("copy", contents);
-        EXPECT_EQ(IsTruncatedElf("copy"), truncated) << contents.size();
-    }
 }
 
 }  // namespace

@@ -54,15 +54,4 @@ TEST_F(Documents, HaveTheServersWords) {
     close(fd);
 }
 
-TEST_F(Documents, HaveAPatch) {
-    for (const char* file : {"old", "patch", "new"}) {
-        std::string contents;
-        for (const std::string& line : Lines("patch-format.md", file)) contents += Bytes(line);
-        WriteFile(file, contents);
-    }
-    EXPECT_EQ(RunProgram({RELEASE_TOOL, "apply", "old", "patch", "result"}), 0);
-    EXPECT_EQ(ReadFile("result"), ReadFile("new"));
-    EXPECT_EQ(ReadFile("result"), "The red fox fox");
-}
-
 }  // namespace

@@ -34,12 +34,10 @@ template <typename Base>
 struct Called : Base {
     Called(EventLoop* loop, Handler handler) : Base(loop), call(std::move(handler)) {}
     void OnTimer(uint64_t) { call(); }
-    void OnPoll() { call(); }
 
     Handler call;
 };
 using Timer = Called<Timer_Event>;
-using Poll = Called<Poll_Event>;
 
 class Dispatcher : public testing::Test {
 protected:
@@ -79,18 +77,6 @@ TEST_F(Dispatcher, LetsTimersArmCancelAndDestroyTimers) {
     loop.Dispatch(0);
     EXPECT_EQ(doomed, nullptr);
     EXPECT_EQ(order, "aaa");
-}
-
-TEST_F(Dispatcher, PollsOnceAPassWhatIsStillRegisteredAndStopsBeforeTheNextEvent) {
-    Poll oldest(&loop, Note('o')), next(&loop, Unexpected);
-    Poll newest(&loop, [&] { next.Unregister(), newest.Unregister(); });
-    for (Poll* poll : {&oldest, &next, &newest}) poll->Register();
-    loop.Dispatch(0);
-    Source unserved(&loop, IO_READ, Unexpected), stopping(&loop, IO_READ, [&] { loop.Stop(3); });
-    EXPECT_EQ(loop.Run(), 3);
-    EXPECT_EQ(loop.Dispatch(0), 1) << "of the unserved one; later passes end likewise";
-    EXPECT_EQ(loop.Dispatch(1), 0);
-    EXPECT_EQ(order, "ooo") << "when stopped, Dispatch() polls and Run() does not";
 }
 
 TEST_F(Dispatcher, DeliversWritableFirstAndNothingTwiceOrToTheRemovedOrOutsideTheSets) {

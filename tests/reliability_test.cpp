@@ -96,38 +96,4 @@ TEST_F(Reliability, OfAPublishThatIsKilledAnywhere) {
     EXPECT_GT(KillEverywhere(publish, prepare, again), 10);
 }
 
-TEST_F(Reliability, OfASessionThatRunsOutOfRoomAnywhere) {
-    const char* const words[] = {"can't open ", "(probably a full harddrive)",
-                                 "Can't write halcyrix", "Your harddrive is full"};
-    Publish("1.0", FirstGame());
-    Publish("1.1", NextGame());
-    const ServingProgram server(StorePath(), "127.0.0.1");
-    bool enough = false;
-    int starts = 0;
-    for (size_t room = 30; !enough && !HasFailure(); room += 4000, ++starts) {
-        SCOPED_TRACE(std::to_string(room) + " bytes of room");
-        InstallDamaged();
-        {
-            const FileSizeLimit limit(room);
-            Session session;
-            session.StartGame();
-            enough = session.Run() >= 0;
-            for (const char* word : words) enough = enough && !session.log.Has(word);
-        }
-        if (enough) ExpectFinished();
-        EXPECT_TRUE(ReadFile("halcyrix.lfv").starts_with(kForeignRecord));
-        EXPECT_NE(ReadVersionRecord(0x9fcdf44f), "");
-        Session session;
-        session.StartGame();
-        EXPECT_GE(session.Run(), 0) << session.log.Text();
-        ExpectFinished();
-    }
-    EXPECT_GT(starts, 20);
-    const auto open = [](pid_t process) {
-        const fs::directory_iterator list("/proc/" + std::to_string(process) + "/fd");
-        return std::distance(list, {});
-    };
-    EXPECT_LT(open(getpid()) + open(server.Pid()), 30) << "no session leaves a descriptor behind";
-}
-
 }  // namespace

@@ -217,12 +217,9 @@ TEST_F(ServeTest, BelievesTheHeadersOfItsProxiesAlone) {
         {binary + "\x21\x21\0\x24"s + std::string(36, 'x'), 52, ""},
         {"PROXY UNKNOWN" + std::string(92, 'x') + "\r\n", -1, ""},
         {"PROXY UNKNOWN " + std::string(91, 'x') + "\r\n", 107, ""},
-        {"PROXY TCP6 ::1 ::1 258 21024\r\n", 30, ""},
         {text + " more\r\n", -1, ""},
-        {"PROXY TCP4 10.1.2.3 127.0.0.1 258\r\n", -1, ""},
         {"PROXY TCP4 10.1.2.3 127.0.0.1 65536 21024\r\n", -1, ""},
         {binary + "\x21\x11\0\xb"s + ends, -1, ""},
-        {binary + "\x22\x11\0\xc"s + ends, -1, ""},
         {binary + "\x21\x11\x8\0"s + ends, -1, ""},
         {"\0\5PVERA"s, -1, ""},
     };
@@ -300,14 +297,10 @@ TEST_F(ServeTest, HasItsLimitsAndTellsThemInItsMetrics) {
 
     Awaiting("the browser");
     std::string shown;
-    const Words browser = {"chromium",
-                           "--headless",
-                           "--no-sandbox",
-                           "--virtual-time-budget=5000",
-                           "--dump-dom",
-                           "--user-data-dir=../browser",
-                           "http://127.0.0.1:9100/"};
-    if (RunProgram(browser, &shown) == 127) GTEST_SKIP() << "there is no chromium";
+    const char* const browser =
+        "chromium --headless --no-sandbox --virtual-time-budget=5000 --dump-dom "
+        "--user-data-dir=../browser http://127.0.0.1:9100/";
+    if (RunProgram({"sh", "-c", browser}, &shown) == 127) GTEST_SKIP() << "there is no chromium";
     for (const char* part :
          {"\"clients\">3 of 3<", "\"line\">0<",
           ">Damaged and passed over: ", "/000007/manifest: ", "<td>negotiating</td><td>1<",
