@@ -1,6 +1,5 @@
 // Opens the manual in the player's browser.
-#ifndef HALCYRIX_APP_BROWSER_H
-#define HALCYRIX_APP_BROWSER_H
+#pragma once
 
 #include <gtk/gtk.h>
 
@@ -23,5 +22,3 @@ void sighandler(int signo);
 
 // A GTK timeout: tells the player of a failed browser start. Always returns TRUE.
 gboolean gtkidlehandler(gpointer data);
-
-#endif

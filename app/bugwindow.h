@@ -1,6 +1,5 @@
 // The crash reporter's window and what its buttons do.
-#ifndef HALCYRIX_APP_BUGWINDOW_H
-#define HALCYRIX_APP_BUGWINDOW_H
+#pragma once
 
 #include <gtk/gtk.h>
 
@@ -13,5 +12,3 @@ GtkWidget* create_bugwindow();
 
 // Builds the window for an explanation of the report. It has no text, and nothing opens it.
 GtkWidget* create_bughelp();
-
-#endif

@@ -1,6 +1,5 @@
 // The face of the main window to the rest of the program.
-#ifndef HALCYRIX_APP_GUI_LOG_H
-#define HALCYRIX_APP_GUI_LOG_H
+#pragma once
 
 #include <cstdint>
 
@@ -40,5 +39,3 @@ void console_print(const char* text);
 
 // Ends the console's last line if the text so far has not.
 void console_begin_line();
-
-#endif

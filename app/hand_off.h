@@ -3,8 +3,7 @@
 //
 // Each start of the copy is noted in a file beside it, and the copy removes the notes when it shows
 // its window. So a copy that never does is found out, and given up until it is replaced.
-#ifndef HALCYRIX_APP_HAND_OFF_H
-#define HALCYRIX_APP_HAND_OFF_H
+#pragma once
 
 #include <string>
 
@@ -30,5 +29,3 @@ void forget_starts();
 // Writes the copy in the working directory through to the disk. A power cut could otherwise damage
 // it, and every start would hand on to it.
 void sync_copy();
-
-#endif

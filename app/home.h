@@ -1,6 +1,5 @@
 // The game's home directory, where the player's files are. Nothing here has a length limit.
-#ifndef HALCYRIX_APP_HOME_H
-#define HALCYRIX_APP_HOME_H
+#pragma once
 
 #include <string>
 
@@ -28,5 +27,3 @@ EnteredHome enter_game_home();
 // user who may read the directory can take it.
 bool lock_game_home();
 void unlock_game_home();
-
-#endif

@@ -1,6 +1,5 @@
 // The updater's window and what its buttons do.
-#ifndef HALCYRIX_APP_MAINWINDOW_H
-#define HALCYRIX_APP_MAINWINDOW_H
+#pragma once
 
 #include <gtk/gtk.h>
 
@@ -19,5 +18,3 @@ GtkWidget* create_mainwindow();
 
 // Sets the variables above to the widgets of the window.
 void keep_widgets(GtkWidget* window);
-
-#endif

@@ -1,9 +1,6 @@
 // Messages to the player in dialogs.
-#ifndef HALCYRIX_APP_MESSAGE_BOX_H
-#define HALCYRIX_APP_MESSAGE_BOX_H
+#pragma once
 
 // Shows a text in a dialog with a Close button and returns at once. The dialog is not modal and
 // fits on the screen; its text can be selected. Invalid bytes show as U+FFFD.
 void message_box(const char* text, const char* title);
-
-#endif

@@ -1,6 +1,5 @@
 // The programs that this one becomes.
-#ifndef HALCYRIX_APP_PROGRAMS_H
-#define HALCYRIX_APP_PROGRAMS_H
+#pragma once
 
 #include <initializer_list>
 
@@ -10,5 +9,3 @@ constexpr unsigned kProgramMode = 0755;
 // Replaces this process by the program at `path`. The arguments begin with its name; signals are
 // set to their defaults. On failure it returns with the signals as they were.
 void become(const char* path, std::initializer_list<const char*> arguments);
-
-#endif

@@ -1,6 +1,5 @@
 // The running updater: its client, and the order of the sessions.
-#ifndef HALCYRIX_APP_UPDATER_H
-#define HALCYRIX_APP_UPDATER_H
+#pragma once
 
 #include "app/gui_log.h"
 #include "update/update_client.h"
@@ -17,5 +16,3 @@ extern bool self_update_pending;
 // updater works in the directory, the session waits. Called once, with the main window built;
 // returns at once.
 void start_updater(int selfUpdate);
-
-#endif

@@ -1,6 +1,5 @@
 // Building blocks of the windows, and the lookup of their widgets.
-#ifndef HALCYRIX_APP_WIDGETS_H
-#define HALCYRIX_APP_WIDGETS_H
+#pragma once
 
 #include <gtk/gtk.h>
 
@@ -34,5 +33,3 @@ GtkWidget* new_scrolled_window(GtkWidget* window, const char* name);
 GtkWidget* new_text_view(GtkWidget* window, const char* name, GtkWidget* scrolledWindow);
 GtkWidget* new_button_box(GtkWidget* window, const char* name);
 GtkWidget* new_button(GtkWidget* window, const char* name, GtkWidget* box, const char* label);
-
-#endif

@@ -1,7 +1,6 @@
 // The window and the network in one thread: the dispatcher runs inside the GTK main loop, and long
 // work lets GTK process its events.
-#ifndef HALCYRIX_APP_WINDOW_EVENTS_H
-#define HALCYRIX_APP_WINDOW_EVENTS_H
+#pragma once
 
 #include <gtk/gtk.h>
 
@@ -34,5 +33,3 @@ void request_quit();
 
 // Ends the program if that has been requested.
 void quit_if_requested();
-
-#endif

@@ -1,6 +1,5 @@
 // The contents of a crash report: a query for the request line, and a body with the game's files.
-#ifndef HALCYRIX_BUGREPORT_REPORT_H
-#define HALCYRIX_BUGREPORT_REPORT_H
+#pragma once
 
 #include <string>
 
@@ -15,5 +14,3 @@ std::string ReportBody(const char* description);
 // else the first 1024 and the last 7168 bytes. Contents end at their first NUL. A file that is
 // missing or not regular gives "(no file)".
 std::string AppendReportFile(std::string text, const char* path);
-
-#endif

@@ -1,6 +1,5 @@
 // Looks at bytes, several at a time.
-#ifndef HALCYRIX_DELTA_BYTES_H
-#define HALCYRIX_DELTA_BYTES_H
+#pragma once
 
 #include <bit>
 #include <cstddef>
@@ -37,5 +36,3 @@ inline uint64_t HashOfWindow(const uint8_t* window) {
                            std::rotl(Load64(window + 4), 29) * 0xC2B2AE3D27D4EB4Fu;
     return (mixed ^ mixed >> 32) * 0xD6E8FEB86659FD93u;
 }
-
-#endif

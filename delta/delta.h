@@ -1,6 +1,5 @@
 // The making of patches (lib/patch_format.h).
-#ifndef HALCYRIX_DELTA_DELTA_H
-#define HALCYRIX_DELTA_DELTA_H
+#pragma once
 
 #include <cstddef>
 #include <cstdint>
@@ -36,5 +35,3 @@ uint64_t PatchMemory(uint64_t old_size, uint64_t new_size);
 // does not, `error` says why.
 [[nodiscard]] bool VerifyPatch(const std::string& old_path, const std::string& new_path,
                                const std::string& patch, std::string* error);
-
-#endif

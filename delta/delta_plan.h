@@ -1,6 +1,5 @@
 // The choice of a patch's commands.
-#ifndef HALCYRIX_DELTA_DELTA_PLAN_H
-#define HALCYRIX_DELTA_DELTA_PLAN_H
+#pragma once
 
 #include <cstddef>
 #include <cstdint>
@@ -25,5 +24,3 @@ struct DeltaSources {
 // copies, the gap, are covered by literals and short copies so that the commands take the fewest
 // bytes. A copy costs the same at any length, so only the longest match at each byte matters.
 void PlanStretch(const DeltaSources& sources, size_t begin, size_t end, PatchWriter* writer);
-
-#endif

@@ -1,6 +1,5 @@
 // Where in the old contents to look for what long matches leave.
-#ifndef HALCYRIX_DELTA_GAP_RANGES_H
-#define HALCYRIX_DELTA_GAP_RANGES_H
+#pragma once
 
 #include <cstddef>
 #include <cstdint>
@@ -14,5 +13,3 @@
 // contents, or when there are no matches. Takes some ten bytes of memory for each in a gap.
 std::vector<Range> GapRanges(const std::vector<LongMatch>& matches, const uint8_t* old,
                              size_t oldSize, const uint8_t* contents, size_t size);
-
-#endif

@@ -5,8 +5,7 @@
 // D. McIlroy, "Data Compression Using Long Common Strings" (1999). What that leaves is small, and
 // suffixes need to be sorted only where the rest of the edits are: near the gaps between the
 // matches, and where no match is.
-#ifndef HALCYRIX_DELTA_LONG_MATCHES_H
-#define HALCYRIX_DELTA_LONG_MATCHES_H
+#pragma once
 
 #include <cstddef>
 #include <cstdint>
@@ -27,5 +26,3 @@ struct LongMatch {
 // of them; else none. Takes up to half a byte of memory for each byte of the old contents, and as
 // much again for the new ones.
 std::vector<LongMatch> LongMatches(const MappedFile& from, MappedFile* to);
-
-#endif

@@ -1,6 +1,5 @@
 // The search for stretches of new contents in the old ones.
-#ifndef HALCYRIX_DELTA_MATCH_FINDER_H
-#define HALCYRIX_DELTA_MATCH_FINDER_H
+#pragma once
 
 #include <array>
 #include <cstddef>
@@ -80,5 +79,3 @@ private:
     std::vector<Block> m_blocks;
     std::vector<uint64_t> m_filter;  // has the windows that begin at even offsets
 };
-
-#endif

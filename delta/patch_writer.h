@@ -1,6 +1,5 @@
 // The writing end of the patch format.
-#ifndef HALCYRIX_DELTA_PATCH_WRITER_H
-#define HALCYRIX_DELTA_PATCH_WRITER_H
+#pragma once
 
 #include <cstddef>
 #include <cstdint>
@@ -52,5 +51,3 @@ private:
     std::deque<Command> m_commands;  // grows without being moved
     uint64_t m_size = kPatchEndOfPassSize;
 };
-
-#endif

@@ -1,6 +1,5 @@
 // Several threads that share a piece of work.
-#ifndef HALCYRIX_DELTA_THREADS_H
-#define HALCYRIX_DELTA_THREADS_H
+#pragma once
 
 #include <cstddef>
 #include <functional>
@@ -11,5 +10,3 @@ size_t ThreadsFor(size_t wanted);
 // Runs `work` in `count` threads, one of which is the caller's, and returns when all are done. When
 // the system gives fewer threads, those do the work.
 void RunInThreads(size_t count, const std::function<void()>& work);
-
-#endif

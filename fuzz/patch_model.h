@@ -1,6 +1,5 @@
 // The patch format once more, with strings.
-#ifndef HALCYRIX_FUZZ_PATCH_MODEL_H
-#define HALCYRIX_FUZZ_PATCH_MODEL_H
+#pragma once
 
 #include <cstdint>
 #include <optional>
@@ -54,5 +53,3 @@ inline std::optional<std::string> Model(std::string current, const std::string& 
     }
     return output.empty() ? current : output;
 }
-
-#endif

@@ -1,6 +1,5 @@
 // The one 32-bit checksum of the system: file contents, resume tails and version record keys.
-#ifndef HALCYRIX_LIB_CHECKSUM_H
-#define HALCYRIX_LIB_CHECKSUM_H
+#pragma once
 
 #include <cstdint>
 #include <span>
@@ -39,5 +38,3 @@ struct FileContents {
 // Computes the checksums of several files at once. Within one chain each step waits for the one
 // before; interleaving chains takes a quarter of the time. Consumes data and length.
 void ChecksumFiles(std::span<FileContents> files);
-
-#endif

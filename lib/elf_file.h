@@ -1,6 +1,5 @@
 // ELF programs: the part of their format that the updater and the maker's tool share.
-#ifndef HALCYRIX_LIB_ELF_FILE_H
-#define HALCYRIX_LIB_ELF_FILE_H
+#pragma once
 
 #include <cstdint>
 #include <string>
@@ -13,5 +12,3 @@ constexpr uint32_t kUpdaterNoteType = 1;
 // True for an incomplete program and for an empty file. The system would start most of these, and
 // they would crash. False for any other file and for one that cannot be read.
 bool IsTruncatedElf(const std::string& path);
-
-#endif

@@ -2,8 +2,7 @@
 //
 // A read error counts as the end of the file. Files are below 4 GiB. FILE* overloads use pread()
 // and ignore the stream's position.
-#ifndef HALCYRIX_LIB_FILE_HELPERS_H
-#define HALCYRIX_LIB_FILE_HELPERS_H
+#pragma once
 
 #include <cstdint>
 #include <cstdio>
@@ -41,5 +40,3 @@ void ReadAhead(FILE* file);
 
 // Creates every directory named before the last slash. Ignores errors; opening the file shows them.
 void MakePath(const std::string& path);
-
-#endif

@@ -1,6 +1,5 @@
 // Comparing local files with the expected length and checksum.
-#ifndef HALCYRIX_LIB_LOCAL_FILE_CHECK_H
-#define HALCYRIX_LIB_LOCAL_FILE_CHECK_H
+#pragma once
 
 #include <array>
 #include <chrono>
@@ -51,5 +50,3 @@ struct ExpectedFile {
 // opening takes at most half of that time. Returns the number of files checked, at least 1.
 // CheckLocalFile() says what is wrong with one that is not good.
 size_t CheckTogether(std::span<ExpectedFile> files, std::chrono::steady_clock::time_point until);
-
-#endif

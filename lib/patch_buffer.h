@@ -1,6 +1,5 @@
 // The interpreter of patches.
-#ifndef HALCYRIX_LIB_PATCH_BUFFER_H
-#define HALCYRIX_LIB_PATCH_BUFFER_H
+#pragma once
 
 #include <cstdint>
 #include <string>
@@ -29,5 +28,3 @@ private:
     Stream patchFile;
     uint64_t m_extraSpans = 0;  // beyond one per command
 };
-
-#endif

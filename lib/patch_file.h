@@ -1,6 +1,5 @@
 // Applying a patch to an installed file.
-#ifndef HALCYRIX_LIB_PATCH_FILE_H
-#define HALCYRIX_LIB_PATCH_FILE_H
+#pragma once
 
 #include <string>
 
@@ -11,5 +10,3 @@
 // target cannot be deleted.
 [[nodiscard]] bool PatchFile(const std::string& target, const std::string& patch_path,
                              ProgressIndicator* progress);
-
-#endif

@@ -6,8 +6,7 @@
 //   R                    end of pass: an output that is not empty becomes the current contents
 //
 // The current contents are at first the old file.
-#ifndef HALCYRIX_LIB_PATCH_FORMAT_H
-#define HALCYRIX_LIB_PATCH_FORMAT_H
+#pragma once
 
 #include <cstdint>
 
@@ -26,5 +25,3 @@ constexpr uint64_t kMaxPatchedSize = 0xFFFFFFFF;
 // time; without a bound a few bytes could ask for any amount of memory and time. A span takes 80
 // bytes, so a patch of n commands takes at most 80 * (n + kMaxPatchSpans) bytes.
 constexpr uint64_t kMaxPatchSpans = 2 * 1024 * 1024;
-
-#endif

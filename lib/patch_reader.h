@@ -1,6 +1,5 @@
 // The commands of a patch file, one after the other.
-#ifndef HALCYRIX_LIB_PATCH_READER_H
-#define HALCYRIX_LIB_PATCH_READER_H
+#pragma once
 
 #include <cstdint>
 #include <cstdio>
@@ -34,5 +33,3 @@ private:
     uint64_t m_size;
     uint64_t m_position = 0;
 };
-
-#endif

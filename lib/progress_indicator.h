@@ -1,6 +1,5 @@
 // What long work reports to.
-#ifndef HALCYRIX_LIB_PROGRESS_INDICATOR_H
-#define HALCYRIX_LIB_PROGRESS_INDICATOR_H
+#pragma once
 
 #include <cstdint>
 
@@ -30,5 +29,3 @@ public:
         }
     }
 };
-
-#endif

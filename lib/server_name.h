@@ -1,6 +1,5 @@
 // A server's names of files: a component, a slash and the path below the home directory.
-#ifndef HALCYRIX_LIB_SERVER_NAME_H
-#define HALCYRIX_LIB_SERVER_NAME_H
+#pragma once
 
 #include <cstddef>
 #include <string>
@@ -20,5 +19,3 @@ bool IsPathInside(const std::string& path);
 // Whether a server's name and its local path are both inside and not empty, and the local path is
 // not kStartNotes.
 bool IsSafeServerName(const std::string& name);
-
-#endif

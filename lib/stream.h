@@ -1,6 +1,5 @@
 // Standard I/O streams with an owner, opened close-on-exec.
-#ifndef HALCYRIX_LIB_STREAM_H
-#define HALCYRIX_LIB_STREAM_H
+#pragma once
 
 #include <cstddef>
 #include <cstdint>
@@ -34,5 +33,3 @@ void MoveTo(FILE* stream, uint64_t offset);
 
 // The size of the stream's file, without unwritten buffers.
 int64_t StreamSize(FILE* stream);
-
-#endif

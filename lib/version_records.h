@@ -3,8 +3,7 @@
 // One record a line, "%08lx %s\n": the key of a component set and its version, a word of at most
 // 117 characters. The record of key 0 is the default. A line that begins with "v" is the version of
 // every set.
-#ifndef HALCYRIX_LIB_VERSION_RECORDS_H
-#define HALCYRIX_LIB_VERSION_RECORDS_H
+#pragma once
 
 #include <cstdint>
 #include <list>
@@ -23,5 +22,3 @@ std::string ReadVersionRecord(uint32_t key);
 // written, the old one stays and a log line says so. A crash between deleting the old file and
 // renaming the new one leaves no record; the next session then verifies every file.
 void WriteVersionRecord(uint32_t key, const std::string& version);
-
-#endif

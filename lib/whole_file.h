@@ -1,6 +1,5 @@
 // Files as wholes: read, written, compared, copied, mapped.
-#ifndef HALCYRIX_LIB_WHOLE_FILE_H
-#define HALCYRIX_LIB_WHOLE_FILE_H
+#pragma once
 
 #include <cstddef>
 #include <cstdint>
@@ -47,5 +46,3 @@ private:
     const uint8_t* m_data = nullptr;
     size_t m_size = 0;
 };
-
-#endif

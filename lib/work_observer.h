@@ -1,6 +1,5 @@
 // Long work on files reports to this. Calls come from any thread.
-#ifndef HALCYRIX_LIB_WORK_OBSERVER_H
-#define HALCYRIX_LIB_WORK_OBSERVER_H
+#pragma once
 
 #include <cstdint>
 #include <string>
@@ -17,5 +16,3 @@ public:
     // This many more bytes of the step are done. Must be cheap.
     virtual void Done(uint64_t /*bytes*/) {}
 };
-
-#endif

@@ -1,6 +1,5 @@
 // The game log, through which every part of the program reports what it does.
-#ifndef HALCYRIX_LOG_GAMELOG_H
-#define HALCYRIX_LOG_GAMELOG_H
+#pragma once
 
 #include <concepts>
 #include <cstdarg>
@@ -57,5 +56,3 @@ public:
 // The one log in use, not owned. Null until the updater starts up, and always in the crash
 // reporter. Nothing may log while it is null.
 extern GameLog* gamelog;
-
-#endif

@@ -1,6 +1,5 @@
 // The event dispatcher: descriptors, timers and polls, served by passes over select().
-#ifndef HALCYRIX_NET_EVENT_LOOP_H
-#define HALCYRIX_NET_EVENT_LOOP_H
+#pragma once
 
 #include <sys/select.h>
 
@@ -143,5 +142,3 @@ private:
     uint32_t m_stop = 0;
     int32_t m_exitCode = 0;
 };
-
-#endif

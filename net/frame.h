@@ -1,6 +1,5 @@
 // The frame of a packet on the wire: a two-byte big-endian payload length, then the payload.
-#ifndef HALCYRIX_NET_FRAME_H
-#define HALCYRIX_NET_FRAME_H
+#pragma once
 
 #include <cstddef>
 #include <cstdint>
@@ -18,5 +17,3 @@ inline void PutFrameHeader(uint8_t* frame, int payloadLength) {
 inline int FramePayloadLength(const uint8_t* frame) {
     return frame[0] * 256 + frame[1];
 }
-
-#endif

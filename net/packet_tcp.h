@@ -1,6 +1,5 @@
 // A TCP connection that carries packets, each in a frame (net/frame.h).
-#ifndef HALCYRIX_NET_PACKET_TCP_H
-#define HALCYRIX_NET_PACKET_TCP_H
+#pragma once
 
 #include <cstdint>
 
@@ -51,5 +50,3 @@ private:
     int32_t m_rxLen = 0;
     uint32_t m_connection = 0;  // counts calls of Connect()
 };
-
-#endif

@@ -1,6 +1,5 @@
 // A non-blocking IPv4 TCP socket that is a source of descriptor events.
-#ifndef HALCYRIX_NET_TCP_H
-#define HALCYRIX_NET_TCP_H
+#pragma once
 
 #include <netinet/in.h>
 
@@ -37,5 +36,3 @@ void SetNonBlocking(int fd);
 // Sends small packets at once. Some requests have no reply and must not wait for an acknowledgement
 // of the one before.
 void SetNoDelay(int fd);
-
-#endif

@@ -1,6 +1,5 @@
 // A listening TCP socket.
-#ifndef HALCYRIX_NET_TCP_LISTEN_H
-#define HALCYRIX_NET_TCP_LISTEN_H
+#pragma once
 
 #include <cstdint>
 
@@ -20,5 +19,3 @@ public:
 protected:
     sockaddr_in m_bindAddr{};
 };
-
-#endif

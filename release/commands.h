@@ -1,6 +1,5 @@
 // The commands of halcyrix-release, each a function of what the command line says.
-#ifndef HALCYRIX_RELEASE_COMMANDS_H
-#define HALCYRIX_RELEASE_COMMANDS_H
+#pragma once
 
 #include <cstddef>
 #include <cstdio>
@@ -36,5 +35,3 @@ ExitStatus Diff(const std::string& from, const std::string& to, const std::strin
                 size_t jobs);
 ExitStatus Apply(const std::string& from, const std::string& patch, const std::string& result);
 ExitStatus Show(const std::string& patch);
-
-#endif

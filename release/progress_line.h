@@ -1,6 +1,5 @@
 // The progress of long work, for people.
-#ifndef HALCYRIX_RELEASE_PROGRESS_LINE_H
-#define HALCYRIX_RELEASE_PROGRESS_LINE_H
+#pragma once
 
 #include <atomic>
 #include <chrono>
@@ -48,5 +47,3 @@ private:
     bool m_drawn = false;
     std::thread m_thread;  // runs Redraw(); none without a terminal
 };
-
-#endif

@@ -1,6 +1,5 @@
 // IPv4 addresses: their texts, and how many clients each has.
-#ifndef HALCYRIX_SERVE_ADDRESSES_H
-#define HALCYRIX_SERVE_ADDRESSES_H
+#pragma once
 
 #include <netinet/in.h>
 
@@ -31,5 +30,3 @@ public:
 private:
     std::unordered_map<in_addr_t, int> m_clients;
 };
-
-#endif

@@ -1,6 +1,5 @@
 // One client of the update server.
-#ifndef HALCYRIX_SERVE_CLIENT_SESSION_H
-#define HALCYRIX_SERVE_CLIENT_SESSION_H
+#pragma once
 
 #include <netinet/in.h>
 
@@ -88,5 +87,3 @@ private:
     uint64_t m_bytesCounted = 0;  // of those sent, in the server's counts
     uint64_t m_bytesWatched = 0;  // of those sent, when the rate was looked at
 };
-
-#endif

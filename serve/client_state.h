@@ -1,6 +1,5 @@
 // The states of a session, and the causes that end one.
-#ifndef HALCYRIX_SERVE_CLIENT_STATE_H
-#define HALCYRIX_SERVE_CLIENT_STATE_H
+#pragma once
 
 enum ClientState {
     CONNECTED,    // nothing has been said
@@ -54,5 +53,3 @@ inline constexpr EndingWords kEndingWords[kEndings] = {
     {"over_share", "its address has its share"},
     {"no_proxy_header", "no PROXY header"},
 };
-
-#endif

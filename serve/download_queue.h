@@ -1,6 +1,5 @@
 // Who may download now, and who waits.
-#ifndef HALCYRIX_SERVE_DOWNLOAD_QUEUE_H
-#define HALCYRIX_SERVE_DOWNLOAD_QUEUE_H
+#pragma once
 
 #include <chrono>
 #include <cstddef>
@@ -68,5 +67,3 @@ private:
     size_t m_roundPlace = 0;                            // how many of those are still in the line
     std::deque<std::chrono::milliseconds> m_durations;  // of the latest downloads
 };
-
-#endif

@@ -1,6 +1,5 @@
 // The stream of a session's downloads.
-#ifndef HALCYRIX_SERVE_DOWNLOAD_STREAM_H
-#define HALCYRIX_SERVE_DOWNLOAD_STREAM_H
+#pragma once
 
 #include <cstdint>
 #include <map>
@@ -52,5 +51,3 @@ private:
     Stream m_file;             // of the current download, once its header has been sent
     uint32_t m_remaining = 0;  // of its data
 };
-
-#endif

@@ -1,6 +1,5 @@
 // Additions to libevent: owners, the clock, listening, frames.
-#ifndef HALCYRIX_SERVE_EVENT_TOOLS_H
-#define HALCYRIX_SERVE_EVENT_TOOLS_H
+#pragma once
 
 #include <event2/buffer.h>
 #include <event2/bufferevent.h>
@@ -57,5 +56,3 @@ inline void AddPacket(evbuffer* output, std::string_view payload) {
     char frame[kMaxFrame];
     evbuffer_add(output, frame, PutPacket(frame, payload));
 }
-
-#endif

@@ -1,6 +1,5 @@
 // Answers HTTP requests for the server's metrics, and for a page that shows them.
-#ifndef HALCYRIX_SERVE_HTTP_MONITOR_H
-#define HALCYRIX_SERVE_HTTP_MONITOR_H
+#pragma once
 
 #include <functional>
 #include <list>
@@ -32,5 +31,3 @@ private:
     Owned<evconnlistener> m_listener;
     std::list<Owned<bufferevent>> m_connections;  // oldest first
 };
-
-#endif

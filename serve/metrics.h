@@ -1,6 +1,5 @@
 // What a server counts, and how it tells its operators.
-#ifndef HALCYRIX_SERVE_METRICS_H
-#define HALCYRIX_SERVE_METRICS_H
+#pragma once
 
 #include <array>
 #include <chrono>
@@ -36,5 +35,3 @@ struct ServerCounts {
 
 // In the text format of Prometheus.
 std::string FormatMetrics(const ServerCounts& counts, const Store& store);
-
-#endif

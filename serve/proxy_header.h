@@ -1,7 +1,6 @@
 // The header of the PROXY protocol, version 1 or 2: by it a balancer names the client of a
 // connection.
-#ifndef HALCYRIX_SERVE_PROXY_HEADER_H
-#define HALCYRIX_SERVE_PROXY_HEADER_H
+#pragma once
 
 #include <netinet/in.h>
 
@@ -16,5 +15,3 @@ struct ProxyHeader {
 };
 // Null when `data` cannot begin with a header.
 std::optional<ProxyHeader> ParseProxyHeader(std::string_view data);
-
-#endif

@@ -1,6 +1,5 @@
 // The server's log.
-#ifndef HALCYRIX_SERVE_SERVER_LOG_H
-#define HALCYRIX_SERVE_SERVER_LOG_H
+#pragma once
 
 #include <cstddef>
 #include <string>
@@ -29,5 +28,3 @@ private:
     std::string m_first;
     size_t m_count = 0;
 };
-
-#endif

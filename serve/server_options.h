@@ -1,6 +1,5 @@
 // What the operator sets of a server.
-#ifndef HALCYRIX_SERVE_SERVER_OPTIONS_H
-#define HALCYRIX_SERVE_SERVER_OPTIONS_H
+#pragma once
 
 #include <chrono>
 #include <cstdint>
@@ -28,5 +27,3 @@ struct ServerOptions {
     Milliseconds rateWindow{60'000};     // over which minRate is an average
     Milliseconds ackLimit{60'000};       // without an acknowledgement
 };
-
-#endif

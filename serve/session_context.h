@@ -1,6 +1,5 @@
 // What the sessions of a server share.
-#ifndef HALCYRIX_SERVE_SESSION_CONTEXT_H
-#define HALCYRIX_SERVE_SESSION_CONTEXT_H
+#pragma once
 
 #include <functional>
 #include <list>
@@ -44,5 +43,3 @@ struct SessionContext {
     std::vector<AddressRange> proxies;
     std::function<void(ClientSession*)> destroy;  // for a session that has ended
 };
-
-#endif

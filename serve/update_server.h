@@ -1,6 +1,5 @@
 // The update server: any number of clients, served from a store.
-#ifndef HALCYRIX_SERVE_UPDATE_SERVER_H
-#define HALCYRIX_SERVE_UPDATE_SERVER_H
+#pragma once
 
 #include <memory>
 #include <string>
@@ -47,5 +46,3 @@ private:
     unsigned m_ticks = 0;
     std::unordered_map<evutil_socket_t, ClientSession> m_sessions;
 };
-
-#endif

@@ -1,6 +1,5 @@
 // The check of a whole store.
-#ifndef HALCYRIX_STORE_CHECKER_H
-#define HALCYRIX_STORE_CHECKER_H
+#pragma once
 
 #include <cstdint>
 #include <string>
@@ -19,5 +18,3 @@ struct CheckReport {
 // Compares every file of every release with its manifest, by length and checksum. Also finds files
 // that are in no manifest, and numbers and versions that are used twice.
 CheckReport CheckStore(const std::string& directory, WorkObserver* observer);
-
-#endif

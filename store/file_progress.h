@@ -1,6 +1,5 @@
 // The progress of reading a file, as part of longer work.
-#ifndef HALCYRIX_STORE_FILE_PROGRESS_H
-#define HALCYRIX_STORE_FILE_PROGRESS_H
+#pragma once
 
 #include <cstdint>
 #include <string>
@@ -32,5 +31,3 @@ private:
     WorkObserver* m_observer;
     uint64_t m_left;
 };
-
-#endif

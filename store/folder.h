@@ -1,6 +1,5 @@
 // Folders on the disk.
-#ifndef HALCYRIX_STORE_FOLDER_H
-#define HALCYRIX_STORE_FOLDER_H
+#pragma once
 
 #include <filesystem>
 #include <string>
@@ -13,5 +12,3 @@
 
 // Whether the path is that of the folder or of something below it. Both must be canonical.
 bool IsBelow(const std::filesystem::path& path, const std::filesystem::path& folder);
-
-#endif

@@ -1,6 +1,5 @@
 // The forecast of what players download for a release.
-#ifndef HALCYRIX_STORE_FORECAST_H
-#define HALCYRIX_STORE_FORECAST_H
+#pragma once
 
 #include <cstddef>
 #include <cstdint>
@@ -17,5 +16,3 @@ struct UpdateForecast {
     uint64_t patchedBytes = 0;  // the same, but of the patch where there is one
 };
 UpdateForecast ForecastUpdate(const Release& from, const Release& to);
-
-#endif

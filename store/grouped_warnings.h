@@ -1,6 +1,5 @@
 // Warnings, grouped by their fault.
-#ifndef HALCYRIX_STORE_GROUPED_WARNINGS_H
-#define HALCYRIX_STORE_GROUPED_WARNINGS_H
+#pragma once
 
 #include <cstddef>
 #include <map>
@@ -29,5 +28,3 @@ public:
 private:
     std::map<std::string, std::vector<std::string>> m_names;
 };
-
-#endif

@@ -14,8 +14,7 @@
 // then the version that it starts from, and the name of the file that it makes. Components, files
 // and patches are sorted by name, patches of one file by version. Indexes count up from the first.
 // The last line has the checksum of all bytes before it.
-#ifndef HALCYRIX_STORE_MANIFEST_H
-#define HALCYRIX_STORE_MANIFEST_H
+#pragma once
 
 #include <cstdint>
 #include <string>
@@ -69,5 +68,3 @@ std::string FormatManifest(const Manifest& manifest);
 // False, with the reason in `error`, when the checksum, a line, a name, an index or the order of
 // the entries is wrong.
 [[nodiscard]] bool ParseManifest(const std::string& text, Manifest* manifest, std::string* error);
-
-#endif

@@ -1,6 +1,5 @@
 // The names that versions, components and files of a release may have.
-#ifndef HALCYRIX_STORE_NAMES_H
-#define HALCYRIX_STORE_NAMES_H
+#pragma once
 
 #include <cstddef>
 #include <string>
@@ -24,5 +23,3 @@ std::string VersionFault(const std::string& version);
 std::string ComponentFault(const std::string& component);
 // `name` is "component/path". Names of the updater's own files are refused, too.
 std::string FileNameFault(const std::string& name);
-
-#endif

@@ -1,6 +1,5 @@
 // Makes many patches, several at a time.
-#ifndef HALCYRIX_STORE_PATCH_JOBS_H
-#define HALCYRIX_STORE_PATCH_JOBS_H
+#pragma once
 
 #include <cstddef>
 #include <cstdint>
@@ -32,5 +31,3 @@ struct PatchLimits {
 // in `error`, when a file cannot be read or written. A job without a patch is no error.
 [[nodiscard]] bool RunPatchJobs(std::vector<PatchJob>* jobs, const PatchLimits& limits,
                                 WorkObserver* observer, std::string* error);
-
-#endif

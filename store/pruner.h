@@ -1,6 +1,5 @@
 // Chooses the releases that pruning removes.
-#ifndef HALCYRIX_STORE_PRUNER_H
-#define HALCYRIX_STORE_PRUNER_H
+#pragma once
 
 #include <cstddef>
 #include <memory>
@@ -13,5 +12,3 @@
 // is never superseded, so clients are given the same as before.
 std::vector<std::shared_ptr<const Release>> SupersededReleases(
     const std::vector<std::shared_ptr<const Release>>& releases, size_t keep);
-
-#endif

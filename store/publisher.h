@@ -1,6 +1,5 @@
 // Makes a release.
-#ifndef HALCYRIX_STORE_PUBLISHER_H
-#define HALCYRIX_STORE_PUBLISHER_H
+#pragma once
 
 #include <cstddef>
 #include <memory>
@@ -89,5 +88,3 @@ private:
     uint64_t m_diskBytes = 0;
     std::shared_ptr<const Release> m_release;
 };
-
-#endif

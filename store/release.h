@@ -1,6 +1,5 @@
 // One published release.
-#ifndef HALCYRIX_STORE_RELEASE_H
-#define HALCYRIX_STORE_RELEASE_H
+#pragma once
 
 #include <cstdint>
 #include <memory>
@@ -59,5 +58,3 @@ private:
 
 // The name of a patch's file below the release's patches folder.
 std::string PatchFileName(uint32_t index);
-
-#endif

@@ -1,6 +1,5 @@
 // The files that a release is made from.
-#ifndef HALCYRIX_STORE_RELEASE_SOURCES_H
-#define HALCYRIX_STORE_RELEASE_SOURCES_H
+#pragma once
 
 #include <string>
 #include <vector>
@@ -44,5 +43,3 @@ private:
     std::vector<std::vector<SourceFile>> m_trees;  // of each component
     std::vector<ReleaseSource> m_files;
 };
-
-#endif

@@ -1,6 +1,5 @@
 // Lists the maker's files.
-#ifndef HALCYRIX_STORE_SOURCE_TREE_H
-#define HALCYRIX_STORE_SOURCE_TREE_H
+#pragma once
 
 #include <sys/stat.h>
 
@@ -21,5 +20,3 @@ bool IsSameTree(const std::vector<SourceFile>& before, const std::vector<SourceF
 // Lists the files below a directory, sorted by path. Puts a line in `problems` for whatever cannot
 // be read, or is neither a directory, a regular file nor a link to a regular file.
 std::vector<SourceFile> ScanTree(const std::string& directory, std::vector<std::string>* problems);
-
-#endif

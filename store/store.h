@@ -8,8 +8,7 @@
 //   STORE/incoming.removed.000001/   a release that is being deleted
 //   STORE/reserved                   the next sequence number and index
 //   STORE/lock                       locked by the process that writes
-#ifndef HALCYRIX_STORE_STORE_H
-#define HALCYRIX_STORE_STORE_H
+#pragma once
 
 #include <chrono>
 #include <cstdint>
@@ -91,5 +90,3 @@ private:
     timespec m_folderTime{};  // of the releases folder when it was listed; zero to list it again
     std::chrono::steady_clock::time_point m_examined;  // when the damaged ones were, the last time
 };
-
-#endif

@@ -1,6 +1,5 @@
 // Writes to a store: one process at a time, and without using a number twice.
-#ifndef HALCYRIX_STORE_STORE_WRITER_H
-#define HALCYRIX_STORE_STORE_WRITER_H
+#pragma once
 
 #include <cstdint>
 #include <memory>
@@ -65,5 +64,3 @@ private:
 // Reads STORE/reserved. False when it is damaged; it may be missing.
 [[nodiscard]] bool ReadReservation(const std::string& store, Reservation* reservation,
                                    std::string* error);
-
-#endif

@@ -1,6 +1,5 @@
 // Examines the program that is published as the updater.
-#ifndef HALCYRIX_STORE_UPDATER_PROGRAM_H
-#define HALCYRIX_STORE_UPDATER_PROGRAM_H
+#pragma once
 
 #include <optional>
 #include <set>
@@ -21,5 +20,3 @@ std::optional<UpdaterProgram> ReadUpdaterProgram(const std::string& path, std::s
 // has the names of the files that are published with it.
 std::vector<std::string> CompareUpdaters(const UpdaterProgram& before, const UpdaterProgram& now,
                                          const std::set<std::string>& beside);
-
-#endif

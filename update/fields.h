@@ -1,6 +1,5 @@
 // The fields of messages: how each kind is written and read.
-#ifndef HALCYRIX_UPDATE_FIELDS_H
-#define HALCYRIX_UPDATE_FIELDS_H
+#pragma once
 
 #include <concepts>
 #include <cstddef>
@@ -86,5 +85,3 @@ std::optional<Message> Decode(const uint8_t* data, size_t length) {
     std::apply([&](auto&... fields) { (reader.Take(fields), ...); }, message.Fields());
     return reader.Ok() ? std::optional(std::move(message)) : std::nullopt;
 }
-
-#endif

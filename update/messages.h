@@ -3,8 +3,7 @@
 // Requests begin with a four-letter tag and end with their last field. Replies may have further
 // bytes. Integers are little-endian; texts end with a NUL. Encode() and Decode() in
 // update/fields.h do no I/O; a malformed payload decodes to std::nullopt.
-#ifndef HALCYRIX_UPDATE_MESSAGES_H
-#define HALCYRIX_UPDATE_MESSAGES_H
+#pragma once
 
 #include <cstddef>
 #include <cstdint>
@@ -117,5 +116,3 @@ struct Request {
     ResumeRequest resume{};
 };
 std::optional<Request> DecodeRequest(const uint8_t* data, size_t length);
-
-#endif

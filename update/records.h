@@ -1,6 +1,5 @@
 // The update client's records of files and downloads.
-#ifndef HALCYRIX_UPDATE_RECORDS_H
-#define HALCYRIX_UPDATE_RECORDS_H
+#pragma once
 
 #include <cstdint>
 #include <string>
@@ -29,5 +28,3 @@ struct DownloadEntry {
     // Where the download is written.
     const std::string& OutputPath() const { return isPatch ? source : target; }
 };
-
-#endif

@@ -1,6 +1,5 @@
 // The states and events of an update session.
-#ifndef HALCYRIX_UPDATE_SESSION_STATE_H
-#define HALCYRIX_UPDATE_SESSION_STATE_H
+#pragma once
 
 #include <array>
 #include <cstddef>
@@ -53,5 +52,3 @@ private:
 
 // The one stack of the process; emptied whenever a conversation starts anew.
 extern ReturnStack s_returnStates;
-
-#endif

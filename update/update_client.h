@@ -1,6 +1,5 @@
 // The update client: the connection to the update server and the session over it.
-#ifndef HALCYRIX_UPDATE_UPDATE_CLIENT_H
-#define HALCYRIX_UPDATE_UPDATE_CLIENT_H
+#pragma once
 
 #include <chrono>
 #include <cstddef>
@@ -139,5 +138,3 @@ private:
     size_t m_motdLength = 0;       // received in this conversation
     size_t m_nameBytes = 0;        // of the server's names kept in this conversation
 };
-
-#endif

@@ -1,6 +1,5 @@
 // The contents of a new file, as stretches of open files.
-#ifndef HALCYRIX_LIB_SPANBUF_SPAN_BUFFER_H
-#define HALCYRIX_LIB_SPANBUF_SPAN_BUFFER_H
+#pragma once
 
 #include <cstddef>
 #include <cstdint>
@@ -55,5 +54,3 @@ public:
 
     std::map<uint64_t, Span> spans;  // by their start in the buffer
 };
-
-#endif
