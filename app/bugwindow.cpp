@@ -44,18 +44,14 @@ void on_bug_submit_clicked(GtkButton*, gpointer) {
 
 void on_bug_help_clicked(GtkButton*, gpointer) {}
 
-void on_bug_cancel_clicked(GtkButton*, gpointer) {
-    gtk_main_quit();
-}
+void on_bug_cancel_clicked(GtkButton*, gpointer) { gtk_main_quit(); }
 
 gboolean on_bugwindow_delete_event(GtkWidget*, GdkEvent*, gpointer) {
     gtk_main_quit();
     return FALSE;
 }
 
-gboolean on_bughelp_delete_event(GtkWidget*, GdkEvent*, gpointer) {
-    return FALSE;
-}
+gboolean on_bughelp_delete_event(GtkWidget*, GdkEvent*, gpointer) { return FALSE; }
 
 GtkWidget* new_label(GtkWidget* window, const char* name, GtkWidget* box, const char* text) {
     GtkWidget* label = named(window, name, gtk_label_new(text));

@@ -80,17 +80,11 @@ void console_begin_line() {
     if (!gtk_text_iter_starts_line(&end)) console_print("\n");
 }
 
-void _Log::Print(const char* text) {
-    console_print(text);
-}
+void _Log::Print(const char* text) { console_print(text); }
 
-void _Log::SetProgress(int32_t done, int32_t total) {
-    Show(done, total);
-}
+void _Log::SetProgress(int32_t done, int32_t total) { Show(done, total); }
 
-void _Log::SetLongProgress(int64_t done, int64_t total) {
-    Show(done, total);
-}
+void _Log::SetLongProgress(int64_t done, int64_t total) { Show(done, total); }
 
 template <typename Count>
 void _Log::Show(Count done, Count total) {
@@ -106,9 +100,7 @@ void _Log::Show(Count done, Count total) {
     process_window_events();
 }
 
-void _Log::Finished(int32_t result) {
-    m_finished(result);
-}
+void _Log::Finished(int32_t result) { m_finished(result); }
 
 void _Log::SetStatus(const char* text) {
     GtkStatusbar* bar = GTK_STATUSBAR(progress2);

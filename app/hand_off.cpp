@@ -15,9 +15,7 @@
 
 namespace {
 
-std::string path_at_home(const char* name) {
-    return game_home() + "/" + name;
-}
+std::string path_at_home(const char* name) { return game_home() + "/" + name; }
 
 // The note of one start: the size and the time of the copy. Empty without a copy.
 std::string start_note() {
@@ -54,9 +52,7 @@ bool is_copy_given_up() {
            std::string_view(notes).ends_with(note + note + note);
 }
 
-void forget_starts() {
-    unlink(path_at_home(kStartNotes).c_str());
-}
+void forget_starts() { unlink(path_at_home(kStartNotes).c_str()); }
 
 void sync_copy() {
     for (const char* path : {kUpdaterCopyName, "."}) {

@@ -55,9 +55,7 @@ bool only_strangers_lock() {
 
 }  // namespace
 
-std::string game_home() {
-    return user_home() + "/.halcyrix";
-}
+std::string game_home() { return user_home() + "/.halcyrix"; }
 
 void make_home_absolute() {
     const std::string home = user_home();
@@ -67,9 +65,7 @@ void make_home_absolute() {
     if (!error) setenv("HOME", absolute.c_str(), 1);
 }
 
-std::string manual_address() {
-    return "file:" + game_home() + "/manual.html";
-}
+std::string manual_address() { return "file:" + game_home() + "/manual.html"; }
 
 EnteredHome enter_game_home() {
     const std::string home = game_home();

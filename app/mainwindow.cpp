@@ -33,13 +33,9 @@ void on_start_clicked(GtkButton*, gpointer) {
     message_box("Failed to start halcyrix!\n\nPlease check ~/.halcyrix/halcyrix", "Fatal error");
 }
 
-void on_help_clicked(GtkButton*, gpointer) {
-    open_manual();
-}
+void on_help_clicked(GtkButton*, gpointer) { open_manual(); }
 
-void on_cancel_clicked(GtkButton*, gpointer) {
-    request_quit();
-}
+void on_cancel_clicked(GtkButton*, gpointer) { request_quit(); }
 
 gboolean on_cancel_event(GtkWidget*, GdkEvent*, gpointer) {
     request_quit();

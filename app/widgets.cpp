@@ -18,15 +18,11 @@ GtkWidget* parent_of(GtkWidget* widget) {
     return static_cast<GtkWidget*>(g_object_get_data(G_OBJECT(widget), "GladeParentKey"));
 }
 
-void release_widget(gpointer widget) {
-    gtk_widget_unref(static_cast<GtkWidget*>(widget));
-}
+void release_widget(gpointer widget) { gtk_widget_unref(static_cast<GtkWidget*>(widget)); }
 
 // A text view asks for the width of its longest line. A word of some thousand letters would make
 // the window larger than the display can hold, and end the program.
-void ask_for_no_width(GtkWidget*, GtkRequisition* asked, gpointer) {
-    asked->width = 1;
-}
+void ask_for_no_width(GtkWidget*, GtkRequisition* asked, gpointer) { asked->width = 1; }
 
 }  // namespace
 
@@ -56,9 +52,7 @@ GtkRequisition text_size(GtkWidget* widget, const char* text) {
     return size;
 }
 
-GtkRequisition largest_window() {
-    return {gdk_screen_width(), gdk_screen_height() - kWindowFrame};
-}
+GtkRequisition largest_window() { return {gdk_screen_width(), gdk_screen_height() - kWindowFrame}; }
 
 void fit_font(GtkWidget* window) {
     const GtkRequisition most = largest_window();

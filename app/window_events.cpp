@@ -19,9 +19,7 @@ bool quitting = false;
 int input_tag = -1;  // of the GTK input watch; -1 for none
 int input_fd = -1;   // the descriptor it was made for
 
-bool wants_input() {
-    return client_socket != nullptr && (client_socket->m_flags & IO_READ) != 0;
-}
+bool wants_input() { return client_socket != nullptr && (client_socket->m_flags & IO_READ) != 0; }
 
 // Also forgets its input, which nobody will read: the window's events would wait for it.
 void drop_stale_watch() {

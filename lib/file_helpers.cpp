@@ -92,9 +92,7 @@ uint32_t FileTailChecksum(FILE* file, int64_t size) {
     return RangeChecksum(file, start, size - start);
 }
 
-void ReadAhead(FILE* file) {
-    posix_fadvise(fileno(file), 0, kReadAhead, POSIX_FADV_WILLNEED);
-}
+void ReadAhead(FILE* file) { posix_fadvise(fileno(file), 0, kReadAhead, POSIX_FADV_WILLNEED); }
 
 void MakePath(const std::string& path) {
     for (size_t slash = path.find('/'); slash != std::string::npos;

@@ -18,9 +18,7 @@ constexpr int kLineSize = 128;
 
 constexpr uint32_t kDefaultKey = 0;
 
-bool IsKeyless(const char* line) {
-    return line[0] == 'v';
-}
+bool IsKeyless(const char* line) { return line[0] == 'v'; }
 
 std::string WithoutLineFeed(const char* line) {
     std::string text = line;

@@ -17,9 +17,7 @@ constexpr size_t kPiece = size_t{128} * 1024;
 
 }  // namespace
 
-std::string SystemError(const std::string& path) {
-    return path + ": " + strerror(errno);
-}
+std::string SystemError(const std::string& path) { return path + ": " + strerror(errno); }
 
 bool ReadWholeFile(const std::string& path, std::string* text, std::string* error) {
     const Stream file = OpenForReading(path);

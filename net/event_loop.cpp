@@ -10,9 +10,7 @@ namespace {
 constexpr uint64_t kOldestTimer = 2147483648;
 
 // fd_set is a fixed array; a larger descriptor would be written past its end.
-bool Watchable(int fd) {
-    return fd >= 0 && fd < FD_SETSIZE;
-}
+bool Watchable(int fd) { return fd >= 0 && fd < FD_SETSIZE; }
 
 timeval* SelectTimeout(uint64_t milliseconds, timeval* timeout) {
     if (milliseconds == 0) return nullptr;
@@ -30,9 +28,7 @@ bool TakeReady(int fd, fd_set* set) {
 
 }  // namespace
 
-void Timer_Event::Schedule(uint64_t delay) {
-    ScheduleAt(EventLoop::Now() + delay);
-}
+void Timer_Event::Schedule(uint64_t delay) { ScheduleAt(EventLoop::Now() + delay); }
 
 void Timer_Event::ScheduleAt(uint64_t due) {
     Cancel();
@@ -45,13 +41,9 @@ void Timer_Event::Cancel() {
     m_armed = 0;
 }
 
-void Poll_Event::Register() {
-    m_entry = m_loop->AddPoll(this);
-}
+void Poll_Event::Register() { m_entry = m_loop->AddPoll(this); }
 
-void Poll_Event::Unregister() {
-    m_loop->RemovePoll(m_entry);
-}
+void Poll_Event::Unregister() { m_loop->RemovePoll(m_entry); }
 
 uint64_t EventLoop::Now() {
     timeval now;

@@ -14,6 +14,4 @@ inline void PutFrameHeader(uint8_t* frame, int payloadLength) {
 }
 
 // The payload length that a frame header announces; more than kMaxPayload in an invalid frame.
-inline int FramePayloadLength(const uint8_t* frame) {
-    return frame[0] * 256 + frame[1];
-}
+inline int FramePayloadLength(const uint8_t* frame) { return frame[0] * 256 + frame[1]; }

@@ -12,18 +12,14 @@
 
 #include "log/gamelog.h"
 
-void SetNonBlocking(int fd) {
-    fcntl(fd, F_SETFL, O_NONBLOCK);
-}
+void SetNonBlocking(int fd) { fcntl(fd, F_SETFL, O_NONBLOCK); }
 
 void SetNoDelay(int fd) {
     const int on = 1;
     setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
 }
 
-RXTCP::~RXTCP() {
-    Close();
-}
+RXTCP::~RXTCP() { Close(); }
 
 void RXTCP::Close() {
     SetFlags(0);

@@ -52,9 +52,7 @@ ClientSession::ClientSession(SessionContext* context, evutil_socket_t fd, const 
     Arm(m_deadline.get(), m_context->options.greetingLimit);
 }
 
-ClientSession::~ClientSession() {
-    --m_context->counts.sessions[m_state];
-}
+ClientSession::~ClientSession() { --m_context->counts.sessions[m_state]; }
 
 void ClientSession::Enter(ClientState state) {
     auto& counts = m_context->counts.sessions;

@@ -13,9 +13,7 @@ namespace {
 constexpr int kPiecesAtOnce = 15;
 constexpr size_t kEnough = size_t{kPiecesAtOnce} * kMaxFrame;
 
-bool HasRoom(evbuffer* output) {
-    return evbuffer_get_length(output) + kMaxFrame <= kEnough;
-}
+bool HasRoom(evbuffer* output) { return evbuffer_get_length(output) + kMaxFrame <= kEnough; }
 
 }  // namespace
 

@@ -89,9 +89,7 @@ UpdateServer::UpdateServer(Store* store, const ServerOptions& options)
     Arm(m_tick.get(), kSecond / DownloadQueue::kPartsInRound);
 }
 
-UpdateServer::~UpdateServer() {
-    EndAll();
-}
+UpdateServer::~UpdateServer() { EndAll(); }
 
 void UpdateServer::EndAll() {
     m_context.queue.Close();

@@ -10,9 +10,7 @@
 
 namespace {
 
-bool IsControl(char c) {
-    return static_cast<unsigned char>(c) < 0x20 || c == 0x7F;
-}
+bool IsControl(char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7F; }
 
 bool HasControl(const std::string& text) {
     return std::any_of(text.begin(), text.end(), IsControl);
@@ -23,9 +21,7 @@ static_assert(kTagPatch.size() + kMaxPublishedVersion + 1 + kMaxNameLength + 1 <
 
 }  // namespace
 
-std::string ComponentOf(const std::string& name) {
-    return name.substr(0, name.find('/'));
-}
+std::string ComponentOf(const std::string& name) { return name.substr(0, name.find('/')); }
 
 std::string VersionFault(const std::string& version) {
     if (version.empty()) return "is empty";

@@ -157,9 +157,7 @@ void Store::Doubt(const Release& release) {
     if (known != m_releases.end() && known->second.get() == &release) Examine(release.Sequence());
 }
 
-std::vector<std::string> Store::TakeNews() {
-    return std::exchange(m_news, {});
-}
+std::vector<std::string> Store::TakeNews() { return std::exchange(m_news, {}); }
 
 std::vector<std::shared_ptr<const Release>> Store::Releases() const {
     std::vector<std::shared_ptr<const Release>> releases;

@@ -74,9 +74,7 @@ bool ReadReservation(const std::string& store, Reservation* reservation, std::st
     return false;
 }
 
-StoreWriter::StoreWriter() {
-    umask(umask(0) & ~(S_IRGRP | S_IXGRP | S_IROTH | S_IXOTH));
-}
+StoreWriter::StoreWriter() { umask(umask(0) & ~(S_IRGRP | S_IXGRP | S_IROTH | S_IXOTH)); }
 
 std::unique_ptr<StoreWriter> StoreWriter::Open(const std::string& directory, std::string* error) {
     std::vector<fs::path> entries;

@@ -10,9 +10,7 @@ namespace {
 
 using Handler = std::function<void()>;
 
-void Unexpected() {
-    ADD_FAILURE();
-}
+void Unexpected() { ADD_FAILURE(); }
 
 // Registered when it is made: always writable, and readable once.
 struct Source : IO_Event {

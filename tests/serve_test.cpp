@@ -18,9 +18,7 @@ const std::string kHungUp = "(hung up)";
 const std::string kReady = "\1\0\0\0\0\0\0"s;
 const std::string kBig = "linux64/big\0"s;
 
-std::string Place(char place, char length) {
-    return {'\0', place, '\0', length, '\0', '\0', '\0'};
-}
+std::string Place(char place, char length) { return {'\0', place, '\0', length, '\0', '\0', '\0'}; }
 
 // A client that says anything.
 class Peer {

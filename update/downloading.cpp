@@ -20,9 +20,7 @@ bool HasOneName(const std::string& path) {
 
 }  // namespace
 
-void UpdateClient::ShowProgress() {
-    m_progress->ShowProgress(m_bytesDone, m_bytesTotal);
-}
+void UpdateClient::ShowProgress() { m_progress->ShowProgress(m_bytesDone, m_bytesTotal); }
 
 int UpdateClient::RequestQueue() {
     Send(kTagQueue);

@@ -23,9 +23,7 @@ void UpdateClient::OnPacket(const uint8_t* data, int length) {
     if (m_state == STATE_ENDING) EndSession(result, EVENT_PACKET);
 }
 
-void UpdateClient::OnTimer(uint64_t) {
-    HandleEvent(EVENT_TIMER);
-}
+void UpdateClient::OnTimer(uint64_t) { HandleEvent(EVENT_TIMER); }
 
 // The whole session at a glance. Other pairs of state and event are ignored.
 int UpdateClient::HandleEvent(SessionEvent event) {

@@ -21,9 +21,7 @@ namespace {
 
 std::string message;  // written in a signal handler, so it is put together before
 
-void GiveUp(int) {
-    _exit(write(STDERR_FILENO, message.data(), message.size()) > 0 ? 1 : 2);
-}
+void GiveUp(int) { _exit(write(STDERR_FILENO, message.data(), message.size()) > 0 ? 1 : 2); }
 
 class LimitEveryTest : public testing::EmptyTestEventListener {
     void OnTestStart(const testing::TestInfo&) override {
