@@ -1,10 +1,11 @@
 #include "store/manifest.h"
 
 #include <algorithm>
-#include <charconv>
 #include <cinttypes>
 #include <cstdio>
+#include <sstream>
 #include <string_view>
+#include <utility>
 
 #include "lib/checksum.h"
 #include "store/names.h"
@@ -26,83 +27,36 @@ std::string LastLine(std::string_view before) {
     return "end " + Hex(checksum) + "\n";
 }
 
-// Reads a text line by line: first the keyword, then words and numbers, last the rest of the line.
-// After one failure, all further calls fail. The text must outlive it.
-class LineParser {
-public:
-    explicit LineParser(std::string_view text) : m_text(text) {}
-
-    bool Ok() const { return m_ok; }
-    bool AtEnd() const { return m_text.empty(); }
-
-    bool Begins(std::string_view keyword) {
-        if (!m_ok || !m_text.starts_with(keyword)) return false;
-        if (m_text.substr(keyword.size(), 1) != " ") return false;
-        m_text.remove_prefix(keyword.size() + 1);
-        return true;
-    }
-
-    void Expect(std::string_view keyword) {
-        if (!Begins(keyword)) m_ok = false;
-    }
-
-    std::string Word() { return std::string(Take(' ')); }
-    std::string Rest() { return std::string(Take('\n')); }
-    uint32_t Number(char end, int base = 10) {
-        const std::string_view digits = Take(end);
-        uint32_t value = 0;
-        const char* last = digits.data() + digits.size();
-        const auto [stop, fault] = std::from_chars(digits.data(), last, value, base);
-        if (fault != std::errc() || stop != last) m_ok = false;
-        return value;
-    }
-
-private:
-    std::string_view Take(char end) {
-        const size_t size = m_ok ? m_text.find(end) : std::string_view::npos;
-        if (size == std::string_view::npos) {
-            m_ok = false;
-            return {};
+// Takes what is there of the lines between the first and the last. FormatManifest() of the result
+// tells whether they were well formed.
+Manifest ParseLines(const std::string& text) {
+    Manifest manifest;
+    std::istringstream lines(text);
+    for (std::string line; std::getline(lines, line);) {
+        ReleaseFile entry{};  // of a file, or of a patch
+        int read = 0;         // before the blank that its words follow
+        if (line.starts_with("component ")) {
+            manifest.components.push_back(line.substr(10));
+        } else if (line.starts_with("version ")) {
+            manifest.version = line.substr(8);
+        } else if (sscanf(line.c_str(), "%*s %" SCNu32 " %8" SCNx32 " %" SCNu32 "%n", &entry.index,
+                          &entry.checksum, &entry.length, &read) == 3 &&
+                   line[read] == ' ') {
+            const size_t words = static_cast<size_t>(read) + 1;
+            const size_t blank = line.find(' ', words);
+            if (line.starts_with("file ")) {
+                entry.name = line.substr(words);
+                manifest.files.push_back(std::move(entry));
+            } else if (blank != std::string::npos) {
+                manifest.patches.push_back({line.substr(blank + 1),
+                                            line.substr(words, blank - words), entry.checksum,
+                                            entry.length, entry.index});
+            }
+        } else if (sscanf(line.c_str(), "sequence %" SCNu32, &manifest.sequence) != 1) {
+            sscanf(line.c_str(), "first-index %" SCNu32, &manifest.firstIndex);
         }
-        const std::string_view taken = m_text.substr(0, size);
-        m_text.remove_prefix(size + 1);
-        return taken;
     }
-
-    std::string_view m_text;
-    bool m_ok = true;
-};
-
-// The lines between the first and the last.
-bool ParseBody(std::string_view body, Manifest* manifest) {
-    LineParser parser(body);
-    parser.Expect("sequence");
-    manifest->sequence = parser.Number('\n');
-    parser.Expect("version");
-    manifest->version = parser.Rest();
-    parser.Expect("first-index");
-    manifest->firstIndex = parser.Number('\n');
-    while (parser.Begins("component")) manifest->components.push_back(parser.Rest());
-    while (parser.Begins("file")) {
-        ReleaseFile file;
-        file.index = parser.Number(' ');
-        file.checksum = parser.Number(' ', 16);
-        file.length = parser.Number(' ');
-        file.name = parser.Rest();
-        manifest->files.push_back(std::move(file));
-    }
-    while (parser.Begins("patch")) {
-        ReleasePatch patch;
-        patch.index = parser.Number(' ');
-        patch.checksum = parser.Number(' ', 16);
-        patch.length = parser.Number(' ');
-        patch.fromVersion = parser.Word();
-        patch.name = parser.Rest();
-        manifest->patches.push_back(std::move(patch));
-    }
-    parser.Expect("next-index");
-    const uint32_t nextIndex = parser.Number('\n');
-    return parser.Ok() && parser.AtEnd() && nextIndex == manifest->NextIndex();
+    return manifest;
 }
 
 // The first wrong entry of a well-formed manifest, or an empty string.
@@ -110,44 +64,37 @@ std::string ContentFault(const Manifest& manifest) {
     if (manifest.sequence == 0) return "sequence number 0";
     if (!VersionFault(manifest.version).empty()) return "version " + manifest.version;
 
-    const std::string* before = nullptr;
+    std::string before;
     for (const std::string& component : manifest.components) {
-        const bool sorted = before == nullptr || *before < component;
-        if (!sorted || !ComponentFault(component).empty()) return "component " + component;
-        before = &component;
+        if (component <= before || !ComponentFault(component).empty()) {
+            return "component " + component;
+        }
+        before = component;
     }
 
+    const auto& components = manifest.components;
     uint32_t index = manifest.firstIndex;
-    auto component = manifest.components.begin();
-    before = nullptr;
+    before.clear();
     for (const ReleaseFile& file : manifest.files) {
-        const bool sorted = before == nullptr || *before < file.name;
-        if (!sorted || file.index != index++ || file.checksum == kNoChecksum ||
-            !FileNameFault(file.name).empty()) {
+        if (file.name <= before || file.index != index++ || file.checksum == kNoChecksum ||
+            !FileNameFault(file.name).empty() ||
+            !std::binary_search(components.begin(), components.end(), ComponentOf(file.name))) {
             return "file " + file.name;
         }
-        // Files are not in the order of components where one component's name begins with
-        // another's.
-        if (component == manifest.components.end() || *component != ComponentOf(file.name)) {
-            component = std::find(manifest.components.begin(), manifest.components.end(),
-                                  ComponentOf(file.name));
-        }
-        if (component == manifest.components.end()) return "file " + file.name;
-        before = &file.name;
+        before = file.name;
     }
 
-    const ReleasePatch* last = nullptr;
+    std::pair<std::string, std::string> last;
     auto file = manifest.files.begin();
     for (const ReleasePatch& patch : manifest.patches) {
         while (file != manifest.files.end() && file->name < patch.name) ++file;
         const bool known = file != manifest.files.end() && file->name == patch.name;
-        const bool sorted = last == nullptr || last->name < patch.name ||
-                            (last->name == patch.name && last->fromVersion < patch.fromVersion);
-        if (!known || !sorted || patch.index != index++ || patch.checksum == kNoChecksum ||
+        std::pair key(patch.name, patch.fromVersion);
+        if (!known || key <= last || patch.index != index++ || patch.checksum == kNoChecksum ||
             !VersionFault(patch.fromVersion).empty()) {
             return "patch of " + patch.name;
         }
-        last = &patch;
+        last = std::move(key);
     }
     return {};
 }
@@ -174,21 +121,18 @@ std::string FormatManifest(const Manifest& manifest) {
 }
 
 bool ParseManifest(const std::string& text, Manifest* manifest, std::string* error) {
+    const size_t body = text.size() - std::min(text.size(), kLastLineSize);
+    *manifest = ParseLines(text);
     if (!text.starts_with(kFirstLine)) {
         *error = "no manifest of a known kind";
-        return false;
-    }
-    const std::string_view body(text.data(), text.size() - std::min(text.size(), kLastLineSize));
-    if (text.substr(body.size()) != LastLine(body)) {
+    } else if (text.substr(body) != LastLine(text.substr(0, body))) {
         *error = "the manifest is damaged or cut short";
-        return false;
-    }
-    *manifest = Manifest();
-    if (!ParseBody(body.substr(sizeof kFirstLine - 1), manifest)) {
+    } else if (FormatManifest(*manifest) != text) {
         *error = "a line of the manifest is malformed";
-        return false;
+    } else if (const std::string fault = ContentFault(*manifest); !fault.empty()) {
+        *error = "the manifest has an impossible entry: " + fault;
+    } else {
+        return true;
     }
-    const std::string fault = ContentFault(*manifest);
-    if (!fault.empty()) *error = "the manifest has an impossible entry: " + fault;
-    return fault.empty();
+    return false;
 }
