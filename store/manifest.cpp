@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cinttypes>
 #include <cstdio>
+#include <cstdlib>
 #include <sstream>
 #include <string_view>
 #include <utility>
@@ -33,27 +34,27 @@ Manifest ParseLines(const std::string& text) {
     Manifest manifest;
     std::istringstream lines(text);
     for (std::string line; std::getline(lines, line);) {
-        ReleaseFile entry{};  // of a file, or of a patch
-        int read = 0;         // before the blank that its words follow
-        if (line.starts_with("component ")) {
-            manifest.components.push_back(line.substr(10));
-        } else if (line.starts_with("version ")) {
-            manifest.version = line.substr(8);
-        } else if (sscanf(line.c_str(), "%*s %" SCNu32 " %8" SCNx32 " %" SCNu32 "%n", &entry.index,
-                          &entry.checksum, &entry.length, &read) == 3 &&
-                   line[read] == ' ') {
-            const size_t words = static_cast<size_t>(read) + 1;
-            const size_t blank = line.find(' ', words);
-            if (line.starts_with("file ")) {
-                entry.name = line.substr(words);
-                manifest.files.push_back(std::move(entry));
-            } else if (blank != std::string::npos) {
-                manifest.patches.push_back({line.substr(blank + 1),
-                                            line.substr(words, blank - words), entry.checksum,
-                                            entry.length, entry.index});
-            }
-        } else if (sscanf(line.c_str(), "sequence %" SCNu32, &manifest.sequence) != 1) {
-            sscanf(line.c_str(), "first-index %" SCNu32, &manifest.firstIndex);
+        const size_t blank = line.find(' ');
+        if (blank == std::string::npos) continue;
+        const std::string keyword = line.substr(0, blank);
+        char* rest = &line[blank];
+        const auto number = [&rest](int base) {
+            return static_cast<uint32_t>(strtoul(rest, &rest, base));
+        };
+        if (keyword == "sequence") manifest.sequence = number(10);
+        if (keyword == "version") manifest.version = line.substr(blank + 1);
+        if (keyword == "first-index") manifest.firstIndex = number(10);
+        if (keyword == "component") manifest.components.push_back(line.substr(blank + 1));
+        if (keyword != "file" && keyword != "patch") continue;
+        const uint32_t index = number(10), checksum = number(16), length = number(10);
+        std::string words(rest);
+        words.erase(0, 1);  // a blank
+        const std::string version = words.substr(0, words.find(' '));
+        if (keyword == "file") {
+            manifest.files.push_back({words, checksum, length, index});
+        } else {
+            words.erase(0, version.size() + 1);
+            manifest.patches.push_back({words, version, checksum, length, index});
         }
     }
     return manifest;
