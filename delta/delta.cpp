@@ -140,10 +140,8 @@ bool VerifyPatch(const std::string& old_path, const std::string& new_path, const
     MappedFile expected;
     if (!expected.Open(new_path, error)) return false;
     PatchBuffer patched;
-    if (!patched.Load(patch, old_path)) {
-        *error = patch + ": does not apply to " + old_path;
-        return false;
-    }
+    if (!patched.Load(patch, old_path))
+        return Fail(error, patch + ": does not apply to " + old_path);
     *error = patch + ": makes something else than " + new_path;
     if (patched.Size() != expected.Size()) return false;
     uint8_t piece[65536];

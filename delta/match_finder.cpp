@@ -8,6 +8,7 @@
 
 #include "delta/bytes.h"
 #include "delta/threads.h"
+#include "lib/whole_file.h"
 
 namespace {
 
@@ -88,8 +89,7 @@ bool MatchFinder::Index(const uint8_t* old, size_t size, const std::vector<Range
             AddToFilter(m_blocks[i]);
         }
     });
-    if (!sorted) *error = "not enough memory to index " + std::to_string(size) + " bytes";
-    return sorted;
+    return sorted || Fail(error, "not enough memory to index " + std::to_string(size) + " bytes");
 }
 
 bool MatchFinder::Sort(Block* block) {

@@ -92,10 +92,7 @@ void PatchWriter::DropCopies(uint64_t price, size_t limit) {
 bool PatchWriter::Write(const std::string& path, const uint8_t* contents,
                         std::string* error) const {
     Stream file = OpenForWriting(path);
-    if (!file) {
-        *error = SystemError(path);
-        return false;
-    }
+    if (!file) return Fail(error, SystemError(path));
     for (const Command& command : m_commands) {
         if (command.IsLiteral()) {
             uint8_t header[kPatchLiteralHeaderSize] = {kPatchLiteral};
@@ -112,6 +109,5 @@ bool PatchWriter::Write(const std::string& path, const uint8_t* contents,
     }
     fwrite(&kPatchEndOfPass, 1, kPatchEndOfPassSize, file.get());
     const bool written = CloseWritten(std::move(file));
-    if (!written) *error = SystemError(path);
-    return written;
+    return written || Fail(error, SystemError(path));
 }

@@ -29,16 +29,14 @@ bool ReadWholeFile(const std::string& path, std::string* text, std::string* erro
         }
     }
     const bool read = file && !ferror(file.get());
-    if (!read) *error = SystemError(path);
-    return read;
+    return read || Fail(error, SystemError(path));
 }
 
 bool WriteWholeFile(const std::string& path, const std::string& text, std::string* error) {
     Stream file = OpenForWriting(path);
     const bool written = file && fwrite(text.data(), 1, text.size(), file.get()) == text.size() &&
                          CloseWritten(std::move(file));
-    if (!written) *error = SystemError(path);
-    return written;
+    return written || Fail(error, SystemError(path));
 }
 
 bool HaveSameContents(const std::string& one, const std::string& other) {
@@ -61,15 +59,9 @@ bool HaveSameContents(const std::string& one, const std::string& other) {
 bool CopyFile(const std::string& from, const std::string& to, WorkObserver* observer,
               std::string* error) {
     const Stream source = OpenForReading(from);
-    if (!source) {
-        *error = SystemError(from);
-        return false;
-    }
+    if (!source) return Fail(error, SystemError(from));
     Stream target = OpenForWriting(to);
-    if (!target) {
-        *error = SystemError(to);
-        return false;
-    }
+    if (!target) return Fail(error, SystemError(to));
     if (ioctl(fileno(target.get()), FICLONE, fileno(source.get())) == 0) {
         observer->Done(static_cast<uint64_t>(StreamSize(source.get())));
         return true;
@@ -80,13 +72,9 @@ bool CopyFile(const std::string& from, const std::string& to, WorkObserver* obse
         if (fwrite(piece.data(), 1, got, target.get()) != got) break;
         observer->Done(got);
     }
-    if (ferror(source.get())) {
-        *error = SystemError(from);
-        return false;
-    }
+    if (ferror(source.get())) return Fail(error, SystemError(from));
     const bool written = CloseWritten(std::move(target));
-    if (!written) *error = SystemError(to);
-    return written;
+    return written || Fail(error, SystemError(to));
 }
 
 MappedFile::~MappedFile() {
@@ -95,17 +83,11 @@ MappedFile::~MappedFile() {
 
 bool MappedFile::Open(const std::string& path, std::string* error) {
     const Stream file = OpenForReading(path);
-    if (!file) {
-        *error = SystemError(path);
-        return false;
-    }
+    if (!file) return Fail(error, SystemError(path));
     const auto size = static_cast<size_t>(StreamSize(file.get()));
     if (size == 0) return true;
     void* data = mmap(nullptr, size, PROT_READ, MAP_PRIVATE, fileno(file.get()), 0);
-    if (data == MAP_FAILED) {
-        *error = SystemError(path);
-        return false;
-    }
+    if (data == MAP_FAILED) return Fail(error, SystemError(path));
     m_data = static_cast<const uint8_t*>(data);
     m_size = size;
     return true;

@@ -11,8 +11,7 @@ bool ListFolder(const std::string& folder, std::vector<fs::path>* paths, std::st
         paths->push_back(entry->path());
     }
     std::sort(paths->begin(), paths->end());
-    if (fault) *error = folder + ": " + fault.message();
-    return !fault;
+    return !fault || Fail(error, folder + ": " + fault.message());
 }
 
 bool IsBelow(const fs::path& path, const fs::path& folder) {

@@ -56,8 +56,7 @@ bool MakeParents(const std::string& path, std::string* error) {
     std::error_code fault;
     const fs::path parent = fs::path(path).parent_path();
     fs::create_directories(parent, fault);
-    if (fault) *error = parent.string() + ": " + fault.message();
-    return !fault;
+    return !fault || Fail(error, parent.string() + ": " + fault.message());
 }
 
 }  // namespace
@@ -193,10 +192,7 @@ Publisher::Releases Publisher::EarlierReleases(const std::string& name) const {
 
 bool Publisher::NextIndex(uint32_t* index, std::string* error) const {
     const uint64_t next = m_manifest.NextIndex();
-    if (next >= kIndexLimit) {
-        *error = m_request.store + ": no file index is left";
-        return false;
-    }
+    if (next >= kIndexLimit) return Fail(error, m_request.store + ": no file index is left");
     *index = static_cast<uint32_t>(next);
     return true;
 }
@@ -231,10 +227,7 @@ bool Publisher::StoreFile(const ReleaseSource& source, std::string* error) {
         // The maker's file is a link to the published one, and was changed in its place.
         m_observer->Warn("release " + releases.front()->Version() + " is damaged: " + oldPath +
                          " has other contents than were published");
-        if (unlink(target.c_str()) != 0) {
-            *error = SystemError(target);
-            return false;
-        }
+        if (unlink(target.c_str()) != 0) return Fail(error, SystemError(target));
         linked = false;
     }
     if (!linked) {
@@ -248,10 +241,8 @@ bool Publisher::StoreFile(const ReleaseSource& source, std::string* error) {
 
     struct stat now;
     if (stat(source.path.c_str(), &now) != 0 || !IsSameFile(source.status, now) ||
-        file.length != source.status.st_size) {
-        *error = source.path + ": changed while it was read";
-        return false;
-    }
+        file.length != source.status.st_size)
+        return Fail(error, source.path + ": changed while it was read");
     m_manifest.files.push_back(std::move(file));
     return true;
 }

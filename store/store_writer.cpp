@@ -32,8 +32,7 @@ bool MakeFolder(const std::string& path, std::vector<std::string>* made, std::st
         return true;
     }
     if (errno == EEXIST && stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode)) return true;
-    *error = SystemError(path);
-    return false;
+    return Fail(error, SystemError(path));
 }
 
 // `operation` is fsync() for the folder alone, or syncfs() for its whole file system.
@@ -48,14 +47,12 @@ bool Sync(const std::string& path, int (*operation)(int), std::string* error) {
 bool RemoveAll(const std::string& path, std::string* error) {
     std::error_code fault;
     fs::remove_all(path, fault);
-    if (fault) *error = path + ": " + fault.message();
-    return !fault;
+    return !fault || Fail(error, path + ": " + fault.message());
 }
 
 bool Rename(const std::string& from, const std::string& to, std::string* error) {
     if (rename(from.c_str(), to.c_str()) == 0) return true;
-    *error = SystemError(to);
-    return false;
+    return Fail(error, SystemError(to));
 }
 
 }  // namespace
@@ -144,10 +141,8 @@ bool StoreWriter::RemoveLeftovers(std::string* error) {
 }
 
 bool StoreWriter::Begin(std::string* error) {
-    if (m_next.sequence > kMaxSequence) {
-        *error = m_store->Directory() + ": no sequence number is left";
-        return false;
-    }
+    if (m_next.sequence > kMaxSequence)
+        return Fail(error, m_store->Directory() + ": no sequence number is left");
     if (!RemoveLeftovers(error)) return false;
     m_incoming = m_store->Directory() + "/" + kIncomingPrefix + SequenceName(m_next.sequence);
     return MakeFolder(m_incoming, nullptr, error);
@@ -174,9 +169,8 @@ bool StoreWriter::Commit(const Reservation& next, std::string* error) {
     m_incoming.clear();
     m_made.clear();
     if (Sync(releases, fsync, error)) return true;
-    *error = "release " + SequenceName(m_next.sequence) +
-             " is published, but a power cut now could take it back: " + *error;
-    return false;
+    return Fail(error, "release " + SequenceName(m_next.sequence) +
+                           " is published, but a power cut now could take it back: " + *error);
 }
 
 bool StoreWriter::Remove(uint32_t sequence, std::string* error) {
