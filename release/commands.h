@@ -21,7 +21,7 @@ inline ExitStatus Problem(const std::string& text) {
     return EXIT_PROBLEM;
 }
 
-// With --json some commands also describe what they found; `json` is null without it.
+// Some commands also describe what they found, for --json.
 using Json = nlohmann::ordered_json;
 
 ExitStatus Publish(const PublishRequest& request, bool dry_run, Json* json);

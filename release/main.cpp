@@ -90,130 +90,91 @@ public:
     }
 };
 
-// What the command line says, and what came of the command.
+// What the command line says.
 struct CommandLine {
     PublishRequest request;
-    std::vector<std::string> sources;
     bool dryRun = false;
     bool json = false;
     std::string store, version;
     size_t keep = 0;
     ServerOptions server;
     std::string from, to, patch;
-    ExitStatus status = EXIT_DONE;
 };
 
-// Adds a command that works on a store.
-CLI::App* AddStoreCommand(CLI::App* app, const char* name, const char* description,
-                          CommandLine* line) {
-    CLI::App* command = app->add_subcommand(name, description);
-    command->add_option("STORE", line->store, "The store")->required();
+// A word of a command that must be given, where it goes, and its help.
+struct Word {
+    const char* name;
+    std::string* value;
+    const char* help;
+};
+
+CLI::App* AddCommand(CLI::App* app, const char* name, const char* help,
+                     const std::vector<Word>& words) {
+    CLI::App* command = app->add_subcommand(name, help);
+    for (const Word& word : words) {
+        command->add_option(word.name, *word.value, word.help)->required();
+    }
     return command;
 }
 
-// Runs a command. With --json its texts go to standard error and one object to standard output.
-ExitStatus RunWithJson(bool wanted, const std::function<ExitStatus(Json*)>& run) {
-    if (!wanted) return run(nullptr);
-    FILE* const output = fdopen(dup(STDOUT_FILENO), "w");
-    if (output == nullptr || dup2(STDERR_FILENO, STDOUT_FILENO) == -1) {
-        return Problem("standard output cannot be written");
-    }
-    Json json = Json::object();
-    const ExitStatus status = run(&json);
-    fprintf(output, "%s\n",
-            json.dump(2, ' ', false, nlohmann::json::error_handler_t::replace).c_str());
-    return fclose(output) == 0 ? status : Problem("standard output cannot be written");
+CLI::Option* AddNumber(CLI::App* command, const char* name, size_t* value, const char* help,
+                       uint64_t least, uint64_t most = UINT64_MAX) {
+    return command->add_option(name, *value, help)->type_name("N")->check(NumberFrom(least, most));
 }
 
-// Each of these functions adds a command, whose callback runs it.
+void AddJson(CLI::App* command, CommandLine* line) {
+    command->add_flag("--json", line->json, "Write one JSON object");
+}
 
 void AddPublish(CLI::App* app, CommandLine* line) {
-    CLI::App* publish = app->add_subcommand("publish", "Add a release to a store");
-    publish->add_option("STORE", line->request.store, "The store, made when there is none")
-        ->required();
-    publish->add_option("VERSION", line->request.version, "The version, a word not used before")
-        ->required();
+    PublishRequest& request = line->request;
+    CLI::App* publish =
+        AddCommand(app, "publish", "Add a release to a store",
+                   {{"STORE", &request.store, "The store, made when there is none"},
+                    {"VERSION", &request.version, "The version, a word not used before"}});
+    const auto take = [&request](const std::vector<std::string>& sources) {
+        for (const std::string& source : sources) {
+            const size_t equals = source.find('=');
+            request.components.push_back({source.substr(0, equals), source.substr(equals + 1)});
+        }
+    };
     publish
-        ->add_option("SOURCES", line->sources,
-                     "COMPONENT=DIR for each; linux64upd has update.rlb, and its libraries in lib/")
+        ->add_option_function<std::vector<std::string>>(
+            "SOURCES", take,
+            "COMPONENT=DIR for each; linux64upd has update.rlb, and its libraries in lib/")
         ->required()
         ->check(CheckSource);
-    publish
-        ->add_option("--patches-from", line->request.patchesFrom,
-                     "From how many releases of a component to make patches")
-        ->type_name("N")
-        ->check(NumberFrom(0))
+    AddNumber(publish, "--patches-from", &request.patchesFrom,
+              "From how many releases of a component to make patches", 0)
         ->capture_default_str();
-    publish->add_flag("--new-component", line->request.newComponents,
+    publish->add_flag("--new-component", request.newComponents,
                       "Allow components that no earlier release has");
-    publish->add_flag("--allow-empty", line->request.allowEmpty,
-                      "Publish files that have not changed");
-    publish->add_flag("--any-updater", line->request.anyUpdater,
+    publish->add_flag("--allow-empty", request.allowEmpty, "Publish files that have not changed");
+    publish->add_flag("--any-updater", request.anyUpdater,
                       "Publish an update.rlb that is no updater");
-    publish->add_flag("--json", line->json, "Write one JSON object");
+    AddJson(publish, line);
     publish->add_flag("--dry-run", line->dryRun, "Say what players would get, and publish nothing");
+    AddNumber(publish, "--jobs", &request.limits.jobs,
+              "Patches to make at a time; default: one a processor", 1, 1024);
     publish
-        ->add_option("--jobs", line->request.limits.jobs,
-                     "Patches to make at a time; default: one a processor")
-        ->type_name("N")
-        ->check(NumberFrom(1, 1024));
-    publish
-        ->add_option("--memory", line->request.limits.memory,
+        ->add_option("--memory", request.limits.memory,
                      "For all patches at a time; default: half of what is free")
         ->type_name("BYTES")
         ->transform(ToBytes(false))
         ->check(NumberFrom(1));
-    publish->callback([=] {
-        for (const std::string& source : line->sources) {
-            const size_t equals = source.find('=');
-            line->request.components.push_back(
-                {source.substr(0, equals), source.substr(equals + 1)});
-        }
-        line->status = RunWithJson(
-            line->json, [line](Json* json) { return Publish(line->request, line->dryRun, json); });
-    });
-}
-
-void AddList(CLI::App* app, CommandLine* line) {
-    CLI::App* list =
-        AddStoreCommand(app, "list", "List a store's releases and who gets them", line);
-    list->add_flag("--json", line->json, "Write one JSON object");
-    list->callback([=] {
-        line->status =
-            RunWithJson(line->json, [line](Json* json) { return List(line->store, json); });
-    });
-}
-
-void AddWithdraw(CLI::App* app, CommandLine* line) {
-    CLI::App* withdraw = AddStoreCommand(
-        app, "withdraw", "Remove a release, so that players get the one before it", line);
-    withdraw
-        ->add_option("VERSION", line->version, "The version, or the number of a damaged release")
-        ->required();
-    withdraw->callback([=] { line->status = Withdraw(line->store, line->version); });
 }
 
 void AddPrune(CLI::App* app, CommandLine* line) {
-    CLI::App* prune = AddStoreCommand(app, "prune", "Remove old releases from a store", line);
-    prune->add_option("--keep", line->keep, "Keep N releases of each set of components")
-        ->required()
-        ->type_name("N")
-        ->check(NumberFrom(1, 1'000'000));
-    prune->callback([=] { line->status = Prune(line->store, line->keep); });
-}
-
-void AddCheck(CLI::App* app, CommandLine* line) {
-    CLI::App* check =
-        AddStoreCommand(app, "check", "Compare a store's files with its manifests", line);
-    check->add_flag("--json", line->json, "Write one JSON object");
-    check->callback([=] {
-        line->status =
-            RunWithJson(line->json, [line](Json* json) { return Check(line->store, json); });
-    });
+    CLI::App* prune = AddCommand(app, "prune", "Remove old releases from a store",
+                                 {{"STORE", &line->store, "The store"}});
+    AddNumber(prune, "--keep", &line->keep, "Keep N releases of each set of components", 1,
+              1'000'000)
+        ->required();
 }
 
 void AddServe(CLI::App* app, CommandLine* line) {
-    CLI::App* serve = AddStoreCommand(app, "serve", "Serve a store's releases to updaters", line);
+    CLI::App* serve = AddCommand(app, "serve", "Serve a store's releases to updaters",
+                                 {{"STORE", &line->store, "The store"}});
     ServerOptions& server = line->server;
     const auto add = [serve](const char* group, const char* name, auto* value, const char* type,
                              const char* description) {
@@ -248,43 +209,68 @@ void AddServe(CLI::App* app, CommandLine* line) {
     add("Watching", "--metrics", &server.metrics, "ADDRESS:PORT",
         "Where to answer HTTP requests for /metrics")
         ->check(CheckAddressAndPort);
-    serve->callback([=] {
+    serve->callback([&server] {
         // Every download would be too slow.
-        const uint64_t share = line->server.totalRate / static_cast<uint64_t>(line->server.slots);
-        if ((line->server.clientRate > 0 && line->server.clientRate < line->server.minRate) ||
-            (line->server.totalRate > 0 && share < line->server.minRate)) {
+        const uint64_t share = server.totalRate / static_cast<uint64_t>(server.slots);
+        if ((server.clientRate > 0 && server.clientRate < server.minRate) ||
+            (server.totalRate > 0 && share < server.minRate)) {
             throw CLI::ValidationError("--min-rate is above what the other rates leave a download");
         }
-        line->status = Serve(line->store, line->server);
     });
 }
 
 void AddDiff(CLI::App* app, CommandLine* line) {
-    CLI::App* diff = app->add_subcommand("diff", "Make the patch from one file to another");
-    diff->add_option("OLD", line->from, "The file to start from")->required();
-    diff->add_option("NEW", line->to, "The file to make")->required();
-    diff->add_option("PATCH", line->patch, "Where to write the patch")->required();
-    diff->add_option("--jobs", line->request.limits.jobs,
-                     "Use N threads; as many as there are processors unless given")
-        ->type_name("N")
-        ->check(CLI::Range(1, 1024));
-    diff->callback(
-        [=] { line->status = Diff(line->from, line->to, line->patch, line->request.limits.jobs); });
+    CLI::App* diff = AddCommand(app, "diff", "Make the patch from one file to another",
+                                {{"OLD", &line->from, "The file to start from"},
+                                 {"NEW", &line->to, "The file to make"},
+                                 {"PATCH", &line->patch, "Where to write the patch"}});
+    AddNumber(diff, "--jobs", &line->request.limits.jobs,
+              "Use N threads; as many as there are processors unless given", 1, 1024);
 }
 
-void AddApply(CLI::App* app, CommandLine* line) {
-    CLI::App* apply = app->add_subcommand("apply", "Apply a patch as the updater would");
-    apply->add_option("OLD", line->from, "The file to start from")->required();
-    apply->add_option("PATCH", line->patch, "The patch")->required();
-    apply->add_option("RESULT", line->to, "Where to write the new file")->required();
-    apply->callback([=] { line->status = Apply(line->from, line->patch, line->to); });
+void AddCommands(CLI::App* app, CommandLine* line) {
+    const Word store = {"STORE", &line->store, "The store"};
+    AddPublish(app, line);
+    AddJson(AddCommand(app, "list", "List a store's releases and who gets them", {store}), line);
+    AddCommand(
+        app, "withdraw", "Remove a release, so that players get the one before it",
+        {store, {"VERSION", &line->version, "The version, or the number of a damaged release"}});
+    AddPrune(app, line);
+    AddJson(AddCommand(app, "check", "Compare a store's files with its manifests", {store}), line);
+    AddServe(app, line);
+    AddDiff(app, line);
+    AddCommand(app, "apply", "Apply a patch as the updater would",
+               {{"OLD", &line->from, "The file to start from"},
+                {"PATCH", &line->patch, "The patch"},
+                {"RESULT", &line->to, "Where to write the new file"}});
+    AddCommand(app, "show", "List the commands of a patch, or tell an updater's note",
+               {{"FILE", &line->patch, "The patch or program"}});
 }
 
-void AddShow(CLI::App* app, CommandLine* line) {
-    CLI::App* show =
-        app->add_subcommand("show", "List the commands of a patch, or tell an updater's note");
-    show->add_option("FILE", line->patch, "The patch or program")->required();
-    show->callback([=] { line->status = Show(line->patch); });
+ExitStatus RunCommand(const std::string& name, const CommandLine& line, Json* json) {
+    if (name == "publish") return Publish(line.request, line.dryRun, json);
+    if (name == "list") return List(line.store, json);
+    if (name == "withdraw") return Withdraw(line.store, line.version);
+    if (name == "prune") return Prune(line.store, line.keep);
+    if (name == "check") return Check(line.store, json);
+    if (name == "serve") return Serve(line.store, line.server);
+    if (name == "diff") return Diff(line.from, line.to, line.patch, line.request.limits.jobs);
+    if (name == "apply") return Apply(line.from, line.patch, line.to);
+    return Show(line.patch);
+}
+
+// With --json a command's texts go to standard error, and its object to standard output.
+ExitStatus RunWithJson(const std::string& name, const CommandLine& line) {
+    Json json = Json::object();
+    if (!line.json) return RunCommand(name, line, &json);
+    FILE* const output = fdopen(dup(STDOUT_FILENO), "w");
+    if (output == nullptr || dup2(STDERR_FILENO, STDOUT_FILENO) == -1) {
+        return Problem("standard output cannot be written");
+    }
+    const ExitStatus status = RunCommand(name, line, &json);
+    fprintf(output, "%s\n",
+            json.dump(2, ' ', false, nlohmann::json::error_handler_t::replace).c_str());
+    return fclose(output) == 0 ? status : Problem("standard output cannot be written");
 }
 
 // The number of characters to add, remove or change to make one word of the other.
@@ -329,27 +315,23 @@ int main(int argc, char** argv) {
     app.require_subcommand(1);
     app.formatter(std::make_shared<HelpFormatter>());
     CommandLine line;
-    for (const auto add : {AddPublish, AddList, AddWithdraw, AddPrune, AddCheck, AddServe, AddDiff,
-                           AddApply, AddShow}) {
-        add(&app, &line);
-    }
+    AddCommands(&app, &line);
     for (CLI::App* command : app.get_subcommands({})) {
         command->get_help_ptr()->group("");
         command->set_version_flag("--version", kVersion)->group("");
     }
     app.set_version_flag("--version", kVersion, "Print the version and exit");
     app.footer("Exit status: 0 done, 1 a problem in the data or the system, 2 wrong usage.");
+    ExitStatus status = EXIT_DONE;
     try {
         app.parse(argc, argv);
+        status = RunWithJson(app.get_subcommands().front()->get_name(), line);
     } catch (const CLI::ParseError& error) {
         if (error.get_exit_code() != 0) return UsageError(app, error.what());
         app.exit(error);
     }
     // What was printed counts as done only when it arrived.
-    if (fflush(stdout) != 0) {
-        line.status =
-            Problem(line.status == EXIT_DONE ? "done, but standard output cannot be written"
-                                             : "standard output cannot be written");
-    }
-    return line.status;
+    if (fflush(stdout) == 0) return status;
+    return Problem(status == EXIT_DONE ? "done, but standard output cannot be written"
+                                       : "standard output cannot be written");
 }

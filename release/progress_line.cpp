@@ -20,16 +20,9 @@ std::string Amount(double bytes) {
 }
 
 // "1:02:03"
-std::string Duration(uint64_t seconds) {
+std::string Duration(unsigned seconds) {
     char text[48];
-    const unsigned hours = static_cast<unsigned>(seconds / 3600);
-    const unsigned minutes = static_cast<unsigned>(seconds / 60 % 60);
-    const unsigned rest = static_cast<unsigned>(seconds % 60);
-    if (hours > 0) {
-        snprintf(text, sizeof text, "%u:%02u:%02u", hours, minutes, rest);
-    } else {
-        snprintf(text, sizeof text, "%u:%02u", minutes, rest);
-    }
+    snprintf(text, sizeof text, "%u:%02u:%02u", seconds / 3600, seconds / 60 % 60, seconds % 60);
     return text;
 }
 
@@ -112,8 +105,8 @@ void ProgressLine::Draw() {
                 " of " + Amount(bytes);
         if (done > 0 && seconds >= 1) {
             const double left = (bytes - done) * seconds / done;
-            text += "  " + Amount(done / seconds) + "/s  " + Duration(static_cast<uint64_t>(left)) +
-                    " left";
+            text += "  " + Amount(done / seconds) + "/s  " +
+                    Duration(static_cast<unsigned>(std::min(left, 1e9))) + " left";
         }
     }
     if (!m_file.empty()) text += "  " + m_file;

@@ -32,14 +32,12 @@ void PrintForecast(const Publisher& publisher, Json* json) {
     for (const auto& from : earlier) {
         const UpdateForecast update = ForecastUpdate(*from, release);
         if (!update.sharesComponents) continue;
-        if (json != nullptr) {
-            (*json)["updates"].push_back({{"from", from->Version()},
-                                          {"changed", update.changed},
-                                          {"added", update.added},
-                                          {"removed", update.removed},
-                                          {"whole_bytes", update.wholeBytes},
-                                          {"patched_bytes", update.patchedBytes}});
-        }
+        (*json)["updates"].push_back({{"from", from->Version()},
+                                      {"changed", update.changed},
+                                      {"added", update.added},
+                                      {"removed", update.removed},
+                                      {"whole_bytes", update.wholeBytes},
+                                      {"patched_bytes", update.patchedBytes}});
         printf("from %s: %s files changed, %s added, %s removed; %s bytes whole, %s with patches\n",
                from->Version().c_str(), Grouped(update.changed).c_str(),
                Grouped(update.added).c_str(), Grouped(update.removed).c_str(),
@@ -63,17 +61,15 @@ ExitStatus Publish(const PublishRequest& request, bool dry_run, Json* json) {
     const bool prepared = publisher.Prepare(&problems);
     progress.End();
     for (const std::string& problem : problems) Problem(problem);
-    if (json != nullptr) *json = {{"published", false}, {"problems", problems}};
+    *json = {{"published", false}, {"problems", problems}};
     if (!prepared) return EXIT_PROBLEM;
     const Release& release = publisher.Result();
-    if (json != nullptr) {
-        (*json)["version"] = release.Version();
-        (*json)["files"] = release.Files().size();
-        (*json)["bytes"] = BytesOf(release.Files());
-        (*json)["patches"] = release.Patches().size();
-        (*json)["disk_bytes"] = publisher.DiskBytes();
-        (*json)["updates"] = Json::array();
-    }
+    json->update({{"version", release.Version()},
+                  {"files", release.Files().size()},
+                  {"bytes", BytesOf(release.Files())},
+                  {"patches", release.Patches().size()},
+                  {"disk_bytes", publisher.DiskBytes()},
+                  {"updates", Json::array()}});
     PrintForecast(publisher, json);
     if (dry_run) {
         printf("not published: this was a dry run\n");
@@ -81,7 +77,7 @@ ExitStatus Publish(const PublishRequest& request, bool dry_run, Json* json) {
     }
     std::string error;
     if (!publisher.Commit(&error)) return Problem(error);
-    if (json != nullptr) (*json)["published"] = true;
+    (*json)["published"] = true;
     printf("published %s: %zu files of %" PRIu64 " bytes, %zu patches\n", release.Version().c_str(),
            release.Files().size(), BytesOf(release.Files()), release.Patches().size());
     return EXIT_DONE;

@@ -62,7 +62,7 @@ void PrintRelease(const Release& release, const std::string& served) {
 }
 
 ExitStatus List(const Store& store, Json* json) {
-    if (json != nullptr) *json = {{"releases", Json::array()}, {"damaged", Json::array()}};
+    *json = {{"releases", Json::array()}, {"damaged", Json::array()}};
     printf("%-12s  %16s  %-26s  %7s  %13s  %13s  %s\n", "VERSION", "PUBLISHED", "COMPONENTS",
            "FILES", "BYTES", "PATCHES", "SERVED FOR");
     const auto releases = store.Releases();
@@ -72,22 +72,19 @@ ExitStatus List(const Store& store, Json* json) {
         for (const Components& components : audiences) {
             if (store.Latest(components) == release) served.push_back(Joined(components, "+"));
         }
-        if (json != nullptr) {
-            (*json)["releases"].push_back({{"version", release->Version()},
-                                           {"sequence", release->Sequence()},
-                                           {"published", Date(*release)},
-                                           {"components", release->Components()},
-                                           {"files", release->Files().size()},
-                                           {"bytes", BytesOf(release->Files())},
-                                           {"patch_bytes", BytesOf(release->Patches())},
-                                           {"served_for", served}});
-        }
+        (*json)["releases"].push_back({{"version", release->Version()},
+                                       {"sequence", release->Sequence()},
+                                       {"published", Date(*release)},
+                                       {"components", release->Components()},
+                                       {"files", release->Files().size()},
+                                       {"bytes", BytesOf(release->Files())},
+                                       {"patch_bytes", BytesOf(release->Patches())},
+                                       {"served_for", served}});
         PrintRelease(*release, served.empty() ? "-" : Joined(served, ", "));
     }
     for (const auto& [sequence, damaged] : store.Damaged()) {
         if (damaged.release) PrintRelease(*damaged.release, "nobody: damaged");
         Problem("release " + SequenceName(sequence) + " is damaged: " + damaged.reason);
-        if (json == nullptr) continue;
         (*json)["damaged"].push_back({{"sequence", sequence}, {"reason", damaged.reason}});
     }
     return EXIT_DONE;
@@ -114,20 +111,19 @@ ExitStatus Withdraw(const std::string& directory, const std::string& version) {
     if (found == 0) return Problem(directory + ": there is no version " + version);
     if (!writer->Remove(found, &error)) return Problem(error);
     printf("withdrew %s\n", version.c_str());
-    return List(writer->Published(), nullptr);
+    Json unused;
+    return List(writer->Published(), &unused);
 }
 
 ExitStatus Check(const std::string& store, Json* json) {
     ProgressLine progress;
     const CheckReport report = CheckStore(store, &progress);
     progress.End();
-    if (json != nullptr) {
-        *json = {{"releases", report.releases},
-                 {"files", report.files},
-                 {"bytes", report.bytes},
-                 {"problems", report.problems},
-                 {"advice", report.advice}};
-    }
+    *json = {{"releases", report.releases},
+             {"files", report.files},
+             {"bytes", report.bytes},
+             {"problems", report.problems},
+             {"advice", report.advice}};
     for (const std::string& problem : report.problems) Problem(problem);
     for (const std::string& advice : report.advice) Problem(advice);
     printf("%zu releases, %zu files of %" PRIu64 " bytes, %zu problems\n", report.releases,

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "lib/whole_file.h"
+
 namespace fs = std::filesystem;
 
 bool ListFolder(const std::string& folder, std::vector<fs::path>* paths, std::string* error) {
