@@ -1,6 +1,7 @@
 #include "delta/delta_plan.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "lib/patch_format.h"
 
@@ -24,16 +25,14 @@ constexpr uint32_t kImpossible = UINT32_MAX / 2;
 class Planner {
 public:
     Planner(const DeltaSources& sources, size_t begin, size_t end, PatchWriter* writer)
-        : m_finder(sources.finder),
+        : m_sources(sources),
           m_old(sources.old),
           m_new(sources.contents),
           m_end(end),
           m_writer(writer),
-          m_indexedAll(sources.matches.empty()),
           m_known(std::partition_point(
               sources.matches.begin(), sources.matches.end(),
               [begin](const LongMatch& match) { return match.End() <= begin; })),
-          m_knownEnd(sources.matches.end()),
           m_position(begin) {}
 
     void Run();
@@ -41,10 +40,10 @@ public:
 private:
     Match KnownAt(size_t position);
     Match Longest(size_t position) const {
-        return m_finder.Longest(m_new + position, m_end - position);
+        return m_sources.finder.Longest(m_new + position, m_end - position);
     }
     bool MayMatchAt(size_t position) const {
-        return m_end - position >= kWindow && m_finder.MayMatch(m_new + position);
+        return m_end - position >= kWindow && m_sources.finder.MayMatch(m_new + position);
     }
     bool MayHold(size_t position) const;
     bool LookAhead(Match* match);
@@ -52,14 +51,12 @@ private:
     void ExtendBack(size_t place);
     void CloseGap();
 
-    const MatchFinder& m_finder;
+    const DeltaSources& m_sources;
     const uint8_t* m_old;
     const uint8_t* m_new;
     size_t m_end;
     PatchWriter* m_writer;
-    bool m_indexedAll;
     std::vector<LongMatch>::const_iterator m_known;  // the first that may be of use
-    std::vector<LongMatch>::const_iterator m_knownEnd;
 
     size_t m_position;         // all before it are written or in the gap
     std::vector<Match> m_gap;  // for each of its bytes, the longest known match from there on
@@ -72,8 +69,9 @@ private:
 
 // The rest of a known long match that holds this position.
 Match Planner::KnownAt(size_t position) {
-    while (m_known != m_knownEnd && m_known->End() <= position) ++m_known;
-    if (m_known == m_knownEnd || m_known->begin > position) return {};
+    const auto end = m_sources.matches.end();
+    while (m_known != end && m_known->End() <= position) ++m_known;
+    if (m_known == end || m_known->begin > position) return {};
     const size_t passed = position - m_known->begin;
     return {static_cast<uint32_t>(m_known->offset + passed),
             static_cast<uint32_t>(std::min(m_known->End(), m_end) - position)};
@@ -116,7 +114,7 @@ bool Planner::LookAhead(Match* match) {
     const size_t reach = m_position + match->length + kSureMatch;
     if (match->length >= kLongEnough || reach > m_end) return false;
     // Such a match holds the bytes on both sides of the end of this one.
-    if (m_indexedAll &&
+    if (m_sources.matches.empty() &&
         !(MayHold(reach - kSureMatch - kWindow / 2) && MayHold(reach - kWindow - 1))) {
         return false;
     }
@@ -181,24 +179,21 @@ void Planner::CloseGap() {
         m_copyFrom[end] = static_cast<uint32_t>(from);
     }
 
-    struct Command {
-        bool isCopy;
-        size_t begin;
-        size_t end;
-    };
-    std::vector<Command> commands;  // last first
+    std::vector<std::pair<bool, size_t>>
+        commands;  // whether it is a copy, and its begin; last first
     bool isCopy = m_copy[size] <= m_literal[size];
-    for (size_t end = size; end > 0;) {
+    for (size_t end = size; end > 0; end = commands.back().second) {
         const size_t begin = isCopy ? m_copyFrom[end] : end - 1;
-        commands.push_back({isCopy, begin, end});
+        commands.emplace_back(isCopy, begin);
         isCopy = isCopy ? m_copy[begin] <= m_literal[begin]
                         : m_copy[begin] + kLiteralCost < m_literal[begin];
-        end = begin;
     }
-    for (auto command = commands.rbegin(); command != commands.rend(); ++command) {
-        const auto length = static_cast<uint32_t>(command->end - command->begin);
-        if (command->isCopy) {
-            m_writer->Copy(m_gap[command->begin].offset, length);
+    for (; !commands.empty(); commands.pop_back()) {
+        const auto [copies, begin] = commands.back();
+        const size_t end = commands.size() > 1 ? commands.end()[-2].second : size;
+        const auto length = static_cast<uint32_t>(end - begin);
+        if (copies) {
+            m_writer->Copy(m_gap[begin].offset, length);
         } else {
             m_writer->Literal(length);
         }

@@ -122,7 +122,8 @@ private:
         size_t longest = 0;
         size_t left = kMostCompared;
         const uint8_t* at = m_old + std::min(expected - std::min(expected, kBeside), m_oldSize);
-        while (left > 0 && (at = Find(at, end, block)) != nullptr) {
+        while (left > 0 && (at = static_cast<const uint8_t*>(memmem(
+                                at, static_cast<size_t>(end - at), block, kBlock))) != nullptr) {
             const size_t limit =
                 std::min({left, m_size - begin, m_oldSize - static_cast<size_t>(at - m_old)});
             const size_t length = CommonLength(block, at, 0, limit);
@@ -134,11 +135,6 @@ private:
             ++at;
         }
         return best;
-    }
-
-    static const uint8_t* Find(const uint8_t* begin, const uint8_t* end, const uint8_t* block) {
-        return static_cast<const uint8_t*>(
-            memmem(begin, static_cast<size_t>(end - begin), block, kBlock));
     }
 
     bool Try(size_t begin, size_t offset, size_t least) {

@@ -1,27 +1,23 @@
 #include "store/patch_jobs.h"
 
 #include <algorithm>
-#include <cinttypes>
 #include <condition_variable>
-#include <cstdio>
+#include <fstream>
 #include <map>
 #include <mutex>
 
 #include "delta/delta.h"
 #include "delta/threads.h"
 #include "lib/local_file_check.h"
-#include "lib/stream.h"
 
 namespace {
 
 // The bytes that programs may take before the system swaps.
 uint64_t FreeMemory() {
-    const Stream info(fopen("/proc/meminfo", "re"));
-    char line[256];
+    std::ifstream info("/proc/meminfo");
     uint64_t kilobytes = 0;
-    while (info && fgets(line, sizeof line, info.get()) != nullptr) {
-        if (sscanf(line, "MemAvailable: %" SCNu64, &kilobytes) == 1) break;
-    }
+    for (std::string word; info >> word && word != "MemAvailable:";) continue;
+    info >> kilobytes;
     return kilobytes * 1024;
 }
 

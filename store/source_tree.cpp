@@ -14,41 +14,27 @@ bool IsSameTime(const timespec& a, const timespec& b) {
     return a.tv_sec == b.tv_sec && a.tv_nsec == b.tv_nsec;
 }
 
-// Lists the files of one directory tree.
-class Scanner {
-public:
-    Scanner(std::vector<SourceFile>* files, std::vector<std::string>* problems)
-        : m_files(files), m_problems(problems) {}
-
-    // `prefix` is the path of `folder` below the root, with a slash unless it is empty.
-    void Scan(const std::string& folder, const std::string& prefix);
-
-private:
-    std::vector<SourceFile>* m_files;
-    std::vector<std::string>* m_problems;
-    fs::path m_root;  // without links
-};
-
-void Scanner::Scan(const std::string& folder, const std::string& prefix) {
-    std::error_code ignored;
-    if (prefix.empty()) m_root = fs::canonical(folder, ignored);
+// Lists the files of a folder. `prefix` is the folder's path below `root`, with a slash unless it
+// is empty. `root` has no links.
+void Scan(const std::string& folder, const std::string& prefix, const fs::path& root,
+          std::vector<SourceFile>* files, std::vector<std::string>* problems) {
     std::vector<fs::path> entries;
     std::string error;
-    if (!ListFolder(folder, &entries, &error)) m_problems->push_back(error);
+    if (!ListFolder(folder, &entries, &error)) problems->push_back(error);
     for (const fs::path& entry : entries) {
         const std::string path = entry.string();
+        std::error_code ignored;
         struct stat link;
         SourceFile file{prefix + entry.filename().string(), {}, false};
         if (lstat(path.c_str(), &link) != 0 || stat(path.c_str(), &file.status) != 0) {
-            m_problems->push_back(SystemError(path));
+            problems->push_back(SystemError(path));
         } else if (S_ISDIR(link.st_mode)) {
-            Scan(path, file.path + "/");
+            Scan(path, file.path + "/", root, files, problems);
         } else if (S_ISREG(file.status.st_mode)) {
-            file.leadsOut =
-                S_ISLNK(link.st_mode) && !IsBelow(fs::canonical(entry, ignored), m_root);
-            m_files->push_back(std::move(file));
+            file.leadsOut = S_ISLNK(link.st_mode) && !IsBelow(fs::canonical(entry, ignored), root);
+            files->push_back(std::move(file));
         } else {
-            m_problems->push_back(
+            problems->push_back(
                 path + ": neither a directory, a regular file nor a link to a regular file");
         }
     }
@@ -73,7 +59,8 @@ bool IsSameTree(const std::vector<SourceFile>& before, const std::vector<SourceF
 
 std::vector<SourceFile> ScanTree(const std::string& directory, std::vector<std::string>* problems) {
     std::vector<SourceFile> files;
-    Scanner(&files, problems).Scan(directory, "");
+    std::error_code ignored;
+    Scan(directory, "", fs::canonical(directory, ignored), &files, problems);
     std::sort(files.begin(), files.end(),
               [](const SourceFile& a, const SourceFile& b) { return a.path < b.path; });
     return files;

@@ -2,8 +2,6 @@
 
 #include <gelf.h>
 
-#include <algorithm>
-#include <cstdio>
 #include <cstring>
 #include <memory>
 #include <sstream>
@@ -50,15 +48,13 @@ std::set<std::string> NeededLibraries(Elf* elf, Elf_Data* data, size_t texts) {
 }
 
 // The versions of glibc are among the texts that the dynamic linker uses.
-std::vector<int> NeededGlibc(const Elf_Data* texts) {
-    std::vector<int> newest;
+std::string NeededGlibc(const Elf_Data* texts) {
+    std::string newest;
     if (texts == nullptr || texts->d_buf == nullptr) return newest;
     const std::string all(static_cast<const char*>(texts->d_buf), texts->d_size);
-    for (size_t at = all.find("GLIBC_"); at != all.npos; at = all.find("GLIBC_", at + 1)) {
-        std::vector<int> numbers(3);
-        const int found = sscanf(&all[at], "GLIBC_%d.%d.%d", &numbers[0], &numbers[1], &numbers[2]);
-        numbers.resize(static_cast<size_t>(std::max(found, 0)));
-        newest = std::max(newest, numbers);
+    for (size_t at = 0; (at = all.find("GLIBC_2.", at)) != all.npos;) {
+        const char* version = &all[at += strlen("GLIBC_")];
+        if (strverscmp(version, newest.c_str()) > 0) newest = version;
     }
     return newest;
 }
@@ -116,12 +112,8 @@ std::optional<UpdaterProgram> ReadUpdaterProgram(const std::string& path, std::s
 std::vector<std::string> CompareUpdaters(const UpdaterProgram& before, const UpdaterProgram& now,
                                          const std::set<std::string>& beside) {
     std::vector<std::string> warnings, libraries;
-    if (now.glibc > before.glibc) {
-        std::string version;
-        for (const int number : now.glibc) {
-            version += (version.empty() ? "" : ".") + std::to_string(number);
-        }
-        warnings.push_back("the updater needs glibc " + version + ", the one before did not");
+    if (strverscmp(now.glibc.c_str(), before.glibc.c_str()) > 0) {
+        warnings.push_back("the updater needs glibc " + now.glibc + ", the one before did not");
     }
     for (const std::string& library : now.libraries) {
         if (before.libraries.contains(library) || beside.contains(library)) continue;

@@ -9,7 +9,7 @@
 struct UpdaterProgram {
     std::vector<std::string> note;    // name, version and update hosts (lib/elf_file.h)
     std::set<std::string> libraries;  // that it needs, without those of glibc
-    std::vector<int> glibc;           // the version that it needs, such as {2, 28}
+    std::string glibc;                // the version that it needs, such as "2.28"
 };
 
 // Reads a program. Nothing, with the reason in `fault`, unless it is a complete ELF program for
