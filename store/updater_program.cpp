@@ -2,6 +2,7 @@
 
 #include <gelf.h>
 
+#include <cctype>
 #include <cstring>
 #include <memory>
 #include <sstream>
@@ -52,9 +53,9 @@ std::string NeededGlibc(const Elf_Data* texts) {
     std::string newest;
     if (texts == nullptr || texts->d_buf == nullptr) return newest;
     const std::string all(static_cast<const char*>(texts->d_buf), texts->d_size);
-    for (size_t at = 0; (at = all.find("GLIBC_2.", at)) != all.npos;) {
+    for (size_t at = 0; (at = all.find("GLIBC_", at)) != all.npos;) {
         const char* version = &all[at += strlen("GLIBC_")];
-        if (strverscmp(version, newest.c_str()) > 0) newest = version;
+        if (isdigit(*version) && strverscmp(version, newest.c_str()) > 0) newest = version;
     }
     return newest;
 }
