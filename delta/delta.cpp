@@ -103,21 +103,17 @@ DeltaResult MakePatch(const std::string& old_path, const std::string& new_path,
     MappedFile from;
     MappedFile to;
     if (!from.Open(old_path, reason) || !to.Open(new_path, reason)) return DeltaResult::FAILED;
-    if (to.Size() == 0) {
-        *reason = new_path + ": no patch makes an empty file";
+    const auto none = [reason](const std::string& why) {
+        *reason = why;
         return DeltaResult::NONE;
-    }
-    if (std::max(from.Size(), to.Size()) > kMaxPatchedSize) {
-        *reason = (from.Size() > kMaxPatchedSize ? old_path : new_path) + ": too large for a patch";
-        return DeltaResult::NONE;
-    }
+    };
+    if (to.Size() == 0) return none(new_path + ": no patch makes an empty file");
+    if (from.Size() > kMaxPatchedSize) return none(old_path + ": too large for a patch");
+    if (to.Size() > kMaxPatchedSize) return none(new_path + ": too large for a patch");
     PatchWriter writer;
     if (!PlanPatch(from, &to, options, &writer, reason)) return DeltaResult::FAILED;
     writer.LimitCommands(kMaxCommands);
-    if (writer.Size() > options.sizeLimit) {
-        *reason = "the patch would be too large";
-        return DeltaResult::NONE;
-    }
+    if (writer.Size() > options.sizeLimit) return none("the patch would be too large");
     if (writer.Write(patch, to.Data(), reason)) return DeltaResult::MADE;
     unlink(patch.c_str());
     return DeltaResult::FAILED;

@@ -8,7 +8,7 @@
 
 #include "delta/bytes.h"
 #include "delta/threads.h"
-#include "lib/whole_file.h"
+#include "lib/failure.h"
 
 namespace {
 

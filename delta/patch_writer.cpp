@@ -2,9 +2,9 @@
 
 #include <algorithm>
 
+#include "lib/failure.h"
 #include "lib/patch_format.h"
 #include "lib/stream.h"
-#include "lib/whole_file.h"
 
 namespace {
 

@@ -4,18 +4,9 @@
 #include <cstddef>
 #include <cstdint>
 #include <string>
-#include <utility>
 
+#include "lib/failure.h"
 #include "lib/work_observer.h"
-
-// "path: what went wrong", from errno.
-std::string SystemError(const std::string& path);
-
-// Sets the reason of a failure. Returns false, for the caller to return.
-[[nodiscard]] inline bool Fail(std::string* error, std::string reason) {
-    *error = std::move(reason);
-    return false;
-}
 
 [[nodiscard]] bool ReadWholeFile(const std::string& path, std::string* text, std::string* error);
 

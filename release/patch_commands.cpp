@@ -9,11 +9,11 @@
 
 #include "delta/delta.h"
 #include "delta/threads.h"
+#include "lib/failure.h"
 #include "lib/file_helpers.h"
 #include "lib/patch_buffer.h"
 #include "lib/patch_reader.h"
 #include "lib/stream.h"
-#include "lib/whole_file.h"
 #include "release/commands.h"
 #include "release/progress_line.h"
 #include "store/file_progress.h"

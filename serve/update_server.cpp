@@ -11,6 +11,7 @@
 #include <cstring>
 #include <utility>
 
+#include "lib/failure.h"
 #include "log/gamelog.h"
 
 namespace {
@@ -58,9 +59,8 @@ std::unique_ptr<UpdateServer> UpdateServer::Open(Store* store, const ServerOptio
     std::unique_ptr<UpdateServer> server(new UpdateServer(store, options));
     SessionContext* const context = &server->m_context;
     if (context->counts.sessionLimit == 0) {
-        *error = "the limit of open files leaves no room for clients beside " +
-                 std::to_string(options.slots) + " slots";
-        return nullptr;
+        return Fail(error, "the limit of open files leaves no room for clients beside " +
+                               std::to_string(options.slots) + " slots");
     }
     if (!server->Listen(error)) return nullptr;
     if (options.metrics.empty()) return server;

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "lib/whole_file.h"
+#include "lib/failure.h"
 
 namespace fs = std::filesystem;
 

@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "lib/checksum.h"
+#include "lib/failure.h"
 #include "store/names.h"
 
 namespace {
@@ -124,16 +125,13 @@ std::string FormatManifest(const Manifest& manifest) {
 bool ParseManifest(const std::string& text, Manifest* manifest, std::string* error) {
     const size_t body = text.size() - std::min(text.size(), kLastLineSize);
     *manifest = ParseLines(text);
-    if (!text.starts_with(kFirstLine)) {
-        *error = "no manifest of a known kind";
-    } else if (text.substr(body) != LastLine(text.substr(0, body))) {
-        *error = "the manifest is damaged or cut short";
-    } else if (FormatManifest(*manifest) != text) {
-        *error = "a line of the manifest is malformed";
-    } else if (const std::string fault = ContentFault(*manifest); !fault.empty()) {
-        *error = "the manifest has an impossible entry: " + fault;
-    } else {
-        return true;
+    if (!text.starts_with(kFirstLine)) return Fail(error, "no manifest of a known kind");
+    if (text.substr(body) != LastLine(text.substr(0, body))) {
+        return Fail(error, "the manifest is damaged or cut short");
     }
-    return false;
+    if (FormatManifest(*manifest) != text) {
+        return Fail(error, "a line of the manifest is malformed");
+    }
+    const std::string fault = ContentFault(*manifest);
+    return fault.empty() || Fail(error, "the manifest has an impossible entry: " + fault);
 }

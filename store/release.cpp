@@ -17,10 +17,7 @@ std::shared_ptr<const Release> Release::Load(const std::string& directory, std::
     if (!ReadWholeFile(path, &text, error)) return nullptr;
     Manifest manifest;
     std::string fault;
-    if (!ParseManifest(text, &manifest, &fault)) {
-        *error = path + ": " + fault;
-        return nullptr;
-    }
+    if (!ParseManifest(text, &manifest, &fault)) return Fail(error, path + ": " + fault);
     return std::shared_ptr<const Release>(new Release(directory, std::move(manifest)));
 }
 

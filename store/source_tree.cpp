@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <filesystem>
 
-#include "lib/whole_file.h"
+#include "lib/failure.h"
 #include "store/folder.h"
 
 namespace fs = std::filesystem;

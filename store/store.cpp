@@ -10,7 +10,7 @@
 #include <set>
 #include <utility>
 
-#include "lib/whole_file.h"
+#include "lib/failure.h"
 #include "store/folder.h"
 
 namespace {
@@ -69,9 +69,8 @@ bool ListReleases(const std::string& store, std::vector<std::filesystem::path>* 
                   std::string* error) {
     const std::string folder = store + "/" + kReleasesFolder;
     if (access(folder.c_str(), F_OK) == 0) return ListFolder(folder, entries, error);
-    *error = store + " is no store; \"halcyrix-release publish\" makes one (" +
-             SystemError(folder) + ")";
-    return false;
+    return Fail(error, store + " is no store; \"halcyrix-release publish\" makes one (" +
+                           SystemError(folder) + ")");
 }
 
 Store::Store(std::string directory) : m_directory(std::move(directory)) {}
@@ -79,9 +78,8 @@ Store::Store(std::string directory) : m_directory(std::move(directory)) {}
 std::unique_ptr<Store> Store::Open(const std::string& directory, std::string* error) {
     std::unique_ptr<Store> store(new Store(directory));
     store->Refresh();
-    if (store->m_fault.empty()) return store;
-    *error = store->m_fault;
-    return nullptr;
+    if (!store->m_fault.empty()) return Fail(error, store->m_fault);
+    return store;
 }
 
 void Store::Refresh() {

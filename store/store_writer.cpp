@@ -39,9 +39,9 @@ bool MakeFolder(const std::string& path, std::vector<std::string>* made, std::st
 bool Sync(const std::string& path, int (*operation)(int), std::string* error) {
     const int fd = open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     const bool synced = fd != -1 && operation(fd) == 0;
-    if (!synced) *error = SystemError(path);
+    const std::string reason = SystemError(path);
     if (fd != -1) close(fd);
-    return synced;
+    return synced || Fail(error, reason);
 }
 
 bool RemoveAll(const std::string& path, std::string* error) {
@@ -89,15 +89,12 @@ std::unique_ptr<StoreWriter> StoreWriter::OpenOrMake(const std::string& director
     }
     if (!made->empty()) made->push_back(lock);
     writer->m_lock = OpenForAppending(lock);
-    if (!writer->m_lock) {
-        *error = SystemError(lock);
-        return nullptr;
-    }
+    if (!writer->m_lock) return Fail(error, SystemError(lock));
     if (flock(fileno(writer->m_lock.get()), LOCK_EX | LOCK_NB) != 0) {
         made->clear();
-        *error = errno == EWOULDBLOCK ? directory + ": somebody else is publishing to this store"
-                                      : SystemError(lock);
-        return nullptr;
+        return Fail(error, errno == EWOULDBLOCK
+                               ? directory + ": somebody else is publishing to this store"
+                               : SystemError(lock));
     }
 
     if (!ReadReservation(directory, &writer->m_next, error)) return nullptr;
@@ -111,9 +108,9 @@ std::unique_ptr<StoreWriter> StoreWriter::OpenOrMake(const std::string& director
     for (const auto& [sequence, damaged] : writer->m_store->Damaged()) {
         if (sequence < next.sequence) continue;
         if (!damaged.release) {
-            *error = damaged.reason + "; without it, or the file " + kReservedFile +
-                     ", the used numbers are unknown: copy one of the two from a backup";
-            return nullptr;
+            return Fail(error,
+                        damaged.reason + "; without it, or the file " + kReservedFile +
+                            ", the used numbers are unknown: copy one of the two from a backup");
         }
         next.sequence = sequence + 1;
         next.index = std::max(next.index, static_cast<uint32_t>(damaged.release->NextIndex()));

@@ -8,8 +8,8 @@
 #include <sstream>
 
 #include "lib/elf_file.h"
+#include "lib/failure.h"
 #include "lib/stream.h"
-#include "lib/whole_file.h"
 
 namespace {
 
@@ -88,26 +88,21 @@ std::vector<std::string> HostsOf(const UpdaterProgram& program) {
 
 std::optional<UpdaterProgram> ReadUpdaterProgram(const std::string& path, std::string* fault) {
     const Stream file = OpenForReading(path);
-    if (!file) {
-        *fault = SystemError(path);
-        return {};
-    }
+    if (!file) return Fail(fault, SystemError(path));
     elf_version(EV_CURRENT);
     const OwnedElf elf(elf_begin(fileno(file.get()), ELF_C_READ, nullptr), elf_end);
     GElf_Ehdr header;
     if (elf_kind(elf.get()) != ELF_K_ELF || gelf_getehdr(elf.get(), &header) == nullptr) {
-        *fault = "it is not an ELF file";
-    } else if (gelf_getclass(elf.get()) != ELFCLASS64 || header.e_machine != EM_X86_64 ||
-               (header.e_type != ET_EXEC && header.e_type != ET_DYN)) {
-        *fault = "it is not a program for x86-64";
-    } else if (IsTruncatedElf(path)) {
-        *fault = "it is incomplete";
-    } else if (UpdaterProgram program = ReadSections(elf.get()); program.note.size() >= 3) {
-        return program;
-    } else {
-        *fault = "it has no note of an updater";
+        return Fail(fault, "it is not an ELF file");
     }
-    return {};
+    if (gelf_getclass(elf.get()) != ELFCLASS64 || header.e_machine != EM_X86_64 ||
+        (header.e_type != ET_EXEC && header.e_type != ET_DYN)) {
+        return Fail(fault, "it is not a program for x86-64");
+    }
+    if (IsTruncatedElf(path)) return Fail(fault, "it is incomplete");
+    UpdaterProgram program = ReadSections(elf.get());
+    if (program.note.size() < 3) return Fail(fault, "it has no note of an updater");
+    return program;
 }
 
 std::vector<std::string> CompareUpdaters(const UpdaterProgram& before, const UpdaterProgram& now,
