@@ -53,38 +53,18 @@ void PatchWriter::Append(const PatchWriter& other, uint64_t skipped) {
 }
 
 void PatchWriter::LimitCommands(size_t limit) {
-    for (uint64_t price = 1; m_commands.size() > limit; price += 1 + price / 16) {
-        DropCopies(price, limit);
-    }
-}
-
-// Goes through the commands once, dropping copies of which each command less costs at most so many
-// bytes more.
-void PatchWriter::DropCopies(uint64_t price, size_t limit) {
-    std::deque<Command> before;
-    before.swap(m_commands);
-    m_size = kPatchEndOfPassSize;
-    size_t total = before.size();
-    while (!before.empty()) {
-        const Command command = before.front();
-        before.pop_front();
-        if (command.IsLiteral()) {
-            Literal(command.length);
-            continue;
-        }
-        // It grows together with the literals on either side. Where there is none, it makes room
-        // for the next copy to do so.
-        const Command* next = before.empty() ? nullptr : &before.front();
-        const unsigned fewer = InLiteral() + (next != nullptr && next->IsLiteral());
-        const unsigned later =
-            fewer == 0 && next != nullptr && next->length <= kPatchCopySize + price;
-        const uint64_t more = command.length + kPatchLiteralHeaderSize;
-        const uint64_t less = kPatchCopySize + fewer * kPatchLiteralHeaderSize;
-        if (total > limit && fewer + later > 0 && more <= less + (fewer + later) * price) {
-            Literal(command.length);
-            total -= fewer;
-        } else {
-            Copy(command.offset, command.length);
+    for (uint32_t least = kPatchCopySize + 1; m_commands.size() > limit; least += 1 + least / 16) {
+        std::deque<Command> before;
+        before.swap(m_commands);
+        m_size = kPatchEndOfPassSize;
+        for (; !before.empty(); before.pop_front()) {
+            const Command& command = before.front();
+            const bool tooMany = m_commands.size() + before.size() > limit;
+            if (command.IsLiteral() || (tooMany && command.length < least)) {
+                Literal(command.length);
+            } else {
+                Copy(command.offset, command.length);
+            }
         }
     }
 }

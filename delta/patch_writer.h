@@ -29,8 +29,7 @@ public:
     size_t Commands() const { return m_commands.size(); }
     uint64_t Size() const { return m_size; }
 
-    // While there are more commands than the limit, turns those copies into literals that save the
-    // least.
+    // While there are more commands than the limit, turns the shortest copies into literals.
     void LimitCommands(size_t limit);
 
     // Writes the patch, with the literals' data from the new contents. False when not everything
@@ -45,8 +44,6 @@ private:
         bool IsLiteral() const { return offset == kLiteral; }
     };
     static constexpr uint32_t kLiteral = UINT32_MAX;  // no offset: the old contents end before it
-
-    void DropCopies(uint64_t price, size_t limit);
 
     std::deque<Command> m_commands;  // grows without being moved
     uint64_t m_size = kPatchEndOfPassSize;
