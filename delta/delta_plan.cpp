@@ -17,7 +17,7 @@ constexpr uint32_t kLiteralCost = kPatchLiteralHeaderSize;
 // A gap is closed at this size, to bound the memory of its plan.
 constexpr size_t kMaxGap = 4096;
 
-// For a match that is longer, no later and longer one is looked for.
+// A match of this length is taken without looking for a longer one behind its beginning.
 constexpr uint32_t kLongEnough = 4096;
 
 constexpr uint32_t kImpossible = UINT32_MAX / 2;

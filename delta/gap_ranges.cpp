@@ -14,23 +14,22 @@ constexpr size_t kLeastGap = 6;
 constexpr size_t kBesidePart = 32;
 constexpr size_t kMostBeside = 65536;
 
-// When more than this part would be indexed, all might as well be.
+// When more than this part would be indexed, everything is.
 constexpr size_t kLargestPart = 4;
 
-// A window is found so often: what stands in the contents everywhere need not be indexed
-// everywhere.
+// How many places of one window are indexed. Contents that repeat themselves need no more.
 constexpr uint32_t kMostFound = 16;
 
-// Windows are looked for at so many bytes from one another.
+// The distance of the places in the old contents where windows are looked for.
 constexpr size_t kWindowStride = 4;
 
-// Before a window that was found, as a match may begin there, and from its beginning on, as much as
-// tells most matches apart.
+// What is indexed of a window that was found: the bytes before it, since a match may begin there,
+// and from its beginning on enough to tell most matches apart.
 constexpr size_t kBefore = kWindowStride;
 constexpr size_t kAfter = 30;
 
-// The windows of the gaps, and how often each was found. Few of those whose hash has the same place
-// have room.
+// The windows of the gaps, and how often each was found. Of windows with neighbouring hashes at
+// most kSlots are kept; further ones are dropped.
 class WindowTable {
 public:
     explicit WindowTable(size_t count) : m_bits(std::bit_width(count) + 1) {

@@ -13,20 +13,20 @@ constexpr size_t kBlock = 32;
 // Smaller files are as quickly indexed as a whole.
 constexpr size_t kSmallest = size_t{1} << 20;
 
-// Files of which more than this part is not covered have too much to be found in between.
+// With more than this part uncovered, too much lies between the matches to be searched there.
 constexpr size_t kUncoveredPart = 16;
 
-// A shorter match that a hash found may stand in a better place somewhere else.
+// A shorter match that a hash found may have a better place elsewhere.
 constexpr size_t kLeastFound = 256;
 
-// So far behind a match a change in place is looked for before any other.
+// How far behind a match the same shift is tried before the table is asked.
 constexpr size_t kNear = 64;
 
-// So far around the expected place a block is searched for, and so many bytes are compared in all.
+// The search around the expected place: its reach, and how many bytes it compares at most.
 constexpr size_t kBeside = 4096;
 constexpr size_t kMostCompared = 65536;
 
-// A match is extended so far back at the most, over those that it makes unnecessary.
+// The farthest that a match is extended back, over matches that it replaces.
 constexpr size_t kFarthestBack = 65536;
 
 constexpr size_t kNowhere = SIZE_MAX;

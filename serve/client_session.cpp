@@ -15,7 +15,7 @@
 
 namespace {
 
-// Updaters name one or two components; who names more means harm.
+// Updaters name one or two components. More are an attack.
 constexpr size_t kMaxComponents = 16;
 constexpr size_t kMaxComponentLength = 255;  // as long as a directory's name can be
 
@@ -90,8 +90,8 @@ void ClientSession::OnReadable() {
         const uint8_t* frame = evbuffer_pullup(input, frameLength);
         const auto request = DecodeRequest(frame + kFrameHeaderSize, static_cast<size_t>(length));
         evbuffer_drain(input, static_cast<size_t>(frameLength));
-        // Clients wait for each reply, so only one that does not read comes here with output
-        // waiting. This also bounds what a flood of requests can make the buffer hold.
+        // Clients wait for each reply. Refusing others bounds what a flood of requests can make the
+        // buffer hold.
         const Ending ending = request && OutputIsEmpty() ? Answer(*request) : BROKE_PROTOCOL;
         if (ending != GOES_ON) return End(ending);
     }
@@ -193,7 +193,7 @@ Ending ClientSession::AnswerFileRequest(const Request& request) {
         return AddDownload(file->index);
     }
 
-    // It goes to the log, and what a client sends may be anything.
+    // The version goes to the log, where a bad one could be misread.
     m_installedVersion = VersionFault(request.version).empty() ? request.version : "?";
     if (request.tag == kTagChecksum) {
         const auto installed = m_context->store->Find(request.version);
@@ -241,12 +241,11 @@ void ClientSession::Admit() {
 }
 
 void ClientSession::TellPlace(const QueueStatus& status) {
-    // Who has not read the last status yet does not need another.
+    // A client that has not read the last status yet gets no other.
     if (OutputIsEmpty()) Send(Encode(status));
 }
 
-// Into the empty buffer, one piece for each call, so that a fast client leaves the others their
-// turn.
+// Fills the empty buffer with one piece, so that other clients have their turn.
 Ending ClientSession::FillOutput() {
     auto result = DownloadStream::MORE;
     if (m_state == LISTING) FillFileList(Output());

@@ -9,7 +9,7 @@
 
 namespace {
 
-// With what libevent adds it is just below a power of two, which is what libevent allocates.
+// libevent allocates powers of two. With libevent's own header this is just below one.
 constexpr int kPiecesAtOnce = 15;
 constexpr size_t kEnough = size_t{kPiecesAtOnce} * kMaxFrame;
 

@@ -145,8 +145,7 @@ TEST_F(ServeTest, ServesInOrderAndTellsThePlacesAndTheRate) {
     EXPECT_EQ(queue.Rate(), 20) << "two slots, ten seconds each";
 }
 
-// But a client that checks its files may be silent.
-TEST_F(ServeTest, WaitsForNobodyWithoutAnEnd) {
+TEST_F(ServeTest, DropsSilentClientsButNotWhileTheyCheckFiles) {
     for (const bool byRate : {true, false}) {
         ServerOptions options;
         options.slots = 1;
@@ -307,8 +306,7 @@ TEST_F(ServeTest, HasItsLimitsAndTellsThemInItsMetrics) {
     }
 }
 
-// And nobody takes its log.
-TEST_F(ServeTest, StaysSmallAndServesWhileACrowdMeansHarm) {
+TEST_F(ServeTest, StaysSmallAndServesACrowdThatMeansHarmWhileNobodyReadsItsLog) {
     ServingProgram server(StorePath(), "127.0.0.1");
     const auto resident = [&server] {
         const std::string status = ReadFile("/proc/" + std::to_string(server.Pid()) + "/status");

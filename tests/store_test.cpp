@@ -191,13 +191,6 @@ TEST_F(StoreTest, HasPatchesFromTheLastReleasesOfTheComponent) {
          "tool check store 2>&1 | grep -c 12/files => 0\n"});
 }
 
-TEST_F(StoreTest, IsTheSameWithAnyNumberOfJobs) {
-    Try(
-        {"for v in 1 2 3; do for i in $(seq 20); do seq $i 999 >game/$i; echo $v >>game/$i; done;"
-         " for n in 1 2 8; do tool publish store$n $v linux64=game --jobs $n --memory 200M;"
-         "same store1 store$n || exit; done; done; tool check store8 => 3 releases, 126 files"});
-}
-
 // Prepares version 3, and runs commands while a file is stored.
 struct Meddler : PublishObserver {
     explicit Meddler(std::string what) : commands(std::move(what)) {
