@@ -1,22 +1,18 @@
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <cinttypes>
 #include <cstdio>
-#include <cstdlib>
-#include <utility>
 
 #include "delta/delta.h"
 #include "delta/threads.h"
 #include "lib/failure.h"
 #include "lib/file_helpers.h"
+#include "lib/file_progress.h"
+#include "lib/new_file.h"
 #include "lib/patch_buffer.h"
 #include "lib/patch_reader.h"
 #include "lib/stream.h"
 #include "release/commands.h"
 #include "release/progress_line.h"
-#include "store/file_progress.h"
 #include "store/updater_program.h"
 
 namespace {
@@ -52,65 +48,21 @@ bool ShowCommand(const PatchCommand& command, Totals* totals) {
     }
 }
 
-// A file that is written under a name of its own and gets the wanted one when it is complete. That
-// may be the name of a file it is made from.
-class NewFile {
-public:
-    explicit NewFile(std::string path) : m_path(std::move(path)) {}
-    ~NewFile() {
-        if (!m_temporary.empty()) unlink(m_temporary.c_str());
-    }
-
-    // False after telling the problem, such as a device of that name.
-    bool Create() {
-        struct stat status;
-        if (lstat(m_path.c_str(), &status) == 0 && !S_ISREG(status.st_mode)) {
-            Problem(m_path + ": is there and no regular file");
-            return false;
-        }
-        std::string name = m_path + ".XXXXXX";
-        const int file = mkstemp(name.data());
-        if (file == -1) {
-            Problem("cannot write " + SystemError(m_path));
-            return false;
-        }
-        m_temporary = name;
-        const mode_t mask = umask(0);
-        umask(mask);
-        fchmod(file, 0666 & ~mask);
-        close(file);
-        return true;
-    }
-
-    const std::string& Temporary() const { return m_temporary; }
-
-    ExitStatus Finish() {
-        if (rename(m_temporary.c_str(), m_path.c_str()) != 0) {
-            return Problem("cannot write " + SystemError(m_path));
-        }
-        m_temporary.clear();
-        return EXIT_DONE;
-    }
-
-private:
-    const std::string m_path;
-    std::string m_temporary;  // empty when there is none
-};
-
 }  // namespace
 
 ExitStatus Diff(const std::string& from, const std::string& to, const std::string& patch,
                 size_t jobs) {
     NewFile made(patch);
-    if (!made.Create()) return EXIT_PROBLEM;
     std::string reason;
+    if (!made.Create(&reason)) return Problem(reason);
     ProgressLine progress;
     progress.Begin("comparing", static_cast<uint64_t>(std::max<int64_t>(FileSize(to), 0)));
     progress.File(to);
     const PatchOptions options{.threads = ThreadsFor(jobs), .observer = &progress};
     const DeltaResult result = MakePatch(from, to, made.Temporary(), options, &reason);
     progress.End();
-    return result == DeltaResult::MADE ? made.Finish() : Problem(reason);
+    const bool finished = result == DeltaResult::MADE && made.Finish(&reason);
+    return finished ? EXIT_DONE : Problem(reason);
 }
 
 ExitStatus Apply(const std::string& from, const std::string& patch, const std::string& result) {
@@ -121,13 +73,15 @@ ExitStatus Apply(const std::string& from, const std::string& patch, const std::s
     if (!patched.Load(patch, from)) return Problem(patch + ": cannot be applied to " + from);
     if (patched.Size() == 0) return Problem(patch + ": makes an empty file");
     NewFile made(result);
-    if (!made.Create()) return EXIT_PROBLEM;
+    std::string error;
+    if (!made.Create(&error)) return Problem(error);
     ProgressLine progress;
     progress.Begin("writing", static_cast<uint64_t>(patched.Size()));
     FileProgress file(&progress, result, static_cast<uint64_t>(patched.Size()));
     const bool written = patched.WriteFile(made.Temporary(), &file);
     progress.End();
-    return written ? made.Finish() : Problem("cannot write " + SystemError(result));
+    if (!written) return Problem("cannot write " + SystemError(result));
+    return made.Finish(&error) ? EXIT_DONE : Problem(error);
 }
 
 ExitStatus Show(const std::string& path) {

@@ -47,7 +47,8 @@ size_t TerminalColumns() {
 }  // namespace
 
 ProgressLine::ProgressLine() {
-    if (isatty(STDERR_FILENO) != 0) m_thread = std::thread(&ProgressLine::Redraw, this);
+    if (isatty(STDERR_FILENO) == 0) return;
+    m_thread = std::jthread([this](const std::stop_token& ended) { Redraw(ended); });
 }
 
 void ProgressLine::Begin(const char* step, uint64_t bytes) {
@@ -78,18 +79,14 @@ void ProgressLine::Print(FILE* stream, const std::string& line) {
 
 void ProgressLine::End() {
     if (!m_thread.joinable()) return;
-    {
-        const std::lock_guard lock(m_mutex);
-        m_ended = true;
-    }
-    m_endTold.notify_all();
+    m_thread.request_stop();
     m_thread.join();
     Erase();
 }
 
-void ProgressLine::Redraw() {
+void ProgressLine::Redraw(const std::stop_token& ended) {
     std::unique_lock lock(m_mutex);
-    while (!m_endTold.wait_for(lock, kInterval, [this] { return m_ended; })) {
+    while (!m_endTold.wait_for(lock, ended, kInterval, [&] { return ended.stop_requested(); })) {
         if (!m_step.empty()) Draw();
     }
 }

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <mutex>
+#include <stop_token>
 #include <string>
 #include <thread>
 
@@ -32,18 +33,17 @@ public:
 private:
     using Clock = std::chrono::steady_clock;
 
-    void Redraw();
+    void Redraw(const std::stop_token& ended);
     void Draw();
     void Erase();
 
     std::atomic<uint64_t> m_done = 0;  // bytes of the step
     std::mutex m_mutex;                // of all below
-    std::condition_variable m_endTold;
-    bool m_ended = false;
+    std::condition_variable_any m_endTold;
     std::string m_step;  // empty before the first
     std::string m_file;
     uint64_t m_bytes = 0;
     Clock::time_point m_begun{};
     bool m_drawn = false;
-    std::thread m_thread;  // runs Redraw(); none without a terminal
+    std::jthread m_thread;  // runs Redraw(); none without a terminal
 };

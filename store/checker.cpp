@@ -9,7 +9,7 @@
 
 #include "lib/file_helpers.h"
 #include "lib/local_file_check.h"
-#include "store/file_progress.h"
+#include "lib/file_progress.h"
 #include "store/folder.h"
 #include "store/store_writer.h"
 
