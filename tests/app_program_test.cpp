@@ -135,7 +135,6 @@ TEST_F(ProgramTest, StartsAsWhatItsNameAndArgumentsSay) {
     } cases[] = {
         {UPDATER, "-phase2", kScript, "", "0  "},
         {UPDATER, "-Bugreport", kScript, "", "0  "},
-        {LOOPBACK_UPDATER, "-phase2", "no program", "ARCHlinux64", ""},
         {LOOPBACK_UPDATER, "-phase2", cutOff, "ARCHlinux64", ""},
         {LOOPBACK_UPDATER, "x", noCopy, "ARCHlinux64upd", ""},
         {Copy(), "-phase2x", kScript, "ARCHlinux64upd", "1 -phase2 "},  // the session fails

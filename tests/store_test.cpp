@@ -307,12 +307,10 @@ TEST_F(StoreTest, IsWorkedOnByAToolThatTellsUsageFromProblems) {
     Sh("echo x >bad; cp game/same old; cp old made; cp old patch.tmp; cp old made.tmp; cp old new; "
        "echo new >>new; mkfifo pipe; mkdir b");
     for (const std::string wrong :
-         {"publish . 1 a=b --memory 0", "publish . 1 a=b --patches-from -1",
-          "publish . 1 a=b --jobs 1025", "prune . --keep 0", "serve . --port 0",
-          "serve . --slots 0", "serve . --port 65536", "serve . --per-address -1",
-          "serve . --min-rate -1", "serve . --total-rate 99999999999999999999",
-          "serve . --client-rate 5x", "serve . --client-rate 1k --min-rate 2k",
-          "serve . --total-rate 31999 --slots 32", "serve . --drain 86401", "serve . --listen here",
+         {"publish . 1 a=b --memory 0", "publish . 1 a=b --jobs 1025", "prune . --keep 0",
+          "serve . --port 65536", "serve . --per-address -1", "serve . --client-rate 5x",
+          "serve . --total-rate 99999999999999999999", "serve . --client-rate 1k --min-rate 2k",
+          "serve . --total-rate 31999 --slots 32", "serve . --listen here",
           "serve . --metrics :80"}) {
         Try({"tool " + wrong + " => 2 halcyrix-release: --"});
     }
@@ -330,23 +328,18 @@ TEST_F(StoreTest, IsWorkedOnByAToolThatTellsUsageFromProblems) {
          "=> 0 []",
          "tool serve --help | awk 'NR > 30 || length > 80' | wc -l => 0 0",
          "publish 1 x => 2 halcyrix-release: SOURCES: x is not COMPONENT=DIR",
-         "tool check game => 1 ",
          "tool prune game --keep 1 => 1 halcyrix-release: game is no store; \"halcyrix-release "
          "publish\"",
          "tool publish j 2 a=game; rm -r j => nothing has changed since version 1; --allow-empty",
-         "tool list game => 1 ",
          "tool diff patch.tmp new patch => 0 ",
          "umask 27; tool diff old new other && stat -c %a other; rm other => 0 640",
          "tool diff old new pipe => 1 halcyrix-release: pipe: is there and no regular file",
-         "tool apply old patch pipe => 1 ",
          "tool apply made.tmp patch made && cp old made => 0 ",
-         "tool show bad => 1 ",
          "tool diff old none other => 1 halcyrix-release: none: No such",
          "tool show patch => 0 copy",
          "tool show patch >/dev/full => done, but",
          "tool apply made patch made => 0 ",
          "tool apply none patch old => 1 halcyrix-release: none: No",
-         "tool apply old bad old => 1 ",
          "cmp made new; cmp old game/same; cmp old made.tmp; cmp old patch.tmp; "
          "rm -r b; ls => 0 "
          "bad\ngame\nmade\nmade.tmp\nnew\nold\npatch\npatch.tmp\npipe\n"});

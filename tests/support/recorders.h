@@ -35,9 +35,6 @@ struct RecordingProgress : ProgressIndicator {
         progress.emplace_back(done, total);
         if (onProgress) onProgress(done, total);
     }
-    void SetLongProgress(int64_t done, int64_t total) override {
-        longProgress.emplace_back(done, total);
-    }
     void SetStatus(const char* text) override {
         statuses.emplace_back(text);
         if (onStatus) onStatus(text);
@@ -48,7 +45,6 @@ struct RecordingProgress : ProgressIndicator {
     }
 
     std::vector<std::pair<int32_t, int32_t>> progress;
-    std::vector<std::pair<int64_t, int64_t>> longProgress;
     std::vector<std::string> statuses;
     std::vector<int32_t> results;
     std::function<void(int32_t, int32_t)> onProgress;
