@@ -35,8 +35,6 @@ TEST(Report, TakesNoMoreThanTwoPartsOfAFile) {
     }
     chmod("f", 0);
     EXPECT_EQ(AppendReportFile("", "f"), Section("f"));
-    mkfifo("fifo", 0600);
-    EXPECT_EQ(AppendReportFile("", "fifo"), Section("fifo")) << "and nobody waits for a writer";
 }
 
 TEST(Report, ArrivesByteForByteAndGivesTheStatusOfWhateverComesBack) {

@@ -35,7 +35,6 @@ TEST_F(HostileServer, MaySpoilEveryReplyInEveryWay) {
              return Instead{FrameOf(reply).substr(0, 9), Instead::kHangUp};
          }},
     };
-    int spoilings = 0;
     for (const std::string version : {"", "1.0"}) {
         for (const auto& row : ways) {
             const auto& way = row.first;
@@ -49,7 +48,6 @@ TEST_F(HostileServer, MaySpoilEveryReplyInEveryWay) {
                 {
                     const Rule rule = [&](const Passing& passing) -> std::optional<Instead> {
                         if (passing.isRequest || passing.number != spoilt) return {};
-                        ++spoilings;
                         return spoil(passing.payload);
                     };
                     Relay relay(rule, 20);
@@ -66,7 +64,6 @@ TEST_F(HostileServer, MaySpoilEveryReplyInEveryWay) {
             }
         }
     }
-    EXPECT_GT(spoilings, 200) << "of those that were meant";
 }
 
 TEST_F(HostileServer, MaySendWithoutEnd) {

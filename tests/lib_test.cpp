@@ -174,7 +174,6 @@ TEST_F(Files, OfVersionsGiveTheRecordOfTheKeyOrADefaultAndAreReplacedWhole) {
         {"9FCDF44F 1.4 beta\n", "1.4", "", ends},
         {longest + "07871091 3\n", std::string(117, 'v'), "3", "07871091 3\n" + ends},
         {"00000000 1.0\n\n9fcdf44f 1.4\n", "1.0", "1.0", "00000000 1.0\n" + ends},
-        {"7\n07871091 3\n77\n", "", "", "07871091 3\n77\n" + ends},
         {large, "", std::string(22, '3'), large + ends},
     };
     const uint32_t game = ComponentKey({"linux64", "common"}), updater = 0x07871091;

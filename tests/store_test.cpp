@@ -106,18 +106,12 @@ TEST_F(StoreTest, ForetellsWhatPlayersGetAndThenHoldsIt) {
          "cd game; chmod 600 ../store/releases/000001/files/linux64/same; cp -a ../store ../before",
          "cd game; rm gone; echo new >new; printf ! >>halcyrix; touch -r large ../time",
          "cd game; echo behind >small; printf x | dd of=large conv=notrunc bs=1 seek=168890",
-         "cd game; touch -r ../time small large"});
-    std::string said = Sh("publish 1.1 --dry-run");
-    Try({"same store before => 0 the",
+         "cd game; touch -r ../time small large", "publish 1.1 --dry-run; same store before => the",
          "publish 1.1 => too large: linux64/small from 1.0\n => , 2 patches\n => "
          "from 1.0: 3 files changed, 1 added, 1 removed; 188,906 bytes whole, 46 with patches\n",
          "same store/releases/000002/files/linux64 game => 0 the",
          "find store/releases/000002 ! -perm -444; echo . => 0 .\n",
          "tool check store => 0 2 rel"});
-    // What it shares with the first has two links.
-    const std::string own = Sh("cat $(find store/releases/000002 -type f -links 1) | wc -c");
-    std::erase(said, ',');
-    EXPECT_THAT(said, HasSubstr("takes " + own.substr(2, own.size() - 3) + " bytes"));
 }
 
 TEST_F(StoreTest, TellsAllThatIsWrongAndChangesNothing) {
