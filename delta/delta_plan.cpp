@@ -17,9 +17,6 @@ constexpr uint32_t kLiteralCost = kPatchLiteralHeaderSize;
 // A gap is closed at this size, to bound the memory of its plan.
 constexpr size_t kMaxGap = 4096;
 
-// A match of this length is taken without looking for a longer one behind its beginning.
-constexpr uint32_t kLongEnough = 4096;
-
 constexpr uint32_t kImpossible = UINT32_MAX / 2;
 
 class Planner {
@@ -45,8 +42,6 @@ private:
     bool MayMatchAt(size_t position) const {
         return m_end - position >= kWindow && m_sources.finder.MayMatch(m_new + position);
     }
-    bool MayHold(size_t position) const;
-    bool LookAhead(Match* match);
     void AddToGap(Match match);
     void ExtendBack(size_t place);
     void CloseGap();
@@ -86,8 +81,6 @@ void Planner::Run() {
             if (m_gap.size() == kMaxGap) CloseGap();
             continue;
         }
-        while (LookAhead(&match)) continue;
-
         // The filter may have passed over the beginning of the match.
         while (!m_gap.empty() && match.offset > 0 &&
                m_old[match.offset - 1] == m_new[m_position - 1]) {
@@ -101,36 +94,6 @@ void Planner::Run() {
         m_position += match.length;
     }
     CloseGap();
-}
-
-// Whether there may be a match that holds kWindow + 1 bytes from this position on.
-bool Planner::MayHold(size_t position) const {
-    return MayMatchAt(position) || MayMatchAt(position + 1);
-}
-
-// Whether a match that begins within the next few bytes reaches so much further that `match` is
-// better left to the plan of the gap. Moves there if so.
-bool Planner::LookAhead(Match* match) {
-    const size_t reach = m_position + match->length + kSureMatch;
-    if (match->length >= kLongEnough || reach > m_end) return false;
-    // Such a match holds the bytes on both sides of the end of this one.
-    if (m_sources.matches.empty() &&
-        !(MayHold(reach - kSureMatch - kWindow / 2) && MayHold(reach - kWindow - 1))) {
-        return false;
-    }
-    Match passed[kCopyCost] = {*match};
-    for (size_t ahead = 1; ahead < kCopyCost; ++ahead) {
-        const size_t position = m_position + ahead;
-        Match later = KnownAt(position);
-        if (later.length == 0) later = Longest(position);
-        if (position + later.length >= reach) {
-            for (size_t i = 0; i < ahead; ++i) AddToGap(passed[i]);
-            *match = later;
-            return true;
-        }
-        passed[ahead] = later;
-    }
-    return false;
 }
 
 void Planner::AddToGap(Match match) {

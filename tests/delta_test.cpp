@@ -68,8 +68,6 @@ TEST(Delta, MakesAPatchOfTheExpectedSizeForEveryChange) {
          noise.substr(0, 500) + noise.substr(9001, 8) + noise.substr(700), 9 + 9 + 9 + 1},
         {"a copy that only seems to pay", noise + "ABCDEFGH" + other.substr(0, 12),
          other.substr(0, 12) + noise.substr(100), 5 + 12 + 9 + 1},
-        {"a copy that is best begun late", noise + "12345" + noise.substr(5000, 40),
-         other.substr(0, 20) + "12345" + noise.substr(5000, 1000), 5 + 25 + 9 + 1},
         {"moved across the parts of the index", large, other + part(1100000) + part(1, 1099999),
          5 + other.size() + 9 + 9 + 1},
         {"something from far away in the end", large,
