@@ -8,8 +8,8 @@
 #include <set>
 
 #include "lib/file_helpers.h"
-#include "lib/local_file_check.h"
 #include "lib/file_progress.h"
+#include "lib/local_file_check.h"
 #include "store/folder.h"
 #include "store/store_writer.h"
 
