@@ -2,6 +2,7 @@
 #pragma once
 
 #include <string>
+#include <utility>
 
 // Written under a name of its own beside the wanted one, which it gets when it is complete. So the
 // wanted name may be that of a file that it is made from. Removed when it was not finished.
