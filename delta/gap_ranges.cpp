@@ -72,8 +72,7 @@ std::vector<Range> Joined(std::vector<Range> ranges, size_t oldSize) {
         range.begin -= range.begin % 2;
         range.end = std::min(range.end + range.end % 2, oldSize);
     }
-    std::sort(ranges.begin(), ranges.end(),
-              [](const Range& a, const Range& b) { return a.begin < b.begin; });
+    std::ranges::sort(ranges, {}, &Range::begin);
     std::vector<Range> joined;
     for (const Range& range : ranges) {
         if (!joined.empty() && range.begin <= joined.back().end) {

@@ -159,8 +159,7 @@ void MatchFinder::Search(const Block& block, const uint8_t* text, size_t length,
 // block's text ends, or end where two pieces of the text meet.
 void MatchFinder::Improve(Match* longest, const Block& block, size_t at, const uint8_t* text,
                           size_t length, size_t common) const {
-    const auto next = std::upper_bound(block.pieces.begin(), block.pieces.end(), at,
-                                       [](size_t a, const Piece& piece) { return a < piece.at; });
+    const auto next = std::ranges::upper_bound(block.pieces, at, {}, &Piece::at);
     const size_t end = next == block.pieces.end() ? block.size : next->at;
     const size_t offset = std::prev(next)->offset + at - std::prev(next)->at;
     if (common >= end - at) {

@@ -4,11 +4,8 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
-#include <charconv>
-#include <climits>
 #include <cstdint>
 #include <cstdio>
-#include <functional>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <numeric>
@@ -24,51 +21,35 @@ namespace {
 
 constexpr char kVersion[] = "halcyrix-release " HALCYRIX_VERSION;
 
-// Each check returns why the text is refused, and an empty string for a good one.
-
-std::string CheckSource(const std::string& text) {
-    return text.find('=') == std::string::npos ? text + " is not COMPONENT=DIR" : "";
-}
-
-std::string CheckAddress(const std::string& text) {
-    in_addr address;
-    return inet_pton(AF_INET, text.c_str(), &address) == 1 ? "" : text + " is no IPv4 address";
-}
-
-std::string CheckAddressAndPort(const std::string& text) {
-    return ParseAddress(text) ? "" : text + " is not ADDRESS:PORT";
-}
-
-std::string CheckRange(const std::string& text) {
-    return ParseRange(text) ? "" : text + " is not ADDRESS or ADDRESS/BITS";
-}
-
-// What follows the whole number that the text begins with; null for a text that does not, or with
-// one of more than 64 bits.
-const char* ReadNumber(const std::string& text, uint64_t* number) {
-    const auto read = std::from_chars(text.data(), text.data() + text.size(), *number);
-    return read.ec == std::errc() ? read.ptr : nullptr;
-}
-
-std::function<std::string(const std::string&)> NumberFrom(uint64_t least,
-                                                          uint64_t most = UINT64_MAX) {
-    return [=](const std::string& text) {
-        uint64_t number = 0;
-        const char* const rest = ReadNumber(text, &number);
-        if (rest != nullptr && *rest == '\0' && number >= least && number <= most) {
-            return std::string();
-        }
-        return text + " is no number from " + std::to_string(least) +
-               (most == UINT64_MAX ? " on" : " to " + std::to_string(most));
+// Refuses what is not the wanted.
+template <class Test>
+CLI::Validator Is(const std::string& wanted, Test test) {
+    const auto check = [=](const std::string& text) {
+        return test(text) ? std::string() : text + " is not " + wanted;
     };
+    return {check, ""};
+}
+
+bool IsAddress(const std::string& text) {
+    in_addr address;
+    return inet_pton(AF_INET, text.c_str(), &address) == 1;
+}
+
+// Limits do not stand in the help.
+CLI::Validator Between(size_t least, size_t most) {
+    return CLI::Range(least, most).description("");
 }
 
 // Turns bytes with a unit, such as 20M, into a number.
 CLI::Validator ToBytes(bool k_is_1000) {
     const auto convert = [size = CLI::AsSizeValue(k_is_1000)](std::string& text) {
-        uint64_t ignored;
-        if (ReadNumber(text, &ignored) != nullptr && size(text).empty()) return std::string();
-        return text + " is no number of bytes, such as 500k or 20M";
+        const std::string given = text;
+        try {
+            if (size(text).empty()) return std::string();
+        } catch (const CLI::ValidationError&) {
+            // Its message does not name the option.
+        }
+        return given + " is no number of bytes, such as 500k or 20M";
     };
     return {convert, ""};
 }
@@ -118,8 +99,8 @@ CLI::App* AddCommand(CLI::App* app, const char* name, const char* help,
 }
 
 CLI::Option* AddNumber(CLI::App* command, const char* name, size_t* value, const char* help,
-                       uint64_t least, uint64_t most = UINT64_MAX) {
-    return command->add_option(name, *value, help)->type_name("N")->check(NumberFrom(least, most));
+                       size_t least, size_t most) {
+    return command->add_option(name, *value, help)->type_name("N")->check(Between(least, most));
 }
 
 void AddJson(CLI::App* command, CommandLine* line) {
@@ -143,9 +124,10 @@ void AddPublish(CLI::App* app, CommandLine* line) {
             "SOURCES", take,
             "COMPONENT=DIR for each; linux64upd has update.rlb, and its libraries in lib/")
         ->required()
-        ->check(CheckSource);
+        ->check(Is("COMPONENT=DIR",
+                   [](const std::string& text) { return text.find('=') != text.npos; }));
     AddNumber(publish, "--patches-from", &request.patchesFrom,
-              "From how many releases of a component to make patches", 0)
+              "From how many releases of a component to make patches", 0, 1'000'000)
         ->capture_default_str();
     publish->add_flag("--new-component", request.newComponents,
                       "Allow components that no earlier release has");
@@ -161,7 +143,7 @@ void AddPublish(CLI::App* app, CommandLine* line) {
                      "For all patches at a time; default: half of what is free")
         ->type_name("BYTES")
         ->transform(ToBytes(false))
-        ->check(NumberFrom(1));
+        ->check(Between(1, INT64_MAX));
 }
 
 void AddPrune(CLI::App* app, CommandLine* line) {
@@ -184,31 +166,33 @@ void AddServe(CLI::App* app, CommandLine* line) {
             ->capture_default_str();
     };
     const auto addRate = [add](const char* name, uint64_t* rate, const char* description) {
-        add("Rates", name, rate, "BYTES", description)->transform(ToBytes(true));
+        add("Rates", name, rate, "BYTES", description)
+            ->transform(ToBytes(true))
+            ->check(Between(0, INT64_MAX));
     };
     add("Clients", "--listen", &server.address, "ADDRESS", "Local IPv4 address to listen on")
-        ->check(CheckAddress);
-    add("Clients", "--port", &server.port, "PORT", "Port to listen on")
-        ->check(NumberFrom(1, 65535));
+        ->check(Is("an IPv4 address", IsAddress));
+    add("Clients", "--port", &server.port, "PORT", "Port to listen on")->check(Between(1, 65535));
     add("Clients", "--slots", &server.slots, "N", "Clients that download at a time")
-        ->check(NumberFrom(1, 100'000));
+        ->check(Between(1, 100'000));
     add("Clients", "--per-address", &server.perAddress, "N",
         "Clients that one address may have; 0: no limit")
-        ->check(NumberFrom(0, INT_MAX));
+        ->check(Between(0, 1'000'000));
     add("Clients", "--proxy-protocol", &server.proxies, "ADDRESS[/BITS]",
         "Balancer that names its clients; may be given again")
         ->allow_extra_args(false)
-        ->check(CheckRange);
+        ->default_str("")
+        ->check(Is("ADDRESS or ADDRESS/BITS", ParseRange));
     add("Clients", "--motd", &server.motdFile, "FILE", "Message of the day for all players");
     addRate("--client-rate", &server.clientRate, "Limit of each download, in bytes a second");
     addRate("--total-rate", &server.totalRate, "Limit of all downloads together; 0: none");
     addRate("--min-rate", &server.minRate, "A slower download loses its slot in a minute");
     add("Stopping", "--drain", &server.drainSeconds, "SECONDS",
         "How long downloads go on after the first signal")
-        ->check(NumberFrom(0, 86'400));
+        ->check(Between(0, 86'400));
     add("Watching", "--metrics", &server.metrics, "ADDRESS:PORT",
         "Where to answer HTTP requests for /metrics")
-        ->check(CheckAddressAndPort);
+        ->check(Is("ADDRESS:PORT", ParseAddress));
     serve->callback([&server] {
         // Every download would be too slow.
         const uint64_t share = server.totalRate / static_cast<uint64_t>(server.slots);
@@ -293,12 +277,11 @@ ExitStatus UsageError(const CLI::App& app, std::string text) {
         help += used.front()->get_name() + " ";
     } else if (const auto words = app.remaining(); !words.empty()) {
         const auto commands = app.get_subcommands({});
-        const auto isNearer = [&words](const CLI::App* one, const CLI::App* other) {
-            return EditDistance(words.front(), one->get_name()) <
-                   EditDistance(words.front(), other->get_name());
+        const auto distance = [&words](const CLI::App* command) {
+            return EditDistance(words.front(), command->get_name());
         };
         text = "there is no command \"" + words.front() + "\"; the nearest is \"" +
-               (*std::min_element(commands.begin(), commands.end(), isNearer))->get_name() + "\"";
+               std::ranges::min(commands, {}, distance)->get_name() + "\"";
     } else {
         text = "a command is required";
     }

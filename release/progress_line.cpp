@@ -5,6 +5,8 @@
 
 #include <algorithm>
 
+#include "store/names.h"
+
 namespace {
 
 constexpr std::chrono::milliseconds kInterval{250};
@@ -33,7 +35,7 @@ std::string Fitting(const std::string& text, size_t columns) {
     for (const char c : text) {
         const bool begins = (c & 0xC0) != 0x80;
         if (begins && columns-- == 0) break;
-        fitting += static_cast<unsigned char>(c) < 0x20 || c == 0x7F ? '?' : c;
+        fitting += IsControl(c) ? '?' : c;
     }
     return fitting;
 }

@@ -28,7 +28,7 @@ std::string TimeOf(size_t questions, double round_trip) {
 void PrintForecast(const Publisher& publisher, Json* json) {
     const Release& release = publisher.Result();
     auto earlier = publisher.Published().Releases();
-    std::reverse(earlier.begin(), earlier.end());
+    std::ranges::reverse(earlier);
     for (const auto& from : earlier) {
         const UpdateForecast update = ForecastUpdate(*from, release);
         if (!update.sharesComponents) continue;

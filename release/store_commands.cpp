@@ -22,7 +22,7 @@ using Components = std::list<std::string>;
 
 // What is asked of a store with these releases: what the updater and the game ask, and each
 // component of any other name by itself.
-std::vector<Components> Audiences(const std::vector<std::shared_ptr<const Release>>& releases) {
+std::vector<Components> Audiences(const ReleaseList& releases) {
     std::vector<Components> audiences = {{kUpdaterComponent}, {kGameComponent, kCommonComponent}};
     const std::set<std::string> known = {kUpdaterComponent, kGameComponent, kCommonComponent};
     std::set<std::string> others;
@@ -33,14 +33,6 @@ std::vector<Components> Audiences(const std::vector<std::shared_ptr<const Releas
     }
     for (const std::string& component : others) audiences.push_back({component});
     return audiences;
-}
-
-// "a+b"
-template <class Names>
-std::string Joined(const Names& names, const char* between) {
-    std::string text;
-    for (const std::string& name : names) text += (text.empty() ? "" : between) + name;
-    return text;
 }
 
 // When the release was made, which copies of it keep.

@@ -177,8 +177,7 @@ void ClientSession::FillFileList(evbuffer* output) {
 // The file with this name in the list that the session was sent.
 const ReleaseFile* ClientSession::FindListed(const std::string& name) const {
     const ReleaseFile* file = m_release->FindFile(name);
-    const auto end = m_components.end();
-    const bool listed = std::find(m_components.begin(), end, ComponentOf(name)) != end;
+    const bool listed = std::ranges::count(m_components, ComponentOf(name)) > 0;
     return listed ? file : nullptr;
 }
 
@@ -217,7 +216,7 @@ Ending ClientSession::AddDownload(uint32_t index) {
 }
 
 Ending ClientSession::AnswerResume(const ResumeRequest& resume) {
-    const Download download = FindDownload(*m_release, m_downloads.Last());
+    const StoredFile download = m_release->Stored(m_downloads.Last());
     const bool accepted = resume.offset > 0 && resume.offset <= download.length &&
                           FileTailChecksum(download.path, resume.offset) == resume.tailChecksum;
     if (accepted) m_downloads.ResumeLast(resume.offset);
@@ -328,11 +327,7 @@ void ClientSession::End(Ending ending) {
 }
 
 std::string ClientSession::Summary() const {
-    std::string components;
-    for (const std::string& component : m_components) {
-        if (!components.empty()) components += '+';
-        components += component;
-    }
+    std::string components = Joined(m_components, "+");
     char numbers[128];
     snprintf(numbers, sizeof numbers, "%u files, %llu bytes, %.1f s", m_downloads.FilesSent(),
              static_cast<unsigned long long>(BytesSent()),

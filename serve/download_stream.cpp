@@ -17,17 +17,6 @@ bool HasRoom(evbuffer* output) { return evbuffer_get_length(output) + kMaxFrame 
 
 }  // namespace
 
-Download FindDownload(const Release& release, uint32_t index) {
-    size_t place = index - release.FirstIndex();
-    if (place < release.Files().size()) {
-        const ReleaseFile& file = release.Files()[place];
-        return {release.FilePath(file), file.checksum, file.length};
-    }
-    place -= release.Files().size();
-    const ReleasePatch& patch = release.Patches()[place];
-    return {release.PatchPath(patch), patch.checksum, patch.length};
-}
-
 bool DownloadStream::Add(const Release& release, uint32_t index) {
     const size_t place = index - release.FirstIndex();
     if (place >= m_asked.size()) m_asked.resize(place + 1);
@@ -52,7 +41,7 @@ DownloadStream::Result DownloadStream::Fill(const Release& release, evbuffer* ou
 
 bool DownloadStream::Begin(const Release& release, evbuffer* output) {
     const uint32_t index = release.FirstIndex() + m_place;
-    const Download download = FindDownload(release, index);
+    const StoredFile download = release.Stored(index);
     const auto resumed = m_offsets.find(index);
     const uint32_t offset = resumed == m_offsets.end() ? 0 : resumed->second;
     m_file = OpenForReading(download.path);

@@ -10,15 +10,6 @@
 #include "serve/event_tools.h"
 #include "store/release.h"
 
-// One file or patch to be sent.
-struct Download {
-    std::string path;  // in the store
-    uint32_t checksum;
-    uint32_t length;
-};
-// The release must have something with this index.
-Download FindDownload(const Release& release, uint32_t index);
-
 // The downloads that a client has asked for, and how far they have been sent: a header and data
 // packets for each, by index, then the end. A client may ask for a whole game and then wait for an
 // hour, so each download takes one bit here.

@@ -6,6 +6,8 @@
 #include <algorithm>
 #include <utility>
 
+#include "store/names.h"
+
 namespace {
 constexpr int kPatience = 1000;  // milliseconds
 }
@@ -21,8 +23,7 @@ void ServerLog::Print(const char* text) {
         Print((std::to_string(lost) + " lines of the log are missing: nobody took them\n").c_str());
     }
     std::string line = text;
-    const auto isControl = [](char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7F; };
-    std::replace_if(line.begin(), line.end() - line.ends_with('\n'), isControl, '?');
+    std::replace_if(line.begin(), line.end() - line.ends_with('\n'), IsControl, '?');
     GameLog::Print(line.c_str());
 }
 

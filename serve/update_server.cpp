@@ -116,8 +116,8 @@ void UpdateServer::Accept(evutil_socket_t fd, const sockaddr_in& peer) {
     const bool full = clients >= m_context.counts.sessionLimit;
     const int share = m_context.options.perAddress;
     const auto& proxies = m_context.proxies;
-    const bool proxied = std::any_of(proxies.begin(), proxies.end(),
-                                     [&](const AddressRange& range) { return range.Holds(peer); });
+    const bool proxied =
+        std::ranges::any_of(proxies, [&](const AddressRange& range) { return range.Holds(peer); });
     if (!full && (proxied || m_context.addresses.Add(peer, share))) {
         m_sessions.try_emplace(fd, &m_context, fd, peer, proxied);
         return;

@@ -12,11 +12,10 @@ bool ListFolder(const std::string& folder, std::vector<fs::path>* paths, std::st
          entry.increment(fault)) {
         paths->push_back(entry->path());
     }
-    std::sort(paths->begin(), paths->end());
+    std::ranges::sort(*paths);
     return !fault || Fail(error, folder + ": " + fault.message());
 }
 
 bool IsBelow(const fs::path& path, const fs::path& folder) {
-    return std::mismatch(folder.begin(), folder.end(), path.begin(), path.end()).first ==
-           folder.end();
+    return std::ranges::mismatch(folder, path).in1 == folder.end();
 }

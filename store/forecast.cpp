@@ -1,7 +1,5 @@
 #include "store/forecast.h"
 
-#include <algorithm>
-
 UpdateForecast ForecastUpdate(const Release& from, const Release& to) {
     UpdateForecast forecast;
     for (const std::string& component : to.Components()) {
@@ -15,10 +13,9 @@ UpdateForecast ForecastUpdate(const Release& from, const Release& to) {
             forecast.wholeBytes += file.length;
             forecast.patchedBytes += patch == nullptr ? file.length : patch->length;
         }
-        const auto before = from.Files(component);
-        forecast.removed += static_cast<size_t>(std::count_if(
-            before.begin(), before.end(),
-            [&to](const ReleaseFile& file) { return to.FindFile(file.name) == nullptr; }));
+        for (const ReleaseFile& old : from.Files(component)) {
+            if (to.FindFile(old.name) == nullptr) ++forecast.removed;
+        }
     }
     return forecast;
 }

@@ -80,7 +80,7 @@ std::string ContentFault(const Manifest& manifest) {
     for (const ReleaseFile& file : manifest.files) {
         if (file.name <= before || file.index != index++ || file.checksum == kNoChecksum ||
             !FileNameFault(file.name).empty() ||
-            !std::binary_search(components.begin(), components.end(), ComponentOf(file.name))) {
+            !std::ranges::binary_search(components, ComponentOf(file.name))) {
             return "file " + file.name;
         }
         before = file.name;

@@ -10,11 +10,7 @@
 
 namespace {
 
-bool IsControl(char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7F; }
-
-bool HasControl(const std::string& text) {
-    return std::any_of(text.begin(), text.end(), IsControl);
-}
+bool HasControl(const std::string& text) { return std::ranges::any_of(text, IsControl); }
 
 // The longest request names a version and a file: tag, version, NUL, name, NUL.
 static_assert(kTagPatch.size() + kMaxPublishedVersion + 1 + kMaxNameLength + 1 <= kMaxPayload);

@@ -15,8 +15,18 @@ constexpr char kGameComponent[] = "linux64";
 constexpr char kGameProgram[] = "halcyrix";
 constexpr char kCommonComponent[] = "common";
 
+inline bool IsControl(char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7F; }
+
 // The component of "component/path".
 std::string ComponentOf(const std::string& name);
+
+// The names with a text between them, such as "a+b".
+template <class Names>
+std::string Joined(const Names& names, const char* between) {
+    std::string text;
+    for (const std::string& name : names) text += (text.empty() ? "" : between) + name;
+    return text;
+}
 
 // Each returns why the text is refused, or an empty string for a good one.
 std::string VersionFault(const std::string& version);

@@ -41,10 +41,50 @@ bool Make(PatchJob* job, size_t threads, WorkObserver* observer, std::string* er
 // The state that the threads share.
 class Workshop {
 public:
-    Workshop(std::vector<PatchJob>* jobs, size_t threads, uint64_t memory, WorkObserver* observer);
+    Workshop(std::vector<PatchJob>* jobs, size_t threads, uint64_t memory, WorkObserver* observer)
+        : m_observer(observer), m_threads(threads), m_memory(memory) {
+        uint64_t bytes = 0;
+        for (PatchJob& job : *jobs) {
+            const uint64_t needed = PatchMemory(job.oldLength, job.newLength);
+            if (needed <= memory) {
+                m_waiting.emplace(needed, &job);
+                m_work += needed;
+                bytes += job.newLength;
+            } else {
+                job.reason = "it would take more memory than it may have (--memory)";
+            }
+        }
+        m_observer->Begin("patching", bytes);
+    }
 
     // Does jobs until none is left or one fails. Any number of threads may call it.
-    void Work();
+    void Work() {
+        std::unique_lock lock(m_mutex);
+        while (m_error.empty() && !m_waiting.empty()) {
+            // The largest that fits, so that no large one is left for the end.
+            auto next = m_waiting.upper_bound(m_memory);
+            if (next == m_waiting.begin()) {
+                m_changed.wait(lock);
+                continue;
+            }
+            const auto [needed, job] = *--next;
+            m_waiting.erase(next);
+            m_memory -= needed;
+            // One thread wakes the next, so that none wakes in vain when memory is short.
+            if (!m_waiting.empty() && m_waiting.begin()->first <= m_memory) m_changed.notify_one();
+            m_observer->File(job->name);
+
+            lock.unlock();
+            std::string error;
+            // A job that is most of the work gets most of the threads. Others may run beside it.
+            const size_t threads = 1 + m_threads * needed / m_work;
+            const bool done = Make(job, std::min(threads, m_threads), m_observer, &error);
+            lock.lock();
+            m_memory += needed;
+            if (!done) m_error = error;
+        }
+        m_changed.notify_all();
+    }
 
     const std::string& Error() const { return m_error; }
 
@@ -58,51 +98,6 @@ private:
     uint64_t m_memory;                             // not in use
     std::string m_error;
 };
-
-Workshop::Workshop(std::vector<PatchJob>* jobs, size_t threads, uint64_t memory,
-                   WorkObserver* observer)
-    : m_observer(observer), m_threads(threads), m_memory(memory) {
-    uint64_t bytes = 0;
-    for (PatchJob& job : *jobs) {
-        const uint64_t needed = PatchMemory(job.oldLength, job.newLength);
-        if (needed <= memory) {
-            m_waiting.emplace(needed, &job);
-            m_work += needed;
-            bytes += job.newLength;
-        } else {
-            job.reason = "it would take more memory than it may have (--memory)";
-        }
-    }
-    m_observer->Begin("patching", bytes);
-}
-
-void Workshop::Work() {
-    std::unique_lock lock(m_mutex);
-    while (m_error.empty() && !m_waiting.empty()) {
-        // The largest that fits, so that no large one is left for the end.
-        auto next = m_waiting.upper_bound(m_memory);
-        if (next == m_waiting.begin()) {
-            m_changed.wait(lock);
-            continue;
-        }
-        const auto [needed, job] = *--next;
-        m_waiting.erase(next);
-        m_memory -= needed;
-        // One thread wakes the next, so that none wakes in vain when memory is short.
-        if (!m_waiting.empty() && m_waiting.begin()->first <= m_memory) m_changed.notify_one();
-        m_observer->File(job->name);
-
-        lock.unlock();
-        std::string error;
-        // A job that is most of the work gets most of the threads. Others may run beside it.
-        const size_t threads = 1 + m_threads * needed / m_work;
-        const bool done = Make(job, std::min(threads, m_threads), m_observer, &error);
-        lock.lock();
-        m_memory += needed;
-        if (!done) m_error = error;
-    }
-    m_changed.notify_all();
-}
 
 }  // namespace
 

@@ -2,13 +2,10 @@
 #pragma once
 
 #include <cstddef>
-#include <memory>
-#include <vector>
 
 #include "store/release.h"
 
 // A release is superseded when at least `keep` later ones have all of its components. Takes the
 // releases oldest first. With a `keep` of 1 or more, the newest release with any set of components
 // is never superseded, so clients are given the same as before.
-std::vector<std::shared_ptr<const Release>> SupersededReleases(
-    const std::vector<std::shared_ptr<const Release>>& releases, size_t keep);
+ReleaseList SupersededReleases(const ReleaseList& releases, size_t keep);

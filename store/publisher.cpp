@@ -100,14 +100,14 @@ void Publisher::CheckRequest(std::vector<std::string>* problems) {
 }
 
 void Publisher::CheckAgainstStore(std::vector<std::string>* problems) {
-    Releases known = m_writer->Published().Releases();
+    ReleaseList known = m_writer->Published().Releases();
     for (const auto& [sequence, damaged] : m_writer->Published().Damaged()) {
         m_observer->Warn("release " + SequenceName(sequence) +
                          " is damaged and passed over: " + damaged.reason);
         if (damaged.release) known.push_back(damaged.release);
     }
     const auto isKnown = [&known](const auto& property) {
-        return std::any_of(known.begin(), known.end(), property);
+        return std::ranges::any_of(known, property);
     };
     if (isKnown([this](const auto& release) { return release->Version() == m_request.version; })) {
         problems->push_back(m_request.store + ": version " + m_request.version +
@@ -126,30 +126,26 @@ void Publisher::CheckAgainstStore(std::vector<std::string>* problems) {
 // Players run whatever is published as the updater. They could not update from another program.
 void Publisher::CheckUpdater(std::vector<std::string>* problems) {
     const std::string name = std::string(kUpdaterComponent) + "/" + kUpdaterProgram;
-    const ReleaseSource* source = nullptr;
-    std::set<std::string> beside;
-    for (const ReleaseSource& file : m_sources.Files()) {
-        if (ComponentOf(file.name) == kUpdaterComponent) {
-            beside.insert(fs::path(file.name).filename().string());
-        }
-        if (file.name == name) source = &file;
-    }
-    if (source == nullptr) return;
+    const auto& files = m_sources.Files();
+    const auto source = std::ranges::find(files, name, &ReleaseSource::name);
+    if (source == files.end()) return;
     std::string fault;
     const auto now = ReadUpdaterProgram(source->path, &fault);
-    if (!now) {
-        if (m_request.anyUpdater) return;
+    if (!now && !m_request.anyUpdater) {
         problems->push_back(source->path +
                             " is no updater; --any-updater publishes it all the same (" + fault +
                             ")");
-        return;
     }
-    const Releases releases = m_writer ? EarlierReleases(name) : Releases();
-    const ReleaseFile* old = releases.empty() ? nullptr : releases.front()->FindFile(name);
-    const auto before = old == nullptr
-                            ? std::nullopt
-                            : ReadUpdaterProgram(releases.front()->FilePath(*old), &fault);
+    const auto latest = m_writer ? Published().Latest({kUpdaterComponent}) : nullptr;
+    const ReleaseFile* old = latest ? latest->FindFile(name) : nullptr;
+    if (!now || old == nullptr) return;
+    const auto before = ReadUpdaterProgram(latest->FilePath(*old), &fault);
     if (!before) return;
+    std::set<std::string> beside;
+    for (const ReleaseSource& file : files) {
+        if (ComponentOf(file.name) != kUpdaterComponent) continue;
+        beside.insert(fs::path(file.name).filename().string());
+    }
     for (const std::string& warning : CompareUpdaters(*before, *now, beside)) {
         m_observer->Warn(warning);
     }
@@ -165,8 +161,8 @@ std::shared_ptr<const Release> Publisher::SameRelease() const {
         const ReleaseFile* old = latest->FindFile(file.name);
         return old != nullptr && file.HasContentsOf(*old);
     };
-    const bool same = files == m_manifest.files.size() &&
-                      std::all_of(m_manifest.files.begin(), m_manifest.files.end(), isOld);
+    const bool same =
+        files == m_manifest.files.size() && std::ranges::all_of(m_manifest.files, isOld);
     return same ? latest : nullptr;
 }
 
@@ -177,17 +173,8 @@ bool Publisher::Begin(std::string* error) {
     for (const ComponentSource& component : m_request.components) {
         m_manifest.components.push_back(component.component);
     }
-    std::sort(m_manifest.components.begin(), m_manifest.components.end());
+    std::ranges::sort(m_manifest.components);
     return m_writer->Begin(error);
-}
-
-Publisher::Releases Publisher::EarlierReleases(const std::string& name) const {
-    const std::string component = ComponentOf(name);
-    Releases releases = m_writer->Published().Releases();
-    std::reverse(releases.begin(), releases.end());
-    std::erase_if(releases,
-                  [&component](const auto& release) { return !release->HasComponent(component); });
-    return releases;
 }
 
 bool Publisher::NextIndex(uint32_t* index, std::string* error) const {
@@ -216,16 +203,16 @@ bool Publisher::StoreFile(const ReleaseSource& source, std::string* error) {
     const std::string target = m_writer->Incoming() + "/" + kFilesFolder + "/" + source.name;
     if (!MakeParents(target, error)) return false;
 
-    const Releases releases = EarlierReleases(source.name);
-    const ReleaseFile* old = releases.empty() ? nullptr : releases.front()->FindFile(source.name);
-    const std::string oldPath = old == nullptr ? "" : releases.front()->FilePath(*old);
+    const auto latest = Published().Latest({ComponentOf(source.name)});
+    const ReleaseFile* old = latest ? latest->FindFile(source.name) : nullptr;
+    const std::string oldPath = old == nullptr ? "" : latest->FilePath(*old);
     bool linked = old != nullptr && old->length == source.status.st_size &&
                   HaveSameContents(oldPath, source.path) && IsReadableByAll(oldPath) &&
                   link(oldPath.c_str(), target.c_str()) == 0;
     if (linked && !Measure(target, &file, m_observer, error)) return false;
     if (linked && !file.HasContentsOf(*old)) {
         // The maker's file is a link to the published one, and was changed in its place.
-        m_observer->Warn("release " + releases.front()->Version() + " is damaged: " + oldPath +
+        m_observer->Warn("release " + latest->Version() + " is damaged: " + oldPath +
                          " has other contents than were published");
         if (unlink(target.c_str()) != 0) return Fail(error, SystemError(target));
         linked = false;
@@ -248,10 +235,13 @@ bool Publisher::StoreFile(const ReleaseSource& source, std::string* error) {
 }
 
 void Publisher::PlanPatches(const ReleaseFile& file) {
-    Releases releases = EarlierReleases(file.name);
-    releases.resize(std::min(releases.size(), m_request.patchesFrom));
-    std::sort(releases.begin(), releases.end(),
-              [](const auto& a, const auto& b) { return a->Version() < b->Version(); });
+    ReleaseList releases = Published().Releases();
+    std::erase_if(releases, [component = ComponentOf(file.name)](const auto& release) {
+        return !release->HasComponent(component);
+    });
+    releases.erase(releases.begin(),
+                   releases.end() - std::min(releases.size(), m_request.patchesFrom));
+    std::ranges::sort(releases, {}, &Release::Version);
     const std::string folder = m_writer->Incoming() + "/";
     const size_t first = m_jobs.size();
     for (const auto& before : releases) {

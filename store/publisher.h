@@ -50,8 +50,6 @@ public:
     uint64_t DiskBytes() const { return m_diskBytes; }
 
 private:
-    using Releases = std::vector<std::shared_ptr<const Release>>;
-
     // A patch that is to be published. Several may come of one job, when versions had the same
     // file.
     struct PlannedPatch {
@@ -73,8 +71,6 @@ private:
     bool NamePatches(std::string* error);
     bool Finish(std::string* error);
 
-    // Releases that hold the component of the file, newest first.
-    Releases EarlierReleases(const std::string& name) const;
     // The index of the next entry. False when none is left.
     bool NextIndex(uint32_t* index, std::string* error) const;
 

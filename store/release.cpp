@@ -22,50 +22,47 @@ std::shared_ptr<const Release> Release::Load(const std::string& directory, std::
 }
 
 bool Release::HasComponent(const std::string& component) const {
-    return std::binary_search(m_manifest.components.begin(), m_manifest.components.end(),
-                              component);
+    return std::ranges::binary_search(m_manifest.components, component);
 }
 
 std::span<const ReleaseFile> Release::Files(const std::string& component) const {
     // The names of the component begin with "component/". The first name behind them all could be
     // "component0", since '0' follows '/'.
     static_assert('/' + 1 == '0');
-    const auto byName = [](const ReleaseFile& file, const std::string& name) {
-        return file.name < name;
-    };
     const auto& files = m_manifest.files;
-    const auto first = std::lower_bound(files.begin(), files.end(), component + "/", byName);
-    const auto last = std::lower_bound(first, files.end(), component + "0", byName);
-    return {first, last};
+    return {std::ranges::lower_bound(files, component + "/", {}, &ReleaseFile::name),
+            std::ranges::lower_bound(files, component + "0", {}, &ReleaseFile::name)};
 }
 
 const ReleaseFile* Release::FindFile(const std::string& name) const {
     const auto& files = m_manifest.files;
-    const auto found = std::lower_bound(
-        files.begin(), files.end(), name,
-        [](const ReleaseFile& file, const std::string& wanted) { return file.name < wanted; });
+    const auto found = std::ranges::lower_bound(files, name, {}, &ReleaseFile::name);
     return found != files.end() && found->name == name ? &*found : nullptr;
 }
 
 const ReleasePatch* Release::FindPatch(const std::string& name,
                                        const std::string& fromVersion) const {
-    const auto& patches = m_manifest.patches;
+    const auto key = [](const ReleasePatch& patch) {
+        return std::tie(patch.name, patch.fromVersion);
+    };
     const auto wanted = std::tie(name, fromVersion);
-    const auto found = std::lower_bound(patches.begin(), patches.end(), wanted,
-                                        [](const ReleasePatch& patch, const auto& key) {
-                                            return std::tie(patch.name, patch.fromVersion) < key;
-                                        });
-    const bool same =
-        found != patches.end() && found->name == name && found->fromVersion == fromVersion;
-    return same ? &*found : nullptr;
+    const auto found = std::ranges::lower_bound(m_manifest.patches, wanted, {}, key);
+    return found != m_manifest.patches.end() && key(*found) == wanted ? &*found : nullptr;
 }
 
 std::string Release::FilePath(const ReleaseFile& file) const {
     return m_directory + "/" + kFilesFolder + "/" + file.name;
 }
 
-std::string Release::PatchPath(const ReleasePatch& patch) const {
-    return m_directory + "/" + kPatchesFolder + "/" + PatchFileName(patch.index);
+StoredFile Release::Stored(uint32_t index) const {
+    const size_t place = index - m_manifest.firstIndex;
+    if (place < m_manifest.files.size()) {
+        const ReleaseFile& file = m_manifest.files[place];
+        return {FilePath(file), file.checksum, file.length};
+    }
+    const ReleasePatch& patch = m_manifest.patches[place - m_manifest.files.size()];
+    return {m_directory + "/" + kPatchesFolder + "/" + PatchFileName(index), patch.checksum,
+            patch.length};
 }
 
 std::string Release::DownloadName(const ReleasePatch& patch) {

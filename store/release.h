@@ -17,6 +17,13 @@ constexpr char kPatchesFolder[] = "patches";  // patches by index, in eight hexa
 // The folder in its home directory where the updater keeps patches.
 constexpr char kPatchFolder[] = "halcyrix.patches";
 
+// A file of a release's directory.
+struct StoredFile {
+    std::string path;
+    uint32_t checksum;
+    uint32_t length;
+};
+
 // Immutable. Pointers, references and spans that it returns live as long as the release.
 class Release {
 public:
@@ -44,7 +51,8 @@ public:
     const ReleasePatch* FindPatch(const std::string& name, const std::string& fromVersion) const;
 
     std::string FilePath(const ReleaseFile& file) const;
-    std::string PatchPath(const ReleasePatch& patch) const;
+    // The file or patch with this index, which must be one of the release's.
+    StoredFile Stored(uint32_t index) const;
 
     // The local path under which the player's updater keeps the patch until it is applied.
     static std::string DownloadName(const ReleasePatch& patch);
@@ -55,6 +63,8 @@ private:
     std::string m_directory;
     Manifest m_manifest;
 };
+
+using ReleaseList = std::vector<std::shared_ptr<const Release>>;
 
 // The name of a patch's file below the release's patches folder.
 std::string PatchFileName(uint32_t index);

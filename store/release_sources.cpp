@@ -42,8 +42,7 @@ void ReleaseSources::Scan(const std::vector<ComponentSource>& components,
             problems->push_back("component \"" + component.component + "\" " + fault);
         ScanComponent(component, problems, &grouped);
     }
-    std::sort(m_files.begin(), m_files.end(),
-              [](const ReleaseSource& a, const ReleaseSource& b) { return a.name < b.name; });
+    std::ranges::sort(m_files, {}, &ReleaseSource::name);
     if (IsTooLarge(m_files)) {
         problems->push_back(std::to_string(m_files.size()) + " files: more than the updater takes");
     }

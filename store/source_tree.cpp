@@ -51,17 +51,15 @@ bool IsSameFile(const struct stat& before, const struct stat& after) {
 }
 
 bool IsSameTree(const std::vector<SourceFile>& before, const std::vector<SourceFile>& after) {
-    return std::equal(before.begin(), before.end(), after.begin(), after.end(),
-                      [](const SourceFile& a, const SourceFile& b) {
-                          return a.path == b.path && IsSameFile(a.status, b.status);
-                      });
+    return std::ranges::equal(before, after, [](const SourceFile& a, const SourceFile& b) {
+        return a.path == b.path && IsSameFile(a.status, b.status);
+    });
 }
 
 std::vector<SourceFile> ScanTree(const std::string& directory, std::vector<std::string>* problems) {
     std::vector<SourceFile> files;
     std::error_code ignored;
     Scan(directory, "", fs::canonical(directory, ignored), &files, problems);
-    std::sort(files.begin(), files.end(),
-              [](const SourceFile& a, const SourceFile& b) { return a.path < b.path; });
+    std::ranges::sort(files, {}, &SourceFile::path);
     return files;
 }

@@ -36,23 +36,15 @@ std::string FileFault(const std::string& path, uint32_t length) {
            std::to_string(length);
 }
 
-// Looks for the next bad file from number `faulty` on, without reading the contents. True, with
-// number and reason set, when there is one.
+// Looks for the next bad file from index `faulty` on, without reading the contents. True, with
+// index and reason set, when there is one.
 bool FindFault(DamagedRelease* damaged) {
-    const auto files = damaged->release->Files();
-    const auto patches = damaged->release->Patches();
-    std::string fault;
-    for (; damaged->faulty < files.size() + patches.size(); ++damaged->faulty) {
-        if (damaged->faulty < files.size()) {
-            const ReleaseFile& file = files[damaged->faulty];
-            fault = FileFault(damaged->release->FilePath(file), file.length);
-        } else {
-            const ReleasePatch& patch = patches[damaged->faulty - files.size()];
-            fault = FileFault(damaged->release->PatchPath(patch), patch.length);
-        }
-        if (fault.empty()) continue;
-        damaged->reason = std::move(fault);
-        return true;
+    const Release& release = *damaged->release;
+    damaged->faulty = std::max(damaged->faulty, release.FirstIndex());
+    for (; damaged->faulty < release.NextIndex(); ++damaged->faulty) {
+        const StoredFile file = release.Stored(damaged->faulty);
+        damaged->reason = FileFault(file.path, file.length);
+        if (!damaged->reason.empty()) return true;
     }
     return false;
 }
@@ -157,8 +149,8 @@ void Store::Doubt(const Release& release) {
 
 std::vector<std::string> Store::TakeNews() { return std::exchange(m_news, {}); }
 
-std::vector<std::shared_ptr<const Release>> Store::Releases() const {
-    std::vector<std::shared_ptr<const Release>> releases;
+ReleaseList Store::Releases() const {
+    ReleaseList releases;
     releases.reserve(m_releases.size());
     for (const auto& [sequence, release] : m_releases) releases.push_back(release);
     return releases;
@@ -166,11 +158,9 @@ std::vector<std::shared_ptr<const Release>> Store::Releases() const {
 
 std::shared_ptr<const Release> Store::Latest(const std::list<std::string>& components) const {
     for (auto entry = m_releases.rbegin(); entry != m_releases.rend(); ++entry) {
-        const Release& release = *entry->second;
-        const bool holdsAll =
-            std::all_of(components.begin(), components.end(),
-                        [&release](const std::string& name) { return release.HasComponent(name); });
-        if (holdsAll) return entry->second;
+        const auto& release = entry->second;
+        const auto held = [&](const std::string& name) { return release->HasComponent(name); };
+        if (std::ranges::all_of(components, held)) return release;
     }
     return nullptr;
 }

@@ -40,7 +40,7 @@ std::string SequenceName(uint32_t sequence);
 struct DamagedRelease {
     std::string reason;                      // "path: what is wrong"
     std::shared_ptr<const Release> release;  // null when the manifest cannot be read
-    size_t faulty = 0;                       // the number of the first bad file, patches last
+    uint32_t faulty = 0;                     // the index of the first bad file
 };
 
 // The published releases, for reading. A release appears and disappears in one step, so reading
@@ -66,7 +66,7 @@ public:
     const std::string& Directory() const { return m_directory; }
 
     // Oldest first.
-    std::vector<std::shared_ptr<const Release>> Releases() const;
+    ReleaseList Releases() const;
     // By sequence number.
     const std::map<uint32_t, DamagedRelease>& Damaged() const { return m_damaged; }
 

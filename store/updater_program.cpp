@@ -10,6 +10,7 @@
 #include "lib/elf_file.h"
 #include "lib/failure.h"
 #include "lib/stream.h"
+#include "store/names.h"
 
 namespace {
 
@@ -74,12 +75,6 @@ UpdaterProgram ReadSections(Elf* elf) {
     return program;
 }
 
-std::string Joined(const std::vector<std::string>& words) {
-    std::string text;
-    for (const std::string& word : words) text += (text.empty() ? "" : ", ") + word;
-    return text;
-}
-
 std::vector<std::string> HostsOf(const UpdaterProgram& program) {
     return {program.note.begin() + 2, program.note.end()};
 }
@@ -117,11 +112,11 @@ std::vector<std::string> CompareUpdaters(const UpdaterProgram& before, const Upd
     }
     if (!libraries.empty()) {
         warnings.push_back("the updater needs libraries that the one before did not: " +
-                           Joined(libraries));
+                           Joined(libraries, ", "));
     }
     if (HostsOf(now) != HostsOf(before)) {
-        warnings.push_back("the updater names other update hosts (" + Joined(HostsOf(now)) +
-                           ") than the one before (" + Joined(HostsOf(before)) + ")");
+        warnings.push_back("the updater names other update hosts (" + Joined(HostsOf(now), ", ") +
+                           ") than the one before (" + Joined(HostsOf(before), ", ") + ")");
     }
     return warnings;
 }
