@@ -16,11 +16,6 @@
 
 namespace {
 
-class NoObserver : public PublishObserver {
-public:
-    void Warn(const std::string&) override {}
-};
-
 // A store of two releases with a patch between them, and its server.
 struct Service {
     Service() {
@@ -38,7 +33,7 @@ struct Service {
     }
 
     static void Publish(const std::string& version) {
-        NoObserver observer;
+        WorkObserver observer;
         std::vector<std::string> problems;
         std::string error;
         Publisher publisher({"store", version, {{"linux64", "linux64"}, {"common", "common"}}, 3},

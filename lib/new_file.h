@@ -1,4 +1,4 @@
-// A file that is made for somebody who has a name for it.
+// A file that appears under its name only when it is complete.
 #pragma once
 
 #include <string>

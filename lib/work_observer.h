@@ -15,4 +15,6 @@ public:
     virtual void File(const std::string& /*name*/) {}
     // This many more bytes of the step are done. Must be cheap.
     virtual void Done(uint64_t /*bytes*/) {}
+    // Something that the user should look at, while the work goes on.
+    virtual void Warn(const std::string& /*text*/) {}
 };

@@ -6,7 +6,7 @@
 #include <nlohmann/json_fwd.hpp>
 #include <string>
 
-#include "serve/update_server.h"
+#include "serve/server_options.h"
 #include "store/publisher.h"
 
 enum ExitStatus : int {

@@ -1,5 +1,4 @@
 // halcyrix-release: the maker's tool.
-#include <arpa/inet.h>
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
@@ -28,11 +27,6 @@ CLI::Validator Is(const std::string& wanted, Test test) {
         return test(text) ? std::string() : text + " is not " + wanted;
     };
     return {check, ""};
-}
-
-bool IsAddress(const std::string& text) {
-    in_addr address;
-    return inet_pton(AF_INET, text.c_str(), &address) == 1;
 }
 
 // Limits do not stand in the help.
@@ -171,7 +165,7 @@ void AddServe(CLI::App* app, CommandLine* line) {
             ->check(Between(0, INT64_MAX));
     };
     add("Clients", "--listen", &server.address, "ADDRESS", "Local IPv4 address to listen on")
-        ->check(Is("an IPv4 address", IsAddress));
+        ->check(CLI::Validator(CLI::ValidIPV4).description(""));
     add("Clients", "--port", &server.port, "PORT", "Port to listen on")->check(Between(1, 65535));
     add("Clients", "--slots", &server.slots, "N", "Clients that download at a time")
         ->check(Between(1, 100'000));

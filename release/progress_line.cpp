@@ -48,11 +48,6 @@ size_t TerminalColumns() {
 
 }  // namespace
 
-ProgressLine::ProgressLine() {
-    if (isatty(STDERR_FILENO) == 0) return;
-    m_thread = std::jthread([this](const std::stop_token& ended) { Redraw(ended); });
-}
-
 void ProgressLine::Begin(const char* step, uint64_t bytes) {
     const std::lock_guard lock(m_mutex);
     m_step = step;
@@ -60,12 +55,21 @@ void ProgressLine::Begin(const char* step, uint64_t bytes) {
     m_bytes = bytes;
     m_done = 0;
     m_begun = Clock::now();
-    Draw();
+    Draw(m_begun);
 }
 
 void ProgressLine::File(const std::string& name) {
     const std::lock_guard lock(m_mutex);
+    const bool first = m_file.empty();
     m_file = name;
+    if (first) Draw(Clock::now());
+}
+
+void ProgressLine::Done(uint64_t bytes) {
+    const std::lock_guard lock(m_mutex);
+    m_done += bytes;
+    const auto now = Clock::now();
+    if (now - m_drawn >= kInterval) Draw(now);
 }
 
 void ProgressLine::Warn(const std::string& text) {
@@ -76,30 +80,21 @@ void ProgressLine::Print(FILE* stream, const std::string& line) {
     const std::lock_guard lock(m_mutex);
     Erase();
     fprintf(stream, "%s\n", line.c_str());
-    if (m_thread.joinable()) fflush(stream);
+    if (m_isTerminal) fflush(stream);
 }
 
 void ProgressLine::End() {
-    if (!m_thread.joinable()) return;
-    m_thread.request_stop();
-    m_thread.join();
+    const std::lock_guard lock(m_mutex);
     Erase();
 }
 
-void ProgressLine::Redraw(const std::stop_token& ended) {
-    std::unique_lock lock(m_mutex);
-    while (!m_endTold.wait_for(lock, ended, kInterval, [&] { return ended.stop_requested(); })) {
-        if (!m_step.empty()) Draw();
-    }
-}
-
-void ProgressLine::Draw() {
-    if (!m_thread.joinable()) return;
+void ProgressLine::Draw(Clock::time_point now) {
+    if (!m_isTerminal) return;
     std::string text = m_step;
-    const auto done = static_cast<double>(std::min<uint64_t>(m_done, m_bytes));
+    const auto done = static_cast<double>(std::min(m_done, m_bytes));
     if (m_bytes > 0) {
         const auto bytes = static_cast<double>(m_bytes);
-        const double seconds = std::chrono::duration<double>(Clock::now() - m_begun).count();
+        const double seconds = std::chrono::duration<double>(now - m_begun).count();
         text += "  " + std::to_string(static_cast<int>(done / bytes * 100)) + "%  " + Amount(done) +
                 " of " + Amount(bytes);
         if (done > 0 && seconds >= 1) {
@@ -110,10 +105,11 @@ void ProgressLine::Draw() {
     }
     if (!m_file.empty()) text += "  " + m_file;
     fprintf(stderr, "\r%s\033[K", Fitting(text, TerminalColumns() - 1).c_str());
-    m_drawn = true;
+    m_drawn = now;
+    m_shown = true;
 }
 
 void ProgressLine::Erase() {
-    if (m_drawn) fputs("\r\033[K", stderr);
-    m_drawn = false;
+    if (m_shown) fputs("\r\033[K", stderr);
+    m_shown = false;
 }

@@ -1,28 +1,25 @@
 // The progress of long work, for people.
 #pragma once
 
-#include <atomic>
+#include <unistd.h>
+
 #include <chrono>
-#include <condition_variable>
 #include <cstdint>
 #include <cstdio>
 #include <mutex>
-#include <stop_token>
 #include <string>
-#include <thread>
 
-#include "store/publisher.h"
+#include "lib/work_observer.h"
 
-// One line of the terminal on standard error that is written over four times a second. Where
-// standard error is no terminal it shows nothing but warnings.
-class ProgressLine : public PublishObserver {
+// One line of the terminal on standard error that is written over, at most four times a second.
+// Where standard error is no terminal it shows nothing but warnings.
+class ProgressLine : public WorkObserver {
 public:
-    ProgressLine();
     ~ProgressLine() override { End(); }
 
     void Begin(const char* step, uint64_t bytes) override;
     void File(const std::string& name) override;
-    void Done(uint64_t bytes) override { m_done += bytes; }
+    void Done(uint64_t bytes) override;
     void Warn(const std::string& text) override;
 
     // Prints a line while the work goes on.
@@ -33,17 +30,16 @@ public:
 private:
     using Clock = std::chrono::steady_clock;
 
-    void Redraw(const std::stop_token& ended);
-    void Draw();
+    void Draw(Clock::time_point now);
     void Erase();
 
-    std::atomic<uint64_t> m_done = 0;  // bytes of the step
-    std::mutex m_mutex;                // of all below
-    std::condition_variable_any m_endTold;
-    std::string m_step;  // empty before the first
+    const bool m_isTerminal = isatty(STDERR_FILENO) != 0;
+    std::mutex m_mutex;  // of all below
+    std::string m_step;
     std::string m_file;
-    uint64_t m_bytes = 0;
+    uint64_t m_bytes = 0;  // of the step
+    uint64_t m_done = 0;   // of those
     Clock::time_point m_begun{};
-    bool m_drawn = false;
-    std::jthread m_thread;  // runs Redraw(); none without a terminal
+    Clock::time_point m_drawn{};
+    bool m_shown = false;
 };

@@ -5,9 +5,38 @@
 
 #include "release/commands.h"
 #include "release/progress_line.h"
-#include "store/forecast.h"
 
 namespace {
+
+// An update from one version to another, of the components that both have.
+struct UpdateForecast {
+    bool sharesComponents = false;  // if not, no player updates from the one to the other
+    size_t changed = 0;
+    size_t added = 0;
+    size_t removed = 0;         // these files stay on the player's disk
+    uint64_t wholeBytes = 0;    // of the changed and added files
+    uint64_t patchedBytes = 0;  // the same, but of the patch where there is one
+};
+
+UpdateForecast ForecastUpdate(const Release& from, const Release& to) {
+    UpdateForecast forecast;
+    for (const std::string& component : to.Components()) {
+        if (!from.HasComponent(component)) continue;
+        forecast.sharesComponents = true;
+        for (const ReleaseFile& file : to.Files(component)) {
+            const ReleaseFile* old = from.FindFile(file.name);
+            if (old != nullptr && file.HasContentsOf(*old)) continue;
+            ++(old == nullptr ? forecast.added : forecast.changed);
+            const ReleasePatch* patch = to.FindPatch(file.name, from.Version());
+            forecast.wholeBytes += file.length;
+            forecast.patchedBytes += patch == nullptr ? file.length : patch->length;
+        }
+        for (const ReleaseFile& old : from.Files(component)) {
+            if (to.FindFile(old.name) == nullptr) ++forecast.removed;
+        }
+    }
+    return forecast;
+}
 
 // "1,234,567"
 std::string Grouped(uint64_t number) {

@@ -1,5 +1,6 @@
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cinttypes>
 #include <cstdio>
 #include <ctime>
@@ -8,11 +9,13 @@
 #include <nlohmann/json.hpp>
 #include <set>
 
+#include "log/gamelog.h"
 #include "release/commands.h"
 #include "release/progress_line.h"
+#include "serve/server_log.h"
+#include "serve/update_server.h"
 #include "store/checker.h"
 #include "store/names.h"
-#include "store/pruner.h"
 #include "store/store_writer.h"
 
 namespace {
@@ -51,6 +54,21 @@ void PrintRelease(const Release& release, const std::string& served) {
            release.Version().c_str(), Date(release).c_str(),
            Joined(release.Components(), "+").c_str(), release.Files().size(),
            BytesOf(release.Files()), BytesOf(release.Patches()), served.c_str());
+}
+
+// A release is superseded when at least `keep` later ones have all of its components. Takes the
+// releases oldest first. With a `keep` of 1 or more, the newest release with any set of components
+// is never superseded, so clients are given the same as before.
+ReleaseList SupersededReleases(const ReleaseList& releases, size_t keep) {
+    ReleaseList superseded;
+    for (auto release = releases.begin(); release != releases.end(); ++release) {
+        const auto holdsThem = [&release](const auto& newer) {
+            return std::ranges::includes(newer->Components(), (*release)->Components());
+        };
+        const auto successors = std::count_if(release + 1, releases.end(), holdsThem);
+        if (static_cast<size_t>(successors) >= keep) superseded.push_back(*release);
+    }
+    return superseded;
 }
 
 ExitStatus List(const Store& store, Json* json) {
@@ -158,7 +176,11 @@ ExitStatus Prune(const std::string& store, size_t keep) {
 
 ExitStatus Serve(const std::string& store, const ServerOptions& options) {
     std::string error;
+    ServerLog log;
+    gamelog = &log;
     const std::unique_ptr<Store> opened = Store::Open(store, &error);
-    if (!opened || !Serve(opened.get(), options, &error)) return Problem(error);
+    const auto server = opened ? UpdateServer::Open(opened.get(), options, &error) : nullptr;
+    if (!server) return Problem(error);
+    server->Run();
     return EXIT_DONE;
 }

@@ -147,7 +147,8 @@ void ClientSession::AnswerMotd() {
 }
 
 Ending ClientSession::AnswerVersion() {
-    m_release = m_context->LatestRelease(m_components);
+    m_context->RefreshStore();
+    m_release = m_context->store->Latest(m_components);
     if (!m_release) return NOT_PUBLISHED;
     evtimer_del(m_deadline.get());
     Enter(LISTING);
@@ -320,21 +321,23 @@ void ClientSession::End(Ending ending) {
                         ending == COMPLETED ? "" : "; dropped: ", kEndingWords[ending].text);
     }
     ++m_context->counts.ended[ending];
-    if (ending == UNREADABLE) m_context->ReportUnreadable(*m_release);
+    if (ending == UNREADABLE) {
+        ++m_context->counts.readErrors;
+        m_context->store->Doubt(*m_release);
+        m_context->RefreshStore();
+    }
     m_context->queue.Leave(m_ticket);
     if (!m_proxied) m_context->addresses.Remove(m_peer);
     m_context->destroy(this);
 }
 
 std::string ClientSession::Summary() const {
-    std::string components = Joined(m_components, "+");
+    std::string components = m_components.empty() ? "-" : Joined(m_components, "+");
+    components.resize(std::min(components.size(), kMaxComponentLength));  // in the log
     char numbers[128];
     snprintf(numbers, sizeof numbers, "%u files, %llu bytes, %.1f s", m_downloads.FilesSent(),
              static_cast<unsigned long long>(BytesSent()),
              std::chrono::duration<double>(Clock::now() - m_started).count());
-    components.resize(std::min(components.size(), kMaxComponentLength));  // in the log
-    const std::string latest = m_release ? m_release->Version() : "-";
-    const std::string installed = m_installedVersion.empty() ? "-" : m_installedVersion;
-    return AddressText(m_peer) + " " + (components.empty() ? "-" : components) + " " + installed +
-           " -> " + latest + ": " + numbers;
+    return AddressText(m_peer) + " " + components + " " + m_installedVersion + " -> " +
+           (m_release ? m_release->Version() : "-") + ": " + numbers;
 }

@@ -75,7 +75,7 @@ private:
     bool m_mayResume = false;  // the last reply announced a download
     std::list<std::string> m_components;
     std::shared_ptr<const Release> m_release;
-    std::string m_installedVersion;
+    std::string m_installedVersion = "-";
     std::list<std::string>::const_iterator m_listedComponent;
     size_t m_listedFiles = 0;  // of that component
     DownloadStream m_downloads;

@@ -1,6 +1,5 @@
 #include "serve/metrics.h"
 
-#include <cstdio>
 #include <map>
 
 namespace {
@@ -14,7 +13,8 @@ public:
     }
     // Of the metric that was begun last: names and values of labels by turns; values may hold
     // anything.
-    void Sample(double value, std::initializer_list<std::string> labels = {},
+    template <class Number>
+    void Sample(Number value, std::initializer_list<std::string> labels = {},
                 const char* suffix = "") {
         text += m_name + suffix;
         char separator = '{';
@@ -27,13 +27,11 @@ public:
             text += '"';
             separator = ',';
         }
-        char number[40];
-        snprintf(number, sizeof number, "%s %.15g\n", separator == '{' ? "" : "}", value);
-        text += number;
+        text += (separator == '{' ? " " : "} ") + std::to_string(value) + "\n";
     }
     void Single(const char* name, const char* type, const char* help, uint64_t value) {
         Metric(name, type, help);
-        Sample(static_cast<double>(value));
+        Sample(value);
     }
 
     std::string text;
@@ -68,12 +66,11 @@ void AddWaits(const ServerCounts& counts, Page* page) {
     page->Metric("halcyrix_wait_seconds", "histogram", "How long clients have waited for a slot.");
     for (size_t i = 0; i < counts.waitBuckets.size(); ++i) {
         const std::string end = std::to_string(ServerCounts::kWaitBuckets[i]);
-        page->Sample(static_cast<double>(counts.waitBuckets[i]), {"le", end}, "_bucket");
+        page->Sample(counts.waitBuckets[i], {"le", end}, "_bucket");
     }
-    const auto waits = static_cast<double>(counts.waits);
-    page->Sample(waits, {"le", "+Inf"}, "_bucket");
+    page->Sample(counts.waits, {"le", "+Inf"}, "_bucket");
     page->Sample(counts.waitSeconds, {}, "_sum");
-    page->Sample(waits, {}, "_count");
+    page->Sample(counts.waits, {}, "_count");
 }
 
 }  // namespace
@@ -93,7 +90,7 @@ std::string FormatMetrics(const ServerCounts& counts, const Store& store) {
                 static_cast<uint64_t>(counts.started));
     page.Metric("halcyrix_sessions", "gauge", "Clients that are connected, by state.");
     for (int state = 0; state < kClientStates; ++state) {
-        page.Sample(static_cast<double>(counts.sessions[state]), {"state", kStateLabels[state]});
+        page.Sample(counts.sessions[state], {"state", kStateLabels[state]});
     }
     page.Single("halcyrix_sessions_limit", "gauge", "How many clients can be connected.",
                 counts.sessionLimit);
@@ -101,8 +98,7 @@ std::string FormatMetrics(const ServerCounts& counts, const Store& store) {
                 counts.slots);
     page.Metric("halcyrix_sessions_ended_total", "counter", "Sessions that are over, by cause.");
     for (int ending = COMPLETED; ending < kEndings; ++ending) {
-        page.Sample(static_cast<double>(counts.ended[ending]),
-                    {"cause", kEndingWords[ending].label});
+        page.Sample(counts.ended[ending], {"cause", kEndingWords[ending].label});
     }
     page.Single("halcyrix_sent_bytes_total", "counter", "Bytes sent to clients.", counts.sentBytes);
     page.Single("halcyrix_read_errors_total", "counter",

@@ -44,18 +44,6 @@ void SessionContext::RefreshStore() {
     for (const std::string& news : store->TakeNews()) gamelog->Printf("%s\n", news.c_str());
 }
 
-std::shared_ptr<const Release> SessionContext::LatestRelease(
-    const std::list<std::string>& components) {
-    RefreshStore();
-    return store->Latest(components);
-}
-
-void SessionContext::ReportUnreadable(const Release& release) {
-    ++counts.readErrors;
-    store->Doubt(release);
-    RefreshStore();
-}
-
 std::string SessionContext::MotdText() {
     std::string text, error;
     if (!options.motdFile.empty() && !ReadWholeFile(options.motdFile, &text, &error)) {

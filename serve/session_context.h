@@ -23,11 +23,6 @@ struct SessionContext {
 
     // Takes up what has changed in the store, and logs it.
     void RefreshStore();
-    // The newest release that holds all components, releases published just now included; null
-    // when there is none.
-    std::shared_ptr<const Release> LatestRelease(const std::list<std::string>& components);
-    // A file of the release is not as it was published.
-    void ReportUnreadable(const Release& release);
     // The message of the day, cut at 64 KiB, with its final NUL.
     std::string MotdText();
 

@@ -45,15 +45,6 @@ void SetSocketOptions(int fd, Milliseconds ackLimit) {
 
 }  // namespace
 
-bool Serve(Store* store, const ServerOptions& options, std::string* error) {
-    ServerLog log;
-    gamelog = &log;
-    const auto server = UpdateServer::Open(store, options, error);
-    if (!server) return false;
-    server->Run();
-    return true;
-}
-
 std::unique_ptr<UpdateServer> UpdateServer::Open(Store* store, const ServerOptions& options,
                                                  std::string* error) {
     std::unique_ptr<UpdateServer> server(new UpdateServer(store, options));

@@ -9,12 +9,8 @@
 #include "serve/http_monitor.h"
 #include "serve/session_context.h"
 
-// Serves the store as the options say until SIGTERM or SIGINT. False, with the reason in `error`,
-// when it could not begin. Raises the process's limit of descriptors, and changes its log and what
-// signals do.
-[[nodiscard]] bool Serve(Store* store, const ServerOptions& options, std::string* error);
-
-// Owns its clients' sessions. The store must outlive it.
+// Owns its clients' sessions. The store must outlive it. Raises the process's limit of descriptors,
+// and changes what signals do.
 class UpdateServer {
 public:
     // Null, with the reason in `error`, when it cannot listen or has no descriptors for its slots.

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cinttypes>
 #include <cstdio>
-#include <cstdlib>
 #include <sstream>
 #include <string_view>
 #include <utility>
@@ -24,39 +23,28 @@ std::string Hex(uint32_t value) {
 }
 
 std::string LastLine(std::string_view before) {
-    const uint32_t checksum =
-        Checksum(before.data(), static_cast<uint32_t>(before.size()), kFileChecksumStart);
-    return "end " + Hex(checksum) + "\n";
+    const auto size = static_cast<uint32_t>(before.size());
+    return "end " + Hex(Checksum(before.data(), size, kFileChecksumStart)) + "\n";
 }
 
 // Takes what is there of the lines between the first and the last. FormatManifest() of the result
 // tells whether they were well formed.
 Manifest ParseLines(const std::string& text) {
     Manifest manifest;
-    std::istringstream lines(text);
-    for (std::string line; std::getline(lines, line);) {
-        const size_t blank = line.find(' ');
-        if (blank == std::string::npos) continue;
-        const std::string keyword = line.substr(0, blank);
-        char* rest = &line[blank];
-        const auto number = [&rest](int base) {
-            return static_cast<uint32_t>(strtoul(rest, &rest, base));
-        };
-        if (keyword == "sequence") manifest.sequence = number(10);
-        if (keyword == "version") manifest.version = line.substr(blank + 1);
-        if (keyword == "first-index") manifest.firstIndex = number(10);
-        if (keyword == "component") manifest.components.push_back(line.substr(blank + 1));
-        if (keyword != "file" && keyword != "patch") continue;
-        const uint32_t index = number(10), checksum = number(16), length = number(10);
-        std::string words(rest);
-        words.erase(0, 1);  // a blank
-        const std::string version = words.substr(0, words.find(' '));
-        if (keyword == "file") {
-            manifest.files.push_back({words, checksum, length, index});
-        } else {
-            words.erase(0, version.size() + 1);
-            manifest.patches.push_back({words, version, checksum, length, index});
-        }
+    std::istringstream words(text);
+    for (std::string keyword, version, name; words >> keyword;) {
+        uint32_t index, checksum, length;
+        const bool isFile = keyword == "file", isPatch = keyword == "patch";
+        if (keyword == "sequence") words >> manifest.sequence;
+        if (keyword == "first-index") words >> manifest.firstIndex;
+        if (keyword == "version") words >> manifest.version;
+        if (isFile || isPatch) words >> index >> std::hex >> checksum >> std::dec >> length;
+        if (isPatch) words >> version;
+        std::getline(words, name);
+        name.erase(0, 1);  // a blank
+        if (keyword == "component") manifest.components.push_back(name);
+        if (isFile) manifest.files.push_back({name, checksum, length, index});
+        if (isPatch) manifest.patches.push_back({name, version, checksum, length, index});
     }
     return manifest;
 }
@@ -104,22 +92,19 @@ std::string ContentFault(const Manifest& manifest) {
 }  // namespace
 
 std::string FormatManifest(const Manifest& manifest) {
-    std::string text = kFirstLine;
-    text += "sequence " + std::to_string(manifest.sequence) + "\n";
-    text += "version " + manifest.version + "\n";
-    text += "first-index " + std::to_string(manifest.firstIndex) + "\n";
-    for (const std::string& component : manifest.components)
-        text += "component " + component + "\n";
-    for (const ReleaseFile& file : manifest.files) {
-        text += "file " + std::to_string(file.index) + " " + Hex(file.checksum) + " " +
-                std::to_string(file.length) + " " + file.name + "\n";
+    std::ostringstream text;
+    text << kFirstLine << "sequence " << manifest.sequence << "\nversion " << manifest.version
+         << "\nfirst-index " << manifest.firstIndex << "\n";
+    for (const std::string& name : manifest.components) text << "component " << name << "\n";
+    for (const auto& [name, checksum, length, index] : manifest.files) {
+        text << "file " << index << " " << Hex(checksum) << " " << length << " " << name << "\n";
     }
-    for (const ReleasePatch& patch : manifest.patches) {
-        text += "patch " + std::to_string(patch.index) + " " + Hex(patch.checksum) + " " +
-                std::to_string(patch.length) + " " + patch.fromVersion + " " + patch.name + "\n";
+    for (const auto& [name, from, checksum, length, index] : manifest.patches) {
+        text << "patch " << index << " " << Hex(checksum) << " " << length << " " << from << " "
+             << name << "\n";
     }
-    text += "next-index " + std::to_string(manifest.NextIndex()) + "\n";
-    return text + LastLine(text);
+    text << "next-index " << manifest.NextIndex() << "\n";
+    return text.str() + LastLine(text.str());
 }
 
 bool ParseManifest(const std::string& text, Manifest* manifest, std::string* error) {

@@ -61,7 +61,7 @@ bool MakeParents(const std::string& path, std::string* error) {
 
 }  // namespace
 
-Publisher::Publisher(PublishRequest request, PublishObserver* observer)
+Publisher::Publisher(PublishRequest request, WorkObserver* observer)
     : m_request(std::move(request)), m_observer(observer) {}
 
 bool Publisher::Prepare(std::vector<std::string>* problems) {

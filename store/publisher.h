@@ -24,16 +24,10 @@ struct PublishRequest {
     PatchLimits limits{};
 };
 
-// Told while a release is made, from any thread.
-class PublishObserver : public WorkObserver {
-public:
-    virtual void Warn(const std::string& text) = 0;
-};
-
 // Publishes one release, in two steps. The observer is not owned and must outlive it.
 class Publisher {
 public:
-    Publisher(PublishRequest request, PublishObserver* observer);
+    Publisher(PublishRequest request, WorkObserver* observer);
 
     // Makes the release, not yet visible. False, with all faults in `problems`, when it cannot be
     // made. Unless Commit() follows, the store stays as it was. Call once.
@@ -75,7 +69,7 @@ private:
     bool NextIndex(uint32_t* index, std::string* error) const;
 
     PublishRequest m_request;
-    PublishObserver* m_observer;
+    WorkObserver* m_observer;
     ReleaseSources m_sources;
     std::unique_ptr<StoreWriter> m_writer;
     Manifest m_manifest;

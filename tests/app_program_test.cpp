@@ -1,6 +1,5 @@
 // The real program as a player meets it: what a start becomes, what the windows say and what keys
 // do.
-#include <sys/stat.h>
 
 #include "net/event_loop.h"
 #include "tests/support/game.h"

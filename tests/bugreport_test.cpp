@@ -1,8 +1,4 @@
 // The crash report on its way to a receiver that is not always friendly.
-#include <arpa/inet.h>
-#include <sys/socket.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <future>
 

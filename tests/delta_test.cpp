@@ -1,18 +1,11 @@
 #include "delta/delta.h"
 
-#include <gtest/gtest.h>
-#include <sys/wait.h>
-
-#include <atomic>
-
 #include "delta/patch_writer.h"
 #include "tests/support/scratch_dir.h"
 
 namespace {
 
 struct Counter : WorkObserver {
-    void Begin(const char*, uint64_t) override {}
-    void File(const std::string&) override {}
     void Done(uint64_t bytes) override { done += bytes; }
     std::atomic<uint64_t> done{0};
 };

@@ -1,6 +1,4 @@
 // What the documents show, said to the real programs.
-#include <arpa/inet.h>
-#include <sys/socket.h>
 
 #include "tests/support/game.h"
 

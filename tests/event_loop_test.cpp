@@ -1,10 +1,6 @@
 #include "net/event_loop.h"
 
 #include <sys/eventfd.h>
-#include <sys/resource.h>
-#include <unistd.h>
-
-#include <list>
 
 namespace {
 
@@ -28,14 +24,12 @@ struct Source : IO_Event {
     Handler onReadable, onWritable = Unexpected;
 };
 
-template <typename Base>
-struct Called : Base {
-    Called(EventLoop* loop, Handler handler) : Base(loop), call(std::move(handler)) {}
-    void OnTimer(uint64_t) { call(); }
+struct Timer : Timer_Event {
+    Timer(EventLoop* loop, Handler handler) : Timer_Event(loop), call(std::move(handler)) {}
+    void OnTimer(uint64_t) override { call(); }
 
     Handler call;
 };
-using Timer = Called<Timer_Event>;
 
 class Dispatcher : public testing::Test {
 protected:

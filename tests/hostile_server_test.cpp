@@ -1,8 +1,6 @@
 // Servers that spoil what they say, or never stop. Whatever one does, nothing outside the home
 // changes, and what a session has not finished the next start does.
 
-#include <gmock/gmock.h>
-
 #include "tests/support/game.h"
 #include "tests/support/relay.h"
 #include "tests/support/session.h"
@@ -31,8 +29,8 @@ TEST_F(HostileServer, MaySpoilEveryReplyInEveryWay) {
         {"random", [&](auto& reply) { return Instead{FrameOf(bytes(reply.size()))}; }},
         {"cut", [&](auto& reply) { return Instead{FrameOf(reply.substr(0, random() % 16))}; }},
         {"closed",
-         [](auto& reply) {
-             return Instead{FrameOf(reply).substr(0, 9), Instead::kHangUp};
+         [](auto& r) {
+             return Instead{FrameOf(r).substr(0, 9), Instead::kHangUp};
          }},
     };
     for (const std::string version : {"", "1.0"}) {
@@ -52,12 +50,10 @@ TEST_F(HostileServer, MaySpoilEveryReplyInEveryWay) {
                     };
                     Relay relay(rule, 20);
                     Session hostile;
-                    hostile.StartGame();
-                    hostile.Run();
+                    hostile.RunGame();
                 }
                 Session honest;
-                honest.StartGame();
-                EXPECT_GE(honest.Run(), 0) << honest.log.Text();
+                EXPECT_GE(honest.RunGame(), 0) << honest.log.Text();
                 ExpectInstalled("1.1", next);
                 EXPECT_EQ(ReadFile("mine"), "the player's own");
                 EXPECT_EQ(ReadFile("../outside"), "untouched");

@@ -1,8 +1,6 @@
 // Sockets, listeners and packets.
 #include "net/packet_tcp.h"
 
-#include <fcntl.h>
-
 #include "net/tcp_listen.h"
 #include "tests/support/recorders.h"
 #include "tests/support/relay.h"

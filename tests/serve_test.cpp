@@ -1,7 +1,4 @@
 // The update server as its clients and its operators see it.
-#include <sys/resource.h>
-
-#include <list>
 
 #include "serve/proxy_header.h"
 #include "serve/update_server.h"
@@ -82,10 +79,7 @@ TEST_F(ServeTest, TellsTheLogHowEachSessionEnded) {
         {false, {"PVERA", "ARCH" + std::string(256, 'c') + '\0'}, broke},
         {false, {"PVERA", "ARCHlinux64\0"s, big}, broke},
         {false, {"PVERA", "ARCHlinux64\0"s, "MOTD", "MOTD"}, "../no?motd: No such file"},
-        {false,
-         {"PVERA", "ARCHlinux65\0"s, "GETV"},
-         "linux65 - -> -: 0 files, 0 bytes, 0.0 s; "
-         "dropped: asked for a component that is not"},
+        {false, {"PVERA", "ARCHlinux65\0"s, "GETV"}, "dropped: asked for a component that is not"},
         {true, {"RSUM\0\0\0\1\0\0\0\0"s}, broke},
         {true, {"FULLcommon/x\0"s}, broke},
         {true, {big, big}, broke},
@@ -107,9 +101,8 @@ TEST_F(ServeTest, SendsTheMessageAndWholeFilesInTime) {
     WriteFile("../motd", std::string(20000, 'm') + '\0' + "hidden");
     ServingProgram server(StorePath(), "127.0.0.1", {"--motd", "../motd", "--client-rate", "9M"});
     Session session;
-    ASSERT_EQ(session.StartGame(), 1);
     const auto began = Clock::now();
-    EXPECT_EQ(session.Run(), 2);
+    EXPECT_EQ(session.RunGame(), 2);
     EXPECT_GT(Clock::now() - began, Milliseconds(1000)) << "12 MB, at 9 a second";
     EXPECT_TRUE(session.log.Has(std::string(20000, 'm')));
     EXPECT_FALSE(session.log.Has("hidden"));

@@ -186,11 +186,10 @@ TEST_F(StoreTest, HasPatchesFromTheLastReleasesOfTheComponent) {
 }
 
 // Prepares version 3, and runs commands while a file is stored.
-struct Meddler : PublishObserver {
+struct Meddler : WorkObserver {
     explicit Meddler(std::string what) : commands(std::move(what)) {
         prepared = publisher.Prepare(&problems);
     }
-    void Warn(const std::string&) override {}
     void File(const std::string& name) override {
         if (name == "linux64/same") said = Sh(commands);
     }

@@ -3,7 +3,7 @@
 // libraries it links and the programs it starts; macros hold the paths of these programs. A test
 // has a network of its own, where every port is free: 127.0.0.1 and 127.0.0.2 are the update hosts,
 // 127.0.0.1 receives crash reports. File modes hold for it, and all tests may run at the same time.
-// gtest and gmock are precompiled.
+// gtest, gmock and the headers of the system that many tests need are precompiled.
 //
 //   support/scratch_dir.h  a folder of its own; reading and writing files; a limit on their size
 //   support/program.h      a program in a process of its own; a time limit for every wait

@@ -26,6 +26,8 @@ struct Session {
         return progress.results.empty() ? -2 : progress.results.back();
     }
 
+    int32_t RunGame() { return StartGame() == 1 ? Run() : -3; }
+
     EventLoop loop;
     RecordingLog log;
     RecordingProgress progress;
