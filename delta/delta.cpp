@@ -3,9 +3,9 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cstring>
-#include <map>
-#include <mutex>
+#include <utility>
 #include <vector>
 
 #include "delta/delta_plan.h"
@@ -25,61 +25,6 @@ namespace {
 // number of threads.
 constexpr size_t kStretch = size_t{1} << 20;
 
-// Has the stretches planned and joins them in order.
-class StretchPlans {
-public:
-    StretchPlans(const DeltaSources& sources, const MappedFile& from, MappedFile* to,
-                 const PatchOptions& options, PatchWriter* writer)
-        : m_sources(sources), m_from(from), m_to(to), m_options(options), m_writer(writer) {}
-
-    // Plans until nothing is left or the patch is too large; for any number of threads.
-    void Work() {
-        std::unique_lock lock(m_mutex);
-        while (m_begun < m_to->Size() && m_writer->Size() <= m_options.sizeLimit) {
-            const size_t begin = m_begun;
-            m_begun = EndOf(begin);
-            lock.unlock();
-            PatchWriter planned;
-            PlanStretch(m_sources, begin, EndOf(begin), &planned);
-            if (m_options.observer != nullptr) m_options.observer->Done(EndOf(begin) - begin);
-            lock.lock();
-            m_planned.emplace(begin, std::move(planned));
-            while (!m_planned.empty() && m_planned.begin()->first == m_joined) JoinNext();
-        }
-    }
-
-private:
-    size_t EndOf(size_t begin) const { return std::min(begin + kStretch, m_to->Size()); }
-
-    // A copy goes on over the seam, in place of what was planned there.
-    void JoinNext() {
-        const size_t begin = m_joined;
-        m_joined = EndOf(begin);
-        m_writer->Append(m_planned.begin()->second, m_covered - begin);
-        m_planned.erase(m_planned.begin());
-        m_covered = std::max(m_covered, m_joined);
-        if (const auto copied = m_writer->CopyEnd()) {
-            const size_t more =
-                CommonLength(m_sources.old + *copied, m_sources.contents + m_covered, 0,
-                             std::min(m_from.Size() - *copied, m_to->Size() - m_covered));
-            if (more > 0) m_writer->Copy(*copied, static_cast<uint32_t>(more));
-            m_covered += more;
-        }
-        m_to->Release(begin, m_joined);
-    }
-
-    DeltaSources m_sources;
-    const MappedFile& m_from;
-    MappedFile* m_to;
-    const PatchOptions& m_options;
-    std::mutex m_mutex;  // of all below
-    size_t m_begun = 0;  // the stretches before it are planned or being planned
-    std::map<size_t, PatchWriter> m_planned;  // that wait for one before them, by their begin
-    size_t m_joined = 0;                      // those before it are in the writer
-    size_t m_covered = 0;                     // by the writer's commands
-    PatchWriter* m_writer;
-};
-
 bool PlanPatch(const MappedFile& from, MappedFile* to, const PatchOptions& options,
                PatchWriter* writer, std::string* reason) {
     std::vector<LongMatch> matches = LongMatches(from, to);
@@ -91,8 +36,29 @@ bool PlanPatch(const MappedFile& from, MappedFile* to, const PatchOptions& optio
     }
     MatchFinder finder;
     if (!finder.Index(from.Data(), from.Size(), ranges, options.threads, reason)) return false;
-    StretchPlans plans({from.Data(), to->Data(), matches, finder}, from, to, options, writer);
-    RunInThreads(std::min(options.threads, to->Size() / kStretch + 1), [&] { plans.Work(); });
+    const DeltaSources sources{from.Data(), to->Data(), matches, finder};
+    std::vector<PatchWriter> plans((to->Size() - 1) / kStretch + 1);
+    const auto endOf = [to](size_t i) { return std::min((i + 1) * kStretch, to->Size()); };
+    std::atomic<size_t> next{0};
+    RunInThreads(std::min(options.threads, plans.size()), [&] {
+        for (size_t i; (i = next++) < plans.size();) {
+            PlanStretch(sources, i * kStretch, endOf(i), &plans[i]);
+            if (options.observer != nullptr) options.observer->Done(endOf(i) - i * kStretch);
+            to->Release(i * kStretch, endOf(i));
+        }
+    });
+    // A copy goes on over the seam, in place of what was planned there.
+    size_t covered = 0;
+    for (size_t i = 0; i < plans.size(); ++i) {
+        writer->Append(std::exchange(plans[i], {}), covered - i * kStretch);
+        covered = std::max(covered, endOf(i));
+        const auto copied = writer->CopyEnd();
+        if (!copied) continue;
+        const size_t more = CommonLength(sources.old + *copied, sources.contents + covered, 0,
+                                         std::min(from.Size() - *copied, to->Size() - covered));
+        if (more > 0) writer->Copy(*copied, static_cast<uint32_t>(more));
+        covered += more;
+    }
     return true;
 }
 

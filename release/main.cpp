@@ -48,23 +48,6 @@ CLI::Validator ToBytes(bool k_is_1000) {
     return {convert, ""};
 }
 
-// Keeps the help short.
-class HelpFormatter : public CLI::Formatter {
-public:
-    HelpFormatter() { column_width(28); }
-
-    std::string make_help(const CLI::App* app, std::string name,
-                          CLI::AppFormatMode mode) const override {
-        std::string help = CLI::Formatter::make_help(app, std::move(name), mode);
-        for (size_t at; (at = help.find("\n\n\n")) != help.npos;) help.erase(at, 1);
-        return help;
-    }
-
-    std::string make_option_opts(const CLI::Option* option) const override {
-        return option->nonpositional() ? CLI::Formatter::make_option_opts(option) : "";
-    }
-};
-
 // What the command line says.
 struct CommandLine {
     PublishRequest request;
@@ -87,7 +70,7 @@ CLI::App* AddCommand(CLI::App* app, const char* name, const char* help,
                      const std::vector<Word>& words) {
     CLI::App* command = app->add_subcommand(name, help);
     for (const Word& word : words) {
-        command->add_option(word.name, *word.value, word.help)->required();
+        command->add_option(word.name, *word.value, word.help)->type_name("")->required();
     }
     return command;
 }
@@ -117,6 +100,7 @@ void AddPublish(CLI::App* app, CommandLine* line) {
         ->add_option_function<std::vector<std::string>>(
             "SOURCES", take,
             "COMPONENT=DIR for each; linux64upd has update.rlb, and its libraries in lib/")
+        ->type_name("")
         ->required()
         ->check(Is("COMPONENT=DIR",
                    [](const std::string& text) { return text.find('=') != text.npos; }));
@@ -290,7 +274,8 @@ int main(int argc, char** argv) {
         "Publishes releases of the game to a store, serves them, and works on the store's files.",
         "halcyrix-release");
     app.require_subcommand(1);
-    app.formatter(std::make_shared<HelpFormatter>());
+    app.get_formatter()->column_width(28);
+    app.get_formatter()->label("REQUIRED", "");
     CommandLine line;
     AddCommands(&app, &line);
     for (CLI::App* command : app.get_subcommands({})) {

@@ -15,41 +15,6 @@
 #include "release/progress_line.h"
 #include "store/updater_program.h"
 
-namespace {
-
-struct Totals {
-    uint64_t copies = 0;
-    uint64_t copied = 0;
-    uint64_t literals = 0;
-    uint64_t literal = 0;
-    uint64_t passes = 0;
-};
-
-// Prints the command; false for one that is no command.
-bool ShowCommand(const PatchCommand& command, Totals* totals) {
-    switch (command.kind) {
-        case PatchCommand::COPY:
-            printf("copy     offset %10" PRIu32 "  length %10" PRIu32 "\n", command.offset,
-                   command.length);
-            ++totals->copies;
-            totals->copied += command.length;
-            return true;
-        case PatchCommand::LITERAL:
-            printf("literal  from   %10" PRIu64 "  length %10" PRIu32 "\n", command.dataPosition,
-                   command.length);
-            ++totals->literals;
-            totals->literal += command.length;
-            return true;
-        case PatchCommand::END_OF_PASS:
-            printf("end of pass\n");
-            ++totals->passes;
-            return true;
-        default: return false;
-    }
-}
-
-}  // namespace
-
 ExitStatus Diff(const std::string& from, const std::string& to, const std::string& patch,
                 size_t jobs) {
     NewFile made(patch);
@@ -96,13 +61,25 @@ ExitStatus Show(const std::string& path) {
         return EXIT_DONE;
     }
     PatchReader reader(patch.get());
-    Totals totals;
+    uint64_t commands[3] = {}, bytes[3] = {};  // by kind
     PatchCommand command = reader.Next();
-    while (ShowCommand(command, &totals)) command = reader.Next();
+    for (; command.kind <= PatchCommand::END_OF_PASS; command = reader.Next()) {
+        ++commands[command.kind];
+        bytes[command.kind] += command.length;
+        if (command.kind == PatchCommand::COPY) {
+            printf("copy     offset %10" PRIu32 "  length %10" PRIu32 "\n", command.offset,
+                   command.length);
+        } else if (command.kind == PatchCommand::LITERAL) {
+            printf("literal  from   %10" PRIu64 "  length %10" PRIu32 "\n", command.dataPosition,
+                   command.length);
+        } else {
+            printf("end of pass\n");
+        }
+    }
     printf("%" PRIu64 " copies of %" PRIu64 " bytes, %" PRIu64 " literals of %" PRIu64
            " bytes, %" PRIu64 " passes; the patch has %" PRIu64 " bytes\n",
-           totals.copies, totals.copied, totals.literals, totals.literal, totals.passes,
-           reader.Size());
+           commands[PatchCommand::COPY], bytes[PatchCommand::COPY], commands[PatchCommand::LITERAL],
+           bytes[PatchCommand::LITERAL], commands[PatchCommand::END_OF_PASS], reader.Size());
     if (command.kind == PatchCommand::UNKNOWN) {
         char byte[8];
         snprintf(byte, sizeof byte, "%02x", command.byte);

@@ -1,8 +1,5 @@
 #include "release/progress_line.h"
 
-#include <sys/ioctl.h>
-#include <unistd.h>
-
 #include <algorithm>
 
 #include "store/names.h"
@@ -26,24 +23,6 @@ std::string Duration(unsigned seconds) {
     char text[48];
     snprintf(text, sizeof text, "%u:%02u:%02u", seconds / 3600, seconds / 60 % 60, seconds % 60);
     return text;
-}
-
-// The beginning of a text that takes at most as many columns, without control characters. Counts a
-// column for each character of UTF-8.
-std::string Fitting(const std::string& text, size_t columns) {
-    std::string fitting;
-    for (const char c : text) {
-        const bool begins = (c & 0xC0) != 0x80;
-        if (begins && columns-- == 0) break;
-        fitting += IsControl(c) ? '?' : c;
-    }
-    return fitting;
-}
-
-size_t TerminalColumns() {
-    winsize size{};
-    ioctl(STDERR_FILENO, TIOCGWINSZ, &size);
-    return size.ws_col > 0 ? size.ws_col : 80;
 }
 
 }  // namespace
@@ -104,7 +83,9 @@ void ProgressLine::Draw(Clock::time_point now) {
         }
     }
     if (!m_file.empty()) text += "  " + m_file;
-    fprintf(stderr, "\r%s\033[K", Fitting(text, TerminalColumns() - 1).c_str());
+    std::ranges::replace_if(text, IsControl, '?');
+    // What does not fit is cut off: the terminal begins no new line here.
+    fprintf(stderr, "\r\033[K\033[?7l%s\033[?7h", text.c_str());
     m_drawn = now;
     m_shown = true;
 }

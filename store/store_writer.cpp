@@ -26,13 +26,9 @@ std::string FormatReservation(const Reservation& reservation) {
 
 // Makes a folder unless there is one. Adds the path of a new one to `made`, which may be null.
 bool MakeFolder(const std::string& path, std::vector<std::string>* made, std::string* error) {
-    struct stat status;
-    if (mkdir(path.c_str(), 0777) == 0) {
-        if (made != nullptr) made->push_back(path);
-        return true;
-    }
-    if (errno == EEXIST && stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode)) return true;
-    return Fail(error, SystemError(path));
+    std::error_code fault;
+    if (fs::create_directory(path, fault) && made != nullptr) made->push_back(path);
+    return !fault || Fail(error, path + ": " + fault.message());
 }
 
 // `operation` is fsync() for the folder alone, or syncfs() for its whole file system.

@@ -310,10 +310,10 @@ TEST_F(StoreTest, IsWorkedOnByAToolThatTellsUsageFromProblems) {
     Try({"tool => 2 halcyrix-release: a command",
          "tool list --version => 0 halcyrix-release ",
          "tool pubish => 2 halcyrix-release: there is no command \"pubish\" => \"publish\"\n",
-         "truncate -s 600M b/f; script -qec 'stty cols 60; \"" RELEASE_TOOL
+         "truncate -s 600M b/f; script -qec '\"" RELEASE_TOOL
          "\" publish big 1 a=b --dry-run' /dev/null </dev/null | tr '\\r' '\\n' | grep -aoE "
-         "'^storing  (0%|[1-9]).*of 6|a/f|\\[Kfirst' | sort -u => "
-         "0 [Kfirst\na/f\nstoring  0%  0 B of 6\nstoring  ",
+         "'7lstoring  (0%|[1-9]).*of 6|a/f|\\[Kfirst' | LC_ALL=C sort -u => "
+         "0 7lstoring  0%  0 B of 6\n7lstoring  => 6\n[Kfirst\na/f\n",
          "tool publish big 1 a=b --dry-run 2>&1 | grep -c storing => 1 0",
          "(tool publish j 1 a=game --json; tool list j --json; tool check j --json) 2>/dev/null | "
          "python3 -c 'import json, sys; print(json.loads(\"[\" + "
