@@ -39,16 +39,17 @@ std::optional<uint32_t> PatchWriter::CopyEnd() const {
     return m_commands.back().offset + m_commands.back().length;
 }
 
+void PatchWriter::Add(const Command& command) {
+    command.IsLiteral() ? Literal(command.length) : Copy(command.offset, command.length);
+}
+
 void PatchWriter::Append(const PatchWriter& other, uint64_t skipped) {
     for (const Command& command : other.m_commands) {
         const auto cut = static_cast<uint32_t>(std::min<uint64_t>(skipped, command.length));
         skipped -= cut;
         if (cut == command.length) continue;
-        if (command.IsLiteral()) {
-            Literal(command.length - cut);
-        } else {
-            Copy(command.offset + cut, command.length - cut);
-        }
+        const uint32_t offset = command.IsLiteral() ? kLiteral : command.offset + cut;
+        Add({offset, command.length - cut});
     }
 }
 
@@ -60,11 +61,7 @@ void PatchWriter::LimitCommands(size_t limit) {
         for (; !before.empty(); before.pop_front()) {
             const Command& command = before.front();
             const bool tooMany = m_commands.size() + before.size() > limit;
-            if (command.IsLiteral() || (tooMany && command.length < least)) {
-                Literal(command.length);
-            } else {
-                Copy(command.offset, command.length);
-            }
+            Add({tooMany && command.length < least ? kLiteral : command.offset, command.length});
         }
     }
 }
@@ -74,17 +71,12 @@ bool PatchWriter::Write(const std::string& path, const uint8_t* contents,
     Stream file = OpenForWriting(path);
     if (!file) return Fail(error, SystemError(path));
     for (const Command& command : m_commands) {
-        if (command.IsLiteral()) {
-            uint8_t header[kPatchLiteralHeaderSize] = {kPatchLiteral};
-            PutNumber(header + 1, command.length);
-            fwrite(header, 1, sizeof header, file.get());
-            fwrite(contents, 1, command.length, file.get());
-        } else {
-            uint8_t copy[kPatchCopySize] = {kPatchCopy};
-            PutNumber(copy + 1, command.offset);
-            PutNumber(copy + 5, command.length);
-            fwrite(copy, 1, sizeof copy, file.get());
-        }
+        const bool literal = command.IsLiteral();
+        uint8_t bytes[kPatchCopySize] = {literal ? kPatchLiteral : kPatchCopy};
+        PutNumber(bytes + 1, literal ? command.length : command.offset);
+        PutNumber(bytes + 5, command.length);
+        fwrite(bytes, 1, literal ? kPatchLiteralHeaderSize : kPatchCopySize, file.get());
+        if (literal) fwrite(contents, 1, command.length, file.get());
         contents += command.length;
     }
     fwrite(&kPatchEndOfPass, 1, kPatchEndOfPassSize, file.get());

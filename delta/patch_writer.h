@@ -43,6 +43,7 @@ private:
         uint32_t length;
         bool IsLiteral() const { return offset == kLiteral; }
     };
+    void Add(const Command& command);
     static constexpr uint32_t kLiteral = UINT32_MAX;  // no offset: the old contents end before it
 
     std::deque<Command> m_commands;  // grows without being moved

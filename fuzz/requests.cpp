@@ -36,9 +36,11 @@ struct Service {
         WorkObserver observer;
         std::vector<std::string> problems;
         std::string error;
-        Publisher publisher({"store", version, {{"linux64", "linux64"}, {"common", "common"}}, 3},
-                            &observer);
-        if (!publisher.Prepare(&problems) || !publisher.Commit(&error)) abort();
+        PreparedRelease made;
+        const bool prepared =
+            PrepareRelease({"store", version, {{"linux64", "linux64"}, {"common", "common"}}, 3},
+                           &observer, &made, &problems);
+        if (!prepared || !made.Commit(&error)) abort();
     }
 
     RecordingLog log;

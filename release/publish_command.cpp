@@ -54,9 +54,9 @@ std::string TimeOf(size_t questions, double round_trip) {
     return text;
 }
 
-void PrintForecast(const Publisher& publisher, Json* json) {
-    const Release& release = publisher.Result();
-    auto earlier = publisher.Published().Releases();
+void PrintForecast(const PreparedRelease& made, Json* json) {
+    const Release& release = *made.release;
+    auto earlier = made.writer->Published().Releases();
     std::ranges::reverse(earlier);
     for (const auto& from : earlier) {
         const UpdateForecast update = ForecastUpdate(*from, release);
@@ -78,34 +78,34 @@ void PrintForecast(const Publisher& publisher, Json* json) {
         "before the first byte\n",
         Grouped(BytesOf(release.Files())).c_str(), Grouped(files).c_str(),
         TimeOf(files, 0.05).c_str());
-    printf("takes %s bytes of the disk\n", Grouped(publisher.DiskBytes()).c_str());
+    printf("takes %s bytes of the disk\n", Grouped(made.diskBytes).c_str());
 }
 
 }  // namespace
 
 ExitStatus Publish(const PublishRequest& request, bool dry_run, Json* json) {
     ProgressLine progress;
-    Publisher publisher(request, &progress);
+    PreparedRelease made;
     std::vector<std::string> problems;
-    const bool prepared = publisher.Prepare(&problems);
+    const bool prepared = PrepareRelease(request, &progress, &made, &problems);
     progress.End();
     for (const std::string& problem : problems) Problem(problem);
     *json = {{"published", false}, {"problems", problems}};
     if (!prepared) return EXIT_PROBLEM;
-    const Release& release = publisher.Result();
+    const Release& release = *made.release;
     json->update({{"version", release.Version()},
                   {"files", release.Files().size()},
                   {"bytes", BytesOf(release.Files())},
                   {"patches", release.Patches().size()},
-                  {"disk_bytes", publisher.DiskBytes()},
+                  {"disk_bytes", made.diskBytes},
                   {"updates", Json::array()}});
-    PrintForecast(publisher, json);
+    PrintForecast(made, json);
     if (dry_run) {
         printf("not published: this was a dry run\n");
         return EXIT_DONE;
     }
     std::string error;
-    if (!publisher.Commit(&error)) return Problem(error);
+    if (!made.Commit(&error)) return Problem(error);
     (*json)["published"] = true;
     printf("published %s: %zu files of %" PRIu64 " bytes, %zu patches\n", release.Version().c_str(),
            release.Files().size(), BytesOf(release.Files()), release.Patches().size());

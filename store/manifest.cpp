@@ -3,9 +3,10 @@
 #include <algorithm>
 #include <cinttypes>
 #include <cstdio>
+#include <functional>
 #include <sstream>
 #include <string_view>
-#include <utility>
+#include <tuple>
 
 #include "lib/checksum.h"
 #include "lib/failure.h"
@@ -49,42 +50,41 @@ Manifest ParseLines(const std::string& text) {
     return manifest;
 }
 
-// The first wrong entry of a well-formed manifest, or an empty string.
+// Whether the keys of the entries increase from each to the next.
+template <class Entries, class Key>
+bool AreInOrder(const Entries& entries, Key key) {
+    return std::ranges::adjacent_find(entries, std::ranges::greater_equal(), key) == entries.end();
+}
+
+// What is wrong in a well-formed manifest, or an empty string.
 std::string ContentFault(const Manifest& manifest) {
-    if (manifest.sequence == 0) return "sequence number 0";
-    if (!VersionFault(manifest.version).empty()) return "version " + manifest.version;
-
-    std::string before;
-    for (const std::string& component : manifest.components) {
-        if (component <= before || !ComponentFault(component).empty()) {
-            return "component " + component;
-        }
-        before = component;
+    const auto& [sequence, version, firstIndex, components, files, patches] = manifest;
+    const auto key = [](const ReleasePatch& patch) {
+        return std::tie(patch.name, patch.fromVersion);
+    };
+    if (sequence == 0) return "sequence number 0";
+    if (!VersionFault(version).empty()) return "version " + version;
+    if (!AreInOrder(components, std::identity()) || !AreInOrder(files, &ReleaseFile::name) ||
+        !AreInOrder(patches, key)) {
+        return "one that is out of order";
     }
-
-    const auto& components = manifest.components;
-    uint32_t index = manifest.firstIndex;
-    before.clear();
-    for (const ReleaseFile& file : manifest.files) {
-        if (file.name <= before || file.index != index++ || file.checksum == kNoChecksum ||
+    for (const std::string& component : components) {
+        if (!ComponentFault(component).empty()) return "component " + component;
+    }
+    uint32_t index = firstIndex;
+    for (const ReleaseFile& file : files) {
+        if (file.index != index++ || file.checksum == kNoChecksum ||
             !FileNameFault(file.name).empty() ||
             !std::ranges::binary_search(components, ComponentOf(file.name))) {
             return "file " + file.name;
         }
-        before = file.name;
     }
-
-    std::pair<std::string, std::string> last;
-    auto file = manifest.files.begin();
-    for (const ReleasePatch& patch : manifest.patches) {
-        while (file != manifest.files.end() && file->name < patch.name) ++file;
-        const bool known = file != manifest.files.end() && file->name == patch.name;
-        std::pair key(patch.name, patch.fromVersion);
-        if (!known || key <= last || patch.index != index++ || patch.checksum == kNoChecksum ||
-            !VersionFault(patch.fromVersion).empty()) {
+    for (const ReleasePatch& patch : patches) {
+        if (patch.index != index++ || patch.checksum == kNoChecksum ||
+            !VersionFault(patch.fromVersion).empty() ||
+            !std::ranges::binary_search(files, patch.name, {}, &ReleaseFile::name)) {
             return "patch of " + patch.name;
         }
-        last = std::move(key);
     }
     return {};
 }

@@ -31,7 +31,7 @@ bool IsTooLarge(const std::vector<ReleaseSource>& files) {
 }  // namespace
 
 void ReleaseSources::Scan(const std::vector<ComponentSource>& components,
-                          std::vector<std::string>* problems, std::vector<std::string>* warnings) {
+                          std::vector<std::string>* problems, WorkObserver* observer) {
     m_components = components;
     std::set<std::string> names;
     GroupedWarnings grouped;
@@ -46,9 +46,9 @@ void ReleaseSources::Scan(const std::vector<ComponentSource>& components,
     if (IsTooLarge(m_files)) {
         problems->push_back(std::to_string(m_files.size()) + " files: more than the updater takes");
     }
-    CheckLocalPaths(problems, warnings);
+    CheckLocalPaths(problems, observer);
     FindUnpatchable(&grouped);
-    for (const std::string& warning : grouped.Lines()) warnings->push_back(warning);
+    grouped.Tell(observer);
 }
 
 void ReleaseSources::ScanComponent(const ComponentSource& component,
@@ -86,14 +86,13 @@ void ReleaseSources::ScanComponent(const ComponentSource& component,
     }
 }
 
-void ReleaseSources::CheckLocalPaths(std::vector<std::string>* problems,
-                                     std::vector<std::string>* warnings) {
+void ReleaseSources::CheckLocalPaths(std::vector<std::string>* problems, WorkObserver* observer) {
     std::map<std::string, const ReleaseSource*> byPath;
     for (const ReleaseSource& file : m_files) {
         const auto [place, added] = byPath.emplace(LocalPath(file.name), &file);
         if (added) continue;
-        warnings->push_back(place->second->name + " and " + file.name +
-                            " are the same file to a player who has both components");
+        observer->Warn(place->second->name + " and " + file.name +
+                       " are the same file to a player who has both components");
     }
     for (const auto& [path, file] : byPath) {
         const auto temporary = byPath.find(path + ".tmp");
@@ -105,8 +104,8 @@ void ReleaseSources::CheckLocalPaths(std::vector<std::string>* problems,
              slash = path.find('/', slash + 1)) {
             const auto parent = byPath.find(path.substr(0, slash));
             if (parent == byPath.end()) continue;
-            warnings->push_back(parent->second->name + " and " + file->name +
-                                " cannot both be on a player's disk");
+            observer->Warn(parent->second->name + " and " + file->name +
+                           " cannot both be on a player's disk");
         }
     }
 }

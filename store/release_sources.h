@@ -22,10 +22,10 @@ struct ReleaseSource {
 // The files of all components, each of which is a directory tree.
 class ReleaseSources {
 public:
-    // Lists the files. Puts a line in `problems` for each fault that forbids to publish, and in
-    // `warnings` for what may surprise players.
+    // Lists the files. Puts a line in `problems` for each fault that forbids to publish, and warns
+    // of what may surprise players.
     void Scan(const std::vector<ComponentSource>& components, std::vector<std::string>* problems,
-              std::vector<std::string>* warnings);
+              WorkObserver* observer);
 
     // A line for each directory that has changed since Scan().
     std::vector<std::string> Changes() const;
@@ -36,7 +36,7 @@ public:
 private:
     void ScanComponent(const ComponentSource& component, std::vector<std::string>* problems,
                        GroupedWarnings* warnings);
-    void CheckLocalPaths(std::vector<std::string>* problems, std::vector<std::string>* warnings);
+    void CheckLocalPaths(std::vector<std::string>* problems, WorkObserver* observer);
     void FindUnpatchable(GroupedWarnings* warnings);
 
     std::vector<ComponentSource> m_components;

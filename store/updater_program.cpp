@@ -2,8 +2,10 @@
 
 #include <gelf.h>
 
+#include <algorithm>
 #include <cctype>
 #include <cstring>
+#include <iterator>
 #include <memory>
 #include <sstream>
 
@@ -100,23 +102,22 @@ std::optional<UpdaterProgram> ReadUpdaterProgram(const std::string& path, std::s
     return program;
 }
 
-std::vector<std::string> CompareUpdaters(const UpdaterProgram& before, const UpdaterProgram& now,
-                                         const std::set<std::string>& beside) {
-    std::vector<std::string> warnings, libraries;
+void CompareUpdaters(const UpdaterProgram& before, const UpdaterProgram& now,
+                     const std::set<std::string>& beside, WorkObserver* observer) {
     if (strverscmp(now.glibc.c_str(), before.glibc.c_str()) > 0) {
-        warnings.push_back("the updater needs glibc " + now.glibc + ", the one before did not");
+        observer->Warn("the updater needs glibc " + now.glibc + ", the one before did not");
     }
-    for (const std::string& library : now.libraries) {
-        if (before.libraries.contains(library) || beside.contains(library)) continue;
-        libraries.push_back(library);
-    }
+    std::vector<std::string> libraries;
+    std::ranges::copy_if(now.libraries, std::back_inserter(libraries),
+                         [&](const std::string& name) {
+                             return !before.libraries.contains(name) && !beside.contains(name);
+                         });
     if (!libraries.empty()) {
-        warnings.push_back("the updater needs libraries that the one before did not: " +
-                           Joined(libraries, ", "));
+        observer->Warn("the updater needs libraries that the one before did not: " +
+                       Joined(libraries, ", "));
     }
     if (HostsOf(now) != HostsOf(before)) {
-        warnings.push_back("the updater names other update hosts (" + Joined(HostsOf(now), ", ") +
-                           ") than the one before (" + Joined(HostsOf(before), ", ") + ")");
+        observer->Warn("the updater names other update hosts (" + Joined(HostsOf(now), ", ") +
+                       ") than the one before (" + Joined(HostsOf(before), ", ") + ")");
     }
-    return warnings;
 }

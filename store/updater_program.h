@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "lib/work_observer.h"
+
 struct UpdaterProgram {
     std::vector<std::string> note;    // name, version and update hosts (lib/elf_file.h)
     std::set<std::string> libraries;  // that it needs, without those of glibc
@@ -16,7 +18,7 @@ struct UpdaterProgram {
 // this machine with an updater's note.
 std::optional<UpdaterProgram> ReadUpdaterProgram(const std::string& path, std::string* fault);
 
-// A line for each difference that may keep players from running or using the new updater. `beside`
+// Warns of each difference that may keep players from running or using the new updater. `beside`
 // has the names of the files that are published with it.
-std::vector<std::string> CompareUpdaters(const UpdaterProgram& before, const UpdaterProgram& now,
-                                         const std::set<std::string>& beside);
+void CompareUpdaters(const UpdaterProgram& before, const UpdaterProgram& now,
+                     const std::set<std::string>& beside, WorkObserver* observer);

@@ -324,4 +324,29 @@ TEST_F(ServeTest, StaysSmallAndServesACrowdThatMeansHarmWhileNobodyReadsItsLog) 
     EXPECT_EQ(Peer().AskList(), "1.0");
 }
 
+TEST_F(GameTest, HasTheConversationThatTheProtocolShows) {
+    const std::string song = "The quick brown fox jumps over the lazy dog";
+    Publish("1.0", {{"common/song.txt", song}});
+    Publish("1.1", {{"common/song.txt", song + "."}, {"common/new.txt", "hello"}});
+    WriteFile("motd", "Welcome.\n");
+    const ServingProgram server(StorePath(), "127.0.0.1", {"--motd", "motd"});
+    std::ifstream document(SOURCE_DIR "/docs/protocol.md");
+    Words frames;  // each behind the letter of who sends it
+    std::string line;
+    while (std::getline(document, line) && line != "```session") continue;
+    while (std::getline(document, line) && line != "```") {
+        if (line[0] != ' ') frames.emplace_back(1, line[0]);
+        const size_t begin = line.find_first_not_of(' ', 1);
+        std::istringstream digits(line.substr(begin, line.find("  ", begin) - begin));
+        for (int byte; digits >> std::hex >> byte;) frames.back() += static_cast<char>(byte);
+    }
+    ASSERT_EQ(frames.size(), 25u);
+    Peer peer;
+    for (const std::string& frame : frames) {
+        const std::string bytes = frame.substr(1);
+        if (frame[0] == 'C') peer.Send(bytes);
+        EXPECT_EQ(frame[0] == 'C' ? bytes : FrameOf(peer.Hear()), bytes);
+    }
+}
+
 }  // namespace

@@ -188,16 +188,16 @@ TEST_F(StoreTest, HasPatchesFromTheLastReleasesOfTheComponent) {
 // Prepares version 3, and runs commands while a file is stored.
 struct Meddler : WorkObserver {
     explicit Meddler(std::string what) : commands(std::move(what)) {
-        prepared = publisher.Prepare(&problems);
+        PublishRequest request{"store", "3", {{"linux64", "game"}}};
+        request.allowEmpty = true;
+        prepared = PrepareRelease(request, this, &made, &problems);
     }
     void File(const std::string& name) override {
         if (name == "linux64/same") said = Sh(commands);
     }
     std::string commands, said;
     std::vector<std::string> problems{};
-    Publisher publisher{
-        {.store = "store", .version = "3", .components = {{"linux64", "game"}}, .allowEmpty = true},
-        this};
+    PreparedRelease made;
     bool prepared;
 };
 
@@ -215,7 +215,7 @@ TEST_F(StoreTest, StaysAsItIsWhenFilesChangeOrSomebodyElsePublishes) {
 
     Meddler meddler("chmod 333 store/releases");  // The folder cannot be synchronized at the end.
     std::string error;
-    EXPECT_FALSE(meddler.publisher.Commit(&error));
+    EXPECT_FALSE(meddler.made.Commit(&error));
     EXPECT_THAT(error, HasSubstr("release 000002 is published, but"));
     Try({"chmod 755 store/releases; tool list store => \n3  "});
 }
