@@ -1,7 +1,6 @@
 #include "bugreport/report.h"
 
 #include <cctype>
-#include <cstring>
 
 #include "lib/stream.h"
 #include "lib/version_records.h"

@@ -8,6 +8,7 @@
 #include <utility>
 #include <vector>
 
+#include "delta/bytes.h"
 #include "delta/delta_plan.h"
 #include "delta/gap_ranges.h"
 #include "delta/long_matches.h"

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "delta/bytes.h"
 #include "lib/patch_format.h"
 
 namespace {

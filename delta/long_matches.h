@@ -8,10 +8,8 @@
 #pragma once
 
 #include <cstddef>
-#include <cstdint>
 #include <vector>
 
-#include "delta/match_finder.h"
 #include "lib/whole_file.h"
 
 // A stretch of the new contents and where it stands in the old ones.

@@ -1,15 +1,12 @@
 // The search for stretches of new contents in the old ones.
 #pragma once
 
-#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
 #include <memory>
 #include <string>
 #include <vector>
-
-#include "delta/bytes.h"
 
 struct Match {
     uint32_t offset = 0;  // in the old contents

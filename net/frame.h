@@ -1,7 +1,6 @@
 // The frame of a packet on the wire: a two-byte big-endian payload length, then the payload.
 #pragma once
 
-#include <cstddef>
 #include <cstdint>
 
 constexpr int kFrameHeaderSize = 2;

@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstdio>
-#include <memory>
 #include <nlohmann/json.hpp>
 #include <numeric>
 #include <string>

@@ -34,15 +34,3 @@ std::optional<AddressRange> ParseRange(const std::string& text) {
     const in_addr_t mask = htonl(static_cast<uint32_t>(~(0xFFFFFFFFull >> bits)));
     return AddressRange{address.s_addr & mask, mask};
 }
-
-bool AddressCounts::Add(const sockaddr_in& address, int most) {
-    int& clients = m_clients[address.sin_addr.s_addr];
-    if (most > 0 && clients >= most) return false;
-    ++clients;
-    return true;
-}
-
-void AddressCounts::Remove(const sockaddr_in& address) {
-    const auto clients = m_clients.find(address.sin_addr.s_addr);
-    if (--clients->second == 0) m_clients.erase(clients);
-}

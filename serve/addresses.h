@@ -24,8 +24,14 @@ std::optional<AddressRange> ParseRange(const std::string& text);
 class AddressCounts {
 public:
     // False when the address has as many as `most`, which 0 leaves without a limit.
-    [[nodiscard]] bool Add(const sockaddr_in& address, int most);
-    void Remove(const sockaddr_in& address);
+    [[nodiscard]] bool Add(const sockaddr_in& address, int most) {
+        int& clients = m_clients[address.sin_addr.s_addr];
+        return (most == 0 || clients < most) && ++clients > 0;
+    }
+    void Remove(const sockaddr_in& address) {
+        const auto clients = m_clients.find(address.sin_addr.s_addr);
+        if (--clients->second == 0) m_clients.erase(clients);
+    }
 
 private:
     std::unordered_map<in_addr_t, int> m_clients;

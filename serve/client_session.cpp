@@ -9,6 +9,7 @@
 
 #include "lib/checksum.h"
 #include "lib/file_helpers.h"
+#include "lib/whole_file.h"
 #include "log/gamelog.h"
 #include "serve/proxy_header.h"
 #include "store/names.h"
@@ -20,6 +21,7 @@ constexpr size_t kMaxComponents = 16;
 constexpr size_t kMaxComponentLength = 255;  // as long as a directory's name can be
 
 constexpr size_t kListPiece = 16 * 1024;
+constexpr size_t kMaxMotd = 64 * 1024;
 
 }  // namespace
 
@@ -140,7 +142,14 @@ Ending ClientSession::Answer(const Request& request) {
 }
 
 void ClientSession::AnswerMotd() {
-    const std::string text = m_context->MotdText();
+    std::string text, error;
+    const std::string& file = m_context->options.motdFile;
+    if (!file.empty() && !ReadWholeFile(file, &text, &error)) {
+        ++m_context->counts.readErrors;
+        gamelog->Printf("%s\n", error.c_str());
+    }
+    text.erase(std::min({text.find('\0'), text.size(), kMaxMotd}));
+    text.push_back('\0');
     for (size_t begin = 0; begin < text.size(); begin += kMaxPayload) {
         Send(std::string_view(text).substr(begin, kMaxPayload));
     }
@@ -175,19 +184,13 @@ void ClientSession::FillFileList(evbuffer* output) {
     }
 }
 
-// The file with this name in the list that the session was sent.
-const ReleaseFile* ClientSession::FindListed(const std::string& name) const {
-    const ReleaseFile* file = m_release->FindFile(name);
-    const bool listed = std::ranges::count(m_components, ComponentOf(name)) > 0;
-    return listed ? file : nullptr;
-}
-
 Ending ClientSession::AnswerFileRequest(const Request& request) {
     if (request.tag != kTagChecksum && request.tag != kTagFull && request.tag != kTagPatch) {
         return BROKE_PROTOCOL;
     }
-    const ReleaseFile* file = FindListed(request.name);
-    if (file == nullptr) return BROKE_PROTOCOL;
+    const ReleaseFile* file = m_release->FindFile(request.name);
+    const bool listed = std::ranges::count(m_components, ComponentOf(request.name)) > 0;
+    if (file == nullptr || !listed) return BROKE_PROTOCOL;
     if (request.tag == kTagFull) {
         Send(Encode(FullReply{file->index, file->checksum, file->length}));
         return AddDownload(file->index);

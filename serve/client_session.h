@@ -50,11 +50,11 @@ private:
     Ending AnswerVersion();
     Ending AnswerFileRequest(const Request& request);
     Ending AnswerResume(const ResumeRequest& resume);
+    // Sends the message of the day, cut at 64 KiB, with its final NUL.
     void AnswerMotd();
     Ending FillOutput();
     void FillFileList(evbuffer* output);
 
-    const ReleaseFile* FindListed(const std::string& name) const;
     Ending AddDownload(uint32_t index);
 
     void Enter(ClientState state);

@@ -32,11 +32,6 @@ void DownloadQueue::CountDuration(std::chrono::milliseconds duration) {
     if (m_durations.size() > kRemembered) m_durations.pop_front();
 }
 
-void DownloadQueue::StartRound() {
-    m_roundTicket = 0;
-    m_roundPlace = 0;
-}
-
 void DownloadQueue::TellPlaces() {
     const uint16_t rate = Rate();
     auto next = m_waiting.lower_bound(m_roundTicket);

@@ -41,7 +41,7 @@ public:
     // Tells a part of the line their places, the front first. With kPartsInRound calls after each
     // StartRound() everybody is told, and no call takes long.
     static constexpr unsigned kPartsInRound = 20;
-    void StartRound();
+    void StartRound() { m_roundTicket = m_roundPlace = 0; }
     void TellPlaces();
 
     // Counts the duration of a complete download for the rate.

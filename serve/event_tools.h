@@ -8,11 +8,15 @@
 #include <netinet/in.h>
 
 #include <chrono>
+#include <cstring>
 #include <memory>
 #include <string>
 #include <string_view>
 
+#include "lib/failure.h"
+#include "log/gamelog.h"
 #include "net/frame.h"
+#include "serve/addresses.h"
 
 struct EventFree {
     void operator()(event_base* base) const { event_base_free(base); }
@@ -43,8 +47,19 @@ inline void Arm(event* timer, Milliseconds delay) {
 // Listens on the address. Null, with the reason in `error`, when that cannot be done. Where a
 // connection cannot be accepted, for want of descriptors, the listener logs that and disables
 // itself; somebody has to enable it again.
-Owned<evconnlistener> Listen(event_base* base, const sockaddr_in& address,
-                             evconnlistener_cb callback, void* argument, std::string* error);
+inline Owned<evconnlistener> Listen(event_base* base, const sockaddr_in& address,
+                                    evconnlistener_cb callback, void* argument,
+                                    std::string* error) {
+    Owned<evconnlistener> listener(evconnlistener_new_bind(
+        base, callback, argument, LEV_OPT_REUSEABLE | LEV_OPT_CLOSE_ON_FREE | LEV_OPT_CLOSE_ON_EXEC,
+        SOMAXCONN, reinterpret_cast<const sockaddr*>(&address), sizeof address));
+    if (!listener) return Fail(error, SystemError("cannot listen on " + AddressText(address)));
+    evconnlistener_set_error_cb(listener.get(), [](evconnlistener* failed, void*) {
+        gamelog->Printf("cannot accept a connection: %s\n", strerror(EVUTIL_SOCKET_ERROR()));
+        evconnlistener_disable(failed);
+    });
+    return listener;
+}
 
 // Builds a packet's frame in `frame`, which has room for kMaxFrame bytes; returns its size.
 inline size_t PutPacket(char* frame, std::string_view payload) {

@@ -40,39 +40,6 @@ private:
     std::string m_name;
 };
 
-void AddReleases(const Store& store, Page* page) {
-    page->Single("halcyrix_releases", "gauge", "Good releases in the store.",
-                 store.Releases().size());
-    page->Single("halcyrix_damaged_releases", "gauge",
-                 "Releases in the store that are damaged and passed over.", store.Damaged().size());
-    page->Metric("halcyrix_damaged_release_info", "gauge", "What is wrong with each of those.");
-    for (const auto& [sequence, damaged] : store.Damaged()) {
-        page->Sample(1, {"release", SequenceName(sequence), "reason", damaged.reason});
-    }
-    std::map<std::string, std::string> served;  // version by component
-    for (const auto& release : store.Releases()) {
-        for (const std::string& component : release->Components()) {
-            served[component] = release->Version();
-        }
-    }
-    page->Metric("halcyrix_served_release_info", "gauge",
-                 "The version of each component that players are given.");
-    for (const auto& [component, version] : served) {
-        page->Sample(1, {"component", component, "version", version});
-    }
-}
-
-void AddWaits(const ServerCounts& counts, Page* page) {
-    page->Metric("halcyrix_wait_seconds", "histogram", "How long clients have waited for a slot.");
-    for (size_t i = 0; i < counts.waitBuckets.size(); ++i) {
-        const std::string end = std::to_string(ServerCounts::kWaitBuckets[i]);
-        page->Sample(counts.waitBuckets[i], {"le", end}, "_bucket");
-    }
-    page->Sample(counts.waits, {"le", "+Inf"}, "_bucket");
-    page->Sample(counts.waitSeconds, {}, "_sum");
-    page->Sample(counts.waits, {}, "_count");
-}
-
 }  // namespace
 
 void ServerCounts::CountWait(std::chrono::duration<double> wait) {
@@ -103,7 +70,32 @@ std::string FormatMetrics(const ServerCounts& counts, const Store& store) {
     page.Single("halcyrix_sent_bytes_total", "counter", "Bytes sent to clients.", counts.sentBytes);
     page.Single("halcyrix_read_errors_total", "counter",
                 "Reads of the store or of the message of the day that failed.", counts.readErrors);
-    AddWaits(counts, &page);
-    AddReleases(store, &page);
+    page.Metric("halcyrix_wait_seconds", "histogram", "How long clients have waited for a slot.");
+    for (size_t i = 0; i < counts.waitBuckets.size(); ++i) {
+        const std::string end = std::to_string(ServerCounts::kWaitBuckets[i]);
+        page.Sample(counts.waitBuckets[i], {"le", end}, "_bucket");
+    }
+    page.Sample(counts.waits, {"le", "+Inf"}, "_bucket");
+    page.Sample(counts.waitSeconds, {}, "_sum");
+    page.Sample(counts.waits, {}, "_count");
+    page.Single("halcyrix_releases", "gauge", "Good releases in the store.",
+                store.Releases().size());
+    page.Single("halcyrix_damaged_releases", "gauge",
+                "Releases in the store that are damaged and passed over.", store.Damaged().size());
+    page.Metric("halcyrix_damaged_release_info", "gauge", "What is wrong with each of those.");
+    for (const auto& [sequence, damaged] : store.Damaged()) {
+        page.Sample(1, {"release", SequenceName(sequence), "reason", damaged.reason});
+    }
+    std::map<std::string, std::string> served;  // version by component
+    for (const auto& release : store.Releases()) {
+        for (const std::string& component : release->Components()) {
+            served[component] = release->Version();
+        }
+    }
+    page.Metric("halcyrix_served_release_info", "gauge",
+                "The version of each component that players are given.");
+    for (const auto& [component, version] : served) {
+        page.Sample(1, {"component", component, "version", version});
+    }
     return page.text;
 }

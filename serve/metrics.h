@@ -3,7 +3,6 @@
 
 #include <array>
 #include <chrono>
-#include <cstddef>
 #include <cstdint>
 #include <ctime>
 #include <string>

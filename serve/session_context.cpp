@@ -2,11 +2,8 @@
 
 #include <algorithm>
 
-#include "lib/whole_file.h"
-
 namespace {
 
-constexpr size_t kMaxMotd = 64 * 1024;
 constexpr int kRateTicks = 10;      // in a second
 constexpr size_t kMinShare = 1400;  // of the total rate for one write: about a packet
 
@@ -42,15 +39,4 @@ SessionContext::SessionContext(Store* served, const ServerOptions& given)
 void SessionContext::RefreshStore() {
     store->Refresh();
     for (const std::string& news : store->TakeNews()) gamelog->Printf("%s\n", news.c_str());
-}
-
-std::string SessionContext::MotdText() {
-    std::string text, error;
-    if (!options.motdFile.empty() && !ReadWholeFile(options.motdFile, &text, &error)) {
-        ++counts.readErrors;
-        gamelog->Printf("%s\n", error.c_str());
-    }
-    text.erase(std::min({text.find('\0'), text.size(), kMaxMotd}));
-    text.push_back('\0');
-    return text;
 }

@@ -2,8 +2,6 @@
 #pragma once
 
 #include <functional>
-#include <list>
-#include <memory>
 #include <string>
 #include <vector>
 
@@ -23,8 +21,6 @@ struct SessionContext {
 
     // Takes up what has changed in the store, and logs it.
     void RefreshStore();
-    // The message of the day, cut at 64 KiB, with its final NUL.
-    std::string MotdText();
 
     Store* const store;
     const ServerOptions options;

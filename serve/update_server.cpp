@@ -6,9 +6,7 @@
 #include <sys/socket.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <csignal>
-#include <cstring>
 #include <utility>
 
 #include "lib/failure.h"
@@ -32,15 +30,15 @@ uint64_t SessionLimit(int slots) {
 // For a listener; accepted connections inherit them. Replies are sent at once, and keepalive finds
 // peers that are gone.
 void SetSocketOptions(int fd, Milliseconds ackLimit) {
-    const int on = 1;
+    const auto set = [fd](int level, int option, int value) {
+        setsockopt(fd, level, option, &value, sizeof value);
+    };
     const auto limit = static_cast<int>(ackLimit.count());
-    const int idle = std::max(limit / 2000, 1);  // seconds
-    const int interval = std::max(limit / 6000, 1);
-    setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
-    setsockopt(fd, SOL_SOCKET, SO_KEEPALIVE, &on, sizeof on);
-    setsockopt(fd, IPPROTO_TCP, TCP_KEEPIDLE, &idle, sizeof idle);
-    setsockopt(fd, IPPROTO_TCP, TCP_KEEPINTVL, &interval, sizeof interval);
-    setsockopt(fd, IPPROTO_TCP, TCP_USER_TIMEOUT, &limit, sizeof limit);
+    set(IPPROTO_TCP, TCP_NODELAY, 1);
+    set(SOL_SOCKET, SO_KEEPALIVE, 1);
+    set(IPPROTO_TCP, TCP_KEEPIDLE, std::max(limit / 2000, 1));  // in seconds, as the next
+    set(IPPROTO_TCP, TCP_KEEPINTVL, std::max(limit / 6000, 1));
+    set(IPPROTO_TCP, TCP_USER_TIMEOUT, limit);
 }
 
 }  // namespace
@@ -53,7 +51,14 @@ std::unique_ptr<UpdateServer> UpdateServer::Open(Store* store, const ServerOptio
         return Fail(error, "the limit of open files leaves no room for clients beside " +
                                std::to_string(options.slots) + " slots");
     }
-    if (!server->Listen(error)) return nullptr;
+    sockaddr_in address{AF_INET, htons(static_cast<uint16_t>(options.port)), {}, {}};
+    inet_pton(AF_INET, options.address.c_str(), &address.sin_addr);
+    const auto accept = [](evconnlistener*, evutil_socket_t fd, sockaddr* peer, int, void* self) {
+        static_cast<UpdateServer*>(self)->Accept(fd, *reinterpret_cast<sockaddr_in*>(peer));
+    };
+    server->m_listener = Listen(server->Base(), address, accept, server.get(), error);
+    if (!server->m_listener) return nullptr;
+    SetSocketOptions(evconnlistener_get_fd(server->m_listener.get()), options.ackLimit);
     if (options.metrics.empty()) return server;
     const auto metrics = [context] {
         context->RefreshStore();
@@ -86,20 +91,6 @@ void UpdateServer::EndAll() {
     m_context.queue.Close();
     while (!m_sessions.empty()) m_sessions.begin()->second.End(LET_GO);
     m_context.notices.Tell();
-}
-
-bool UpdateServer::Listen(std::string* error) {
-    const ServerOptions& options = m_context.options;
-    sockaddr_in address{AF_INET, htons(static_cast<uint16_t>(options.port)), {}, {}};
-    inet_pton(AF_INET, options.address.c_str(), &address.sin_addr);
-    m_listener = ::Listen(
-        Base(), address,
-        [](evconnlistener*, evutil_socket_t fd, sockaddr* peer, int, void* self) {
-            static_cast<UpdateServer*>(self)->Accept(fd, *reinterpret_cast<sockaddr_in*>(peer));
-        },
-        this, error);
-    if (m_listener) SetSocketOptions(evconnlistener_get_fd(m_listener.get()), options.ackLimit);
-    return m_listener != nullptr;
 }
 
 void UpdateServer::Accept(evutil_socket_t fd, const sockaddr_in& peer) {

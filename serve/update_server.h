@@ -30,7 +30,6 @@ public:
 private:
     UpdateServer(Store* store, const ServerOptions& options);
 
-    bool Listen(std::string* error);
     void OnTick();
     void OnSignal();
     void EndAll();

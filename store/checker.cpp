@@ -7,10 +7,8 @@
 #include <map>
 #include <set>
 
-#include "lib/file_helpers.h"
 #include "lib/file_progress.h"
 #include "lib/local_file_check.h"
-#include "store/folder.h"
 #include "store/store_writer.h"
 
 namespace fs = std::filesystem;

@@ -17,8 +17,6 @@ static_assert(kTagPatch.size() + kMaxPublishedVersion + 1 + kMaxNameLength + 1 <
 
 }  // namespace
 
-std::string ComponentOf(const std::string& name) { return name.substr(0, name.find('/')); }
-
 std::string VersionFault(const std::string& version) {
     if (version.empty()) return "is empty";
     if (version.size() > kMaxPublishedVersion) {

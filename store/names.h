@@ -18,7 +18,7 @@ constexpr char kCommonComponent[] = "common";
 inline bool IsControl(char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7F; }
 
 // The component of "component/path".
-std::string ComponentOf(const std::string& name);
+inline std::string ComponentOf(const std::string& name) { return name.substr(0, name.find('/')); }
 
 // The names with a text between them, such as "a+b".
 template <class Names>

@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <optional>
 #include <set>
 #include <utility>
 
@@ -74,7 +73,13 @@ public:
         CheckUpdater(problems);
         if (!problems->empty()) return false;
 
-        bool stored = Begin(&error) && StoreFiles(&error);
+        const auto [sequence, index] = m_made->writer->Next();
+        m_manifest = {sequence, m_request.version, index, {}, {}, {}};
+        for (const ComponentSource& component : m_request.components) {
+            m_manifest.components.push_back(component.component);
+        }
+        std::ranges::sort(m_manifest.components);
+        bool stored = m_made->writer->Begin(&error) && StoreFiles(&error);
         if (const auto same = stored ? SameRelease() : nullptr; same && !m_request.allowEmpty) {
             error = m_request.store + ": nothing has changed since version " + same->Version() +
                     "; --allow-empty publishes it all the same";
@@ -172,17 +177,6 @@ private:
         const bool same =
             files == m_manifest.files.size() && std::ranges::all_of(m_manifest.files, isOld);
         return same ? latest : nullptr;
-    }
-
-    bool Begin(std::string* error) {
-        m_manifest.sequence = m_made->writer->Next().sequence;
-        m_manifest.firstIndex = m_made->writer->Next().index;
-        m_manifest.version = m_request.version;
-        for (const ComponentSource& component : m_request.components) {
-            m_manifest.components.push_back(component.component);
-        }
-        std::ranges::sort(m_manifest.components);
-        return m_made->writer->Begin(error);
     }
 
     bool NextIndex(uint32_t* index, std::string* error) const {

@@ -8,9 +8,6 @@
 
 #include "lib/whole_file.h"
 
-Release::Release(std::string directory, Manifest manifest)
-    : m_directory(std::move(directory)), m_manifest(std::move(manifest)) {}
-
 std::shared_ptr<const Release> Release::Load(const std::string& directory, std::string* error) {
     const std::string path = directory + "/" + kManifestFile;
     std::string text;

@@ -5,6 +5,7 @@
 #include <memory>
 #include <span>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "store/manifest.h"
@@ -58,7 +59,8 @@ public:
     static std::string DownloadName(const ReleasePatch& patch);
 
 private:
-    Release(std::string directory, Manifest manifest);
+    Release(std::string directory, Manifest manifest)
+        : m_directory(std::move(directory)), m_manifest(std::move(manifest)) {}
 
     std::string m_directory;
     Manifest m_manifest;

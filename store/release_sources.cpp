@@ -3,13 +3,18 @@
 #include <algorithm>
 #include <climits>
 #include <cstdint>
+#include <filesystem>
 #include <map>
 #include <set>
 
+#include "lib/failure.h"
 #include "lib/server_name.h"
+#include "store/folder.h"
 #include "store/names.h"
 #include "store/release.h"
 #include "update/client_limits.h"
+
+namespace fs = std::filesystem;
 
 namespace {
 
@@ -28,7 +33,55 @@ bool IsTooLarge(const std::vector<ReleaseSource>& files) {
     return files.size() > kMaxListedFiles || bytes > kMaxNameBytes;
 }
 
+bool IsSameTime(const timespec& a, const timespec& b) {
+    return a.tv_sec == b.tv_sec && a.tv_nsec == b.tv_nsec;
+}
+
+// Lists the files of a folder. `prefix` is the folder's path below `root`, with a slash unless it
+// is empty. `root` has no links.
+void ScanFolder(const std::string& folder, const std::string& prefix, const fs::path& root,
+                std::vector<SourceFile>* files, std::vector<std::string>* problems) {
+    std::vector<fs::path> entries;
+    std::string error;
+    if (!ListFolder(folder, &entries, &error)) problems->push_back(error);
+    for (const fs::path& entry : entries) {
+        const std::string path = entry.string();
+        std::error_code ignored;
+        struct stat link;
+        SourceFile file{prefix + entry.filename().string(), {}, false};
+        if (lstat(path.c_str(), &link) != 0 || stat(path.c_str(), &file.status) != 0) {
+            problems->push_back(SystemError(path));
+        } else if (S_ISDIR(link.st_mode)) {
+            ScanFolder(path, file.path + "/", root, files, problems);
+        } else if (S_ISREG(file.status.st_mode)) {
+            file.leadsOut = S_ISLNK(link.st_mode) && !IsBelow(fs::canonical(entry, ignored), root);
+            files->push_back(std::move(file));
+        } else {
+            problems->push_back(
+                path + ": neither a directory, a regular file nor a link to a regular file");
+        }
+    }
+}
+
+// Lists the files below a directory, sorted by path. Puts a line in `problems` for whatever cannot
+// be read, or is neither a directory, a regular file nor a link to a regular file.
+std::vector<SourceFile> ScanTree(const std::string& directory, std::vector<std::string>* problems) {
+    std::vector<SourceFile> files;
+    std::error_code ignored;
+    ScanFolder(directory, "", fs::canonical(directory, ignored), &files, problems);
+    std::ranges::sort(files, {}, &SourceFile::path);
+    return files;
+}
+
 }  // namespace
+
+bool IsSameFile(const struct stat& before, const struct stat& after) {
+    // A new link to the file changes the time of its status but not its contents. Publishing makes
+    // one when the maker's file is itself a link to a file of the store.
+    return before.st_dev == after.st_dev && before.st_ino == after.st_ino &&
+           before.st_size == after.st_size && IsSameTime(before.st_mtim, after.st_mtim) &&
+           (IsSameTime(before.st_ctim, after.st_ctim) || before.st_nlink != after.st_nlink);
+}
 
 void ReleaseSources::Scan(const std::vector<ComponentSource>& components,
                           std::vector<std::string>* problems, WorkObserver* observer) {
@@ -127,7 +180,11 @@ void ReleaseSources::FindUnpatchable(GroupedWarnings* warnings) {
 std::vector<std::string> ReleaseSources::Changes() const {
     std::vector<std::string> changes;
     for (size_t i = 0; i < m_components.size(); ++i) {
-        if (IsSameTree(m_trees[i], ScanTree(m_components[i].directory, &changes))) continue;
+        const auto now = ScanTree(m_components[i].directory, &changes);
+        const auto same = [](const SourceFile& a, const SourceFile& b) {
+            return a.path == b.path && IsSameFile(a.status, b.status);
+        };
+        if (std::ranges::equal(m_trees[i], now, same)) continue;
         changes.push_back(m_components[i].directory + ": changed while it was read");
     }
     return changes;

@@ -65,8 +65,6 @@ bool ListReleases(const std::string& store, std::vector<std::filesystem::path>* 
                            SystemError(folder) + ")");
 }
 
-Store::Store(std::string directory) : m_directory(std::move(directory)) {}
-
 std::unique_ptr<Store> Store::Open(const std::string& directory, std::string* error) {
     std::unique_ptr<Store> store(new Store(directory));
     store->Refresh();
@@ -146,8 +144,6 @@ void Store::Doubt(const Release& release) {
     const auto known = m_releases.find(release.Sequence());
     if (known != m_releases.end() && known->second.get() == &release) Examine(release.Sequence());
 }
-
-std::vector<std::string> Store::TakeNews() { return std::exchange(m_news, {}); }
 
 ReleaseList Store::Releases() const {
     ReleaseList releases;

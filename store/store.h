@@ -18,6 +18,7 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "store/release.h"
@@ -61,7 +62,7 @@ public:
     void Doubt(const Release& release);
 
     // Returns a line for each release that was found damaged or whole again since the last call.
-    std::vector<std::string> TakeNews();
+    std::vector<std::string> TakeNews() { return std::exchange(m_news, {}); }
 
     const std::string& Directory() const { return m_directory; }
 
@@ -76,7 +77,7 @@ public:
     std::shared_ptr<const Release> Find(const std::string& version) const;
 
 private:
-    explicit Store(std::string directory);
+    explicit Store(std::string directory) : m_directory(std::move(directory)) {}
 
     void List(bool again);
     void Examine(uint32_t sequence);

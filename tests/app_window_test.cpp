@@ -5,7 +5,6 @@
 #include "app/hand_off.h"
 #include "app/mainwindow.h"
 #include "app/message_box.h"
-#include "app/programs.h"
 #include "app/widgets.h"
 #include "app/window_events.h"
 #include "tests/support/gtk_windows.h"

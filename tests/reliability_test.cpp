@@ -1,7 +1,6 @@
 // Updaters that are killed, and servers that spoil what they say or never stop: nothing is lost,
 // nothing outside the home changes, and the next start that is left alone finishes
 // (docs/reliability.md).
-#include "lib/version_records.h"
 #include "tests/support/game.h"
 #include "tests/support/relay.h"
 #include "tests/support/session.h"

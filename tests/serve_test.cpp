@@ -290,9 +290,10 @@ TEST_F(ServeTest, HasItsLimitsAndTellsThemInItsMetrics) {
         "chromium --headless --no-sandbox --virtual-time-budget=5000 --dump-dom "
         "--user-data-dir=../browser http://127.0.0.1:9100/";
     if (RunProgram({"sh", "-c", browser}, &shown) == 127) GTEST_SKIP() << "there is no chromium";
-    for (const char* part : {"\"clients\">3 of 3<", "\"line\">0<", ">Damaged and passed over: ",
-                             "/000007/manifest: ", "<td>negotiating</td><td>1<",
-                             "<td>over share</td><td>0</td><td>1<", "<td>common</td><td>1.0<"}) {
+    for (const char* part :
+         {"Clients</dt><dd>3 of 3<", "line</dt><dd>0<",
+          ">Damaged and passed over: ", "/000007/manifest: ", "<td>negotiating</td><td>1<",
+          "<td>over share</td><td>0</td><td>1<", "<td>common</td><td>1.0<"}) {
         EXPECT_THAT(shown, testing::HasSubstr(part));
     }
 }
