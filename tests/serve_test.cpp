@@ -243,11 +243,12 @@ TEST_F(ServeTest, BelievesTheHeadersOfItsProxiesAlone) {
 
 TEST_F(ServeTest, HasItsLimitsAndTellsThemInItsMetrics) {
     const std::string options = " serve --slots 1 --per-address 2 --metrics 127.0.0.1:9100 ";
+    Publish("1.1", {{"linux64/big", SeededBytes(9000, 1)}, {"common/x", "x"}});
     // Room for three clients and a slot.
     const Words command = {
         "sh", "-c", "ulimit -n 68; exec '" RELEASE_TOOL "'" + options + "'" + StorePath() + "'"};
     Program server(command);
-    server.AwaitWords("serving 1 releases");
+    server.AwaitWords("serving 2 releases");
     WriteFile(StorePath() + "/releases/000007/manifest", "\"1\n");
     const auto allow = [&server](rlim_t descriptors) {
         const rlimit limit{descriptors, 68};
@@ -260,6 +261,8 @@ TEST_F(ServeTest, HasItsLimitsAndTellsThemInItsMetrics) {
     first.AskList();
     auto nosy = std::make_unique<std::list<Peer>>();
     for (int i = 0; i < 100; ++i) nosy->emplace_back("127.0.0.6", 9100).Send("GET /");
+    EXPECT_EQ(Peer().AskList(), "1.1");
+    server.AwaitWords(" linux64 - -> 1.1: 0 files");
     Peer second;
     EXPECT_EQ(Peer().Hear(), kHungUp);
     server.AwaitWords("refused: its address has its share of 2");
@@ -274,10 +277,10 @@ TEST_F(ServeTest, HasItsLimitsAndTellsThemInItsMetrics) {
     for (const char* line :
          {"halcyrix_sessions{state=\"connected\"} 1\n", "refused\"} 1\n", "over_share\"} 1\n",
           "{state=\"negotiating\"} 1\n", "{state=\"ready\"} 1\n", "halcyrix_sessions_limit 3\n",
-          "halcyrix_slots 1\n", "halcyrix_wait_seconds_bucket{le=\"1\"} 1\n",
+          "halcyrix_slots 1\n", "completed\"} 1\n", "halcyrix_wait_seconds_bucket{le=\"1\"} 1\n",
           "halcyrix_wait_seconds_count 1\n", "halcyrix_damaged_releases 1\n",
           "_damaged_release_info{release=\"000007\",reason=\"",
-          "_release_info{component=\"common\",version=\"1.0\"} 1\n"}) {
+          "_release_info{component=\"common\",version=\"1.1\"} 1\n"}) {
         EXPECT_THAT(ReadFile("../page"), testing::HasSubstr(line));
     }
     Program other(command);
@@ -293,7 +296,7 @@ TEST_F(ServeTest, HasItsLimitsAndTellsThemInItsMetrics) {
     for (const char* part :
          {"Clients</dt><dd>3 of 3<", "line</dt><dd>0<",
           ">Damaged and passed over: ", "/000007/manifest: ", "<td>negotiating</td><td>1<",
-          "<td>over share</td><td>0</td><td>1<", "<td>common</td><td>1.0<"}) {
+          "<td>over share</td><td>0</td><td>1<", "<td>common</td><td>1.1<"}) {
         EXPECT_THAT(shown, testing::HasSubstr(part));
     }
 }

@@ -220,7 +220,7 @@ TEST_F(StoreTest, PassesOverDamagedReleasesAndSaysWhatToDo) {
     // What damages the second release and what the check then says; servers see the first six.
     const std::string cases[] = {
         "truncate -s 1 $file => halcyrix: has 1 bytes",
-        "rm patches/* => patches/00000005: is missing",
+        "rm patches/* => 1 halcyrix-release: => patches/00000005: is missing",
         "chmod 0 $file => halcyrix: is missing or cannot",
         "truncate -s 50 manifest => is damaged",
         "cp -r . ../000009 => 000009: has the version of => 000009: uses file indexes of",
@@ -229,7 +229,7 @@ TEST_F(StoreTest, PassesOverDamagedReleasesAndSaysWhatToDo) {
         "touch $file.orig => halcyrix.orig: is not in the manifest",
         "echo 5 >../../reserved => reserved: damaged"};
     for (const std::string& row : cases) {
-        Try({"tool check store => 2 releases, 5 files of => , 0 problems",
+        Try({"tool check store => 0 2 releases, 5 files of => , 0 problems",
              "(cd store/releases/000002; file=files/linux64/halcyrix; " +
                  std::string(row).replace(row.find(" =>"), 0, "); tool check store")});
         EXPECT_EQ(Open()->Damaged().size(), &row < &cases[6]) << row;
@@ -327,6 +327,7 @@ TEST_F(StoreTest, IsWorkedOnByAToolThatTellsUsageFromProblems) {
          "tool show patch >/dev/full => done, but",
          "tool apply made patch made => 0 ",
          "tool apply none patch old => 1 halcyrix-release: none: No",
+         "touch nil; tool apply nil nil old; rm nil => release: nil: makes an empty file",
          "cmp made new; cmp old game/same; cmp old made.tmp; cmp old patch.tmp; "
          "rm -r b; ls => 0 "
          "bad\ngame\nmade\nmade.tmp\nnew\nold\npatch\npatch.tmp\npipe\n"});
