@@ -297,8 +297,8 @@ TEST_F(StoreTest, IsWorkedOnByAToolThatTellsUsageFromProblems) {
          {"publish . 1 a=b --memory 0", "publish . 1 a=b --jobs 1025", "prune . --keep 0",
           "serve . --port 65536", "serve . --per-address -1", "serve . --client-rate 5x",
           "serve . --total-rate 99999999999999999999", "serve . --client-rate 1k --min-rate 2k",
-          "serve . --total-rate 31999 --slots 32", "serve . --listen here",
-          "serve . --metrics :80"}) {
+          "serve . --total-rate 31999 --slots 32", "serve . --listen here", "serve . --metrics :80",
+          "serve . --proxy-protocol x/8"}) {
         Try({"tool " + wrong + " => 2 halcyrix-release: --"});
     }
     Try({"tool => 2 halcyrix-release: a command",
