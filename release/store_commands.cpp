@@ -152,11 +152,8 @@ ExitStatus Prune(const std::string& store, size_t keep) {
 
     const auto releases = writer->Published().Releases();
     const auto superseded = SupersededReleases(releases, keep);
-    const auto takes = [](const auto& release) {
-        return BytesOf(release->Files()) + BytesOf(release->Patches());
-    };
     uint64_t bytes = 0;
-    for (const auto& release : superseded) bytes += takes(release);
+    for (const auto& release : superseded) bytes += release->Bytes();
     ProgressLine progress;
     progress.Begin("removing", bytes);
     for (const auto& release : superseded) {
@@ -166,7 +163,7 @@ ExitStatus Prune(const std::string& store, size_t keep) {
             return Problem(error);
         }
         progress.Print(stdout, "removed " + release->Version());
-        progress.Done(takes(release));
+        progress.Done(release->Bytes());
     }
     progress.End();
     printf("%zu releases removed, %zu kept\n", superseded.size(),

@@ -26,7 +26,9 @@ public:
     // False when the address has as many as `most`, which 0 leaves without a limit.
     [[nodiscard]] bool Add(const sockaddr_in& address, int most) {
         int& clients = m_clients[address.sin_addr.s_addr];
-        return (most == 0 || clients < most) && ++clients > 0;
+        if (most > 0 && clients >= most) return false;
+        ++clients;
+        return true;
     }
     void Remove(const sockaddr_in& address) {
         const auto clients = m_clients.find(address.sin_addr.s_addr);

@@ -29,9 +29,7 @@ public:
         uint64_t bytes = 0;
         for (const fs::path& entry : entries) {
             releases.push_back(Release::Load(entry.string(), &errors[releases.size()]));
-            if (const auto& release = releases.back()) {
-                bytes += BytesOf(release->Files()) + BytesOf(release->Patches());
-            }
+            if (releases.back()) bytes += releases.back()->Bytes();
         }
         m_observer->Begin("checking", bytes);
         for (size_t i = 0; i < entries.size(); ++i) {

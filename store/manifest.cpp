@@ -34,7 +34,7 @@ Manifest ParseLines(const std::string& text) {
     Manifest manifest;
     std::istringstream words(text);
     for (std::string keyword, version, name; words >> keyword;) {
-        uint32_t index, checksum, length;
+        uint32_t index = 0, checksum = 0, length = 0;
         const bool isFile = keyword == "file", isPatch = keyword == "patch";
         if (keyword == "sequence") words >> manifest.sequence;
         if (keyword == "first-index") words >> manifest.firstIndex;

@@ -46,6 +46,8 @@ public:
     std::span<const ReleaseFile> Files() const { return m_manifest.files; }
     std::span<const ReleaseFile> Files(const std::string& component) const;
     std::span<const ReleasePatch> Patches() const { return m_manifest.patches; }
+    // Of the files and patches.
+    uint64_t Bytes() const { return BytesOf(m_manifest.files) + BytesOf(m_manifest.patches); }
 
     // Null when the release has none.
     const ReleaseFile* FindFile(const std::string& name) const;
